@@ -1,0 +1,29 @@
+# Shared compile settings and small helpers so every folder declares its
+# targets the same way.
+
+add_library(tomekeeper_settings INTERFACE)
+target_compile_options(tomekeeper_settings INTERFACE
+  -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wimplicit-fallthrough -Wmissing-declarations)
+target_compile_definitions(tomekeeper_settings INTERFACE
+  G_LOG_DOMAIN="Tomekeeper" GLIB_VERSION_MIN_REQUIRED=GLIB_VERSION_2_74)
+if(TOMEKEEPER_SANITIZE)
+  target_compile_options(tomekeeper_settings INTERFACE
+    -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  target_link_options(tomekeeper_settings INTERFACE -fsanitize=address,undefined)
+endif()
+if(TOMEKEEPER_FUZZ)
+  target_compile_options(tomekeeper_settings INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# tomekeeper_library(NAME SOURCES ... [PUBLIC_LIBRARIES ...] [PRIVATE_LIBRARIES ...])
+# Makes the static library tomekeeper_NAME whose headers are included as
+# "NAME/Header.h" from src/.
+function(tomekeeper_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC_LIBRARIES;PRIVATE_LIBRARIES" ${ARGN})
+  add_library(tomekeeper_${name} STATIC ${ARG_SOURCES})
+  target_include_directories(tomekeeper_${name} PUBLIC "${PROJECT_SOURCE_DIR}/src")
+  target_link_libraries(tomekeeper_${name}
+    PUBLIC tomekeeper_settings ${ARG_PUBLIC_LIBRARIES}
+    PRIVATE ${ARG_PRIVATE_LIBRARIES})
+endfunction()

@@ -1,0 +1,39 @@
+# Shared by tools/run and tools/test: installs what is missing.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+ensure_debian_packages() {
+  local wanted missing=()
+  wanted=$(grep -v -E '^\s*(#|$)' "$root/tools/dependencies.txt")
+  if ! command -v node >/dev/null 2>&1; then wanted+=$'\nnodejs\nnpm'; fi
+  for package in $wanted; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+      missing+=("$package")
+    fi
+  done
+  if [ ${#missing[@]} -gt 0 ]; then
+    echo "Installing Debian packages: ${missing[*]}"
+    as_root apt-get update -q
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
+      "${missing[@]}"
+  fi
+}
+
+ensure_runtime_packages() {
+  if [ -f "$root/runtime/package-lock.json" ]; then
+    if [ ! -d "$root/runtime/node_modules" ] ||
+      [ "$root/runtime/package-lock.json" -nt "$root/runtime/node_modules/.package-lock.json" ]; then
+      (cd "$root/runtime" && npm ci --no-audit --no-fund)
+    fi
+  fi
+}
+
+configure_and_build() {
+  local preset=$1
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset"
+}
