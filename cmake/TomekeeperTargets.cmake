@@ -27,3 +27,13 @@ function(tomekeeper_library name)
     PUBLIC tomekeeper_settings ${ARG_PUBLIC_LIBRARIES}
     PRIVATE ${ARG_PRIVATE_LIBRARIES})
 endfunction()
+
+# tomekeeper_fuzz_target(NAME SOURCES ... LIBRARIES ...)
+# A libFuzzer executable named fuzz_NAME; tools/test gives each a short run.
+function(tomekeeper_fuzz_target name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(fuzz_${name} ${ARG_SOURCES})
+  target_link_libraries(fuzz_${name} PRIVATE ${ARG_LIBRARIES} tomekeeper_settings)
+  target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/fuzzers")
+endfunction()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <optional>
 #include <string>
@@ -40,36 +41,50 @@ class Failure : public std::exception {
   std::string reflectiveText_;
 };
 
-// Every failure enumeration supplies, next to its declaration:
-//   template <> struct FailureTraits<MyFailure> {
-//     static constexpr std::string_view typeName = "MyFailure";
-//     static std::string_view caseName(MyFailure);
-//   };
-template <typename Enumeration>
-struct FailureTraits;
+namespace detail {
 
-// The exception that carries a payload-free failure enumeration.
+// The `index`-th name of a comma-separated list such as "first, second".
+constexpr std::string_view nthName(std::string_view names, std::size_t index) {
+  for (; index > 0; --index) names.remove_prefix(names.find(',') + 1);
+  names = names.substr(0, names.find(','));
+  while (!names.empty() && names.front() == ' ') names.remove_prefix(1);
+  while (!names.empty() && names.back() == ' ') names.remove_suffix(1);
+  return names;
+}
+
+}  // namespace detail
+
+// The exception that carries a payload-free failure enumeration declared with
+// TOMEKEEPER_FAILURE.
 template <typename Enumeration>
 class FailureError final : public Failure {
  public:
   explicit FailureError(Enumeration failure) : failure_(failure) {
-    std::string text(FailureTraits<Enumeration>::typeName);
+    std::string text(failureTypeName(failure));
     text += '.';
-    text += FailureTraits<Enumeration>::caseName(failure);
+    text += failureCaseName(failure);
     setReflectiveText(std::move(text));
   }
 
   Enumeration failure() const noexcept { return failure_; }
-  std::string_view typeName() const noexcept override {
-    return FailureTraits<Enumeration>::typeName;
-  }
-  std::string_view caseName() const noexcept override {
-    return FailureTraits<Enumeration>::caseName(failure_);
-  }
+  std::string_view typeName() const noexcept override { return failureTypeName(failure_); }
+  std::string_view caseName() const noexcept override { return failureCaseName(failure_); }
 
  private:
   Enumeration failure_;
 };
+
+// Declares a failure enumeration without payloads, its reflective names, and
+// its exception type NameError. Cases are numbered from 0 in the order given.
+#define TOMEKEEPER_FAILURE(Name, ...)                                                    \
+  enum class Name { __VA_ARGS__ };                                                       \
+  constexpr std::string_view failureTypeName(Name) noexcept {                            \
+    return #Name;                                                                        \
+  }                                                                                      \
+  constexpr std::string_view failureCaseName(Name value) noexcept {                      \
+    return ::tomekeeper::detail::nthName(#__VA_ARGS__, static_cast<std::size_t>(value)); \
+  }                                                                                      \
+  using Name##Error = ::tomekeeper::FailureError<Name>
 
 // Throws `failure` carried by its exception type.
 template <typename Enumeration>
