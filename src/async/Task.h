@@ -3,6 +3,7 @@
 #include <concepts>
 #include <coroutine>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <stop_token>
 #include <utility>
@@ -12,11 +13,13 @@
 
 namespace tomekeeper::async {
 
-// What a task carries down to everything it awaits: its cancellation token.
-// A child task awaited by a parent inherits the parent's context unless it was
-// given one of its own.
+// What a task carries down to everything it awaits: its cancellation token,
+// and the instrumentation of one open when a caller bound one (an
+// OpenPerformanceTrace, opaque at this layer). A child task awaited by a
+// parent inherits the parent's context unless it was given one of its own.
 struct TaskContext {
   std::stop_token stopToken;
+  std::shared_ptr<void> performanceTrace;
 };
 
 namespace detail {
