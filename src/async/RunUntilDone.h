@@ -34,7 +34,7 @@ T runUntilDone(Task<T> task, std::chrono::steady_clock::duration limit = std::ch
   std::stop_source source;
   std::stop_callback forward(stopToken, [&source] { source.request_stop(); });
   auto handle = task.handle();
-  handle.promise().setContext(TaskContext{source.get_token()});
+  handle.promise().setContext(TaskContext{source.get_token(), nullptr});
   if (!detail::iterateUntilDone(handle, limit)) {
     source.request_stop();
     if (!detail::iterateUntilDone(handle, std::chrono::seconds(1), detail::Start::alreadyStarted)) {

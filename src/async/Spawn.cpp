@@ -11,7 +11,7 @@ namespace {
 // A coroutine that starts at once and frees itself at its end.
 struct DetachedTask {
   struct promise_type : detail::PromiseBase {
-    promise_type(Task<void>&, std::stop_token& stopToken) { setContext(TaskContext{stopToken}); }
+    promise_type(Task<void>&, std::stop_token& stopToken) { setContext(TaskContext{stopToken, nullptr}); }
     DetachedTask get_return_object() noexcept { return {}; }
     std::suspend_never initial_suspend() noexcept { return {}; }
     std::suspend_never final_suspend() noexcept { return {}; }
