@@ -1,0 +1,183 @@
+import { describe, expect, it } from 'vitest';
+import { BridgeRequestError } from '../src/bridge/BridgeRequestError';
+import { BridgeTransport, type MethodHandler } from '../src/bridge/BridgeTransport';
+import { bridgeCatalogue } from '../src/bridge/catalogue';
+
+interface Captured {
+  type: string;
+  detail: Record<string, unknown>;
+}
+
+function makeTransport(handlers: Record<string, MethodHandler>, handlerTimeoutMilliseconds?: number) {
+  const target = new EventTarget();
+  const captured: Captured[] = [];
+  for (const type of ['tomekeeper-bridge-response', 'tomekeeper-bridge-event']) {
+    target.addEventListener(type, (event) => {
+      captured.push({ type, detail: (event as CustomEvent<Record<string, unknown>>).detail });
+    });
+  }
+  const options = handlerTimeoutMilliseconds === undefined ? {} : { handlerTimeoutMilliseconds };
+  const transport = new BridgeTransport(target, new Map(Object.entries(handlers)), options);
+  return { transport, captured };
+}
+
+function envelope(method: string, payload: unknown = {}, id = '6F1E2D3C-4B5A-4968-8776-A5B4C3D2E1F0', generation = 3) {
+  return { version: 1, id, generation, method, payload };
+}
+
+describe('BridgeTransport', () => {
+  it('AnswersASuccessWithTheEnvelopeOfTheRequest', async () => {
+    const { transport, captured } = makeTransport({ currentLocator: () => ({ spineHref: 'a.xhtml', spineIndex: 0 }) });
+    await transport.receive(envelope('currentLocator'));
+    expect(captured).toEqual([
+      {
+        type: 'tomekeeper-bridge-response',
+        detail: {
+          version: 1,
+          id: '6F1E2D3C-4B5A-4968-8776-A5B4C3D2E1F0',
+          generation: 3,
+          ok: true,
+          result: { spineHref: 'a.xhtml', spineIndex: 0 },
+        },
+      },
+    ]);
+  });
+
+  it('PassesThePayloadToTheHandler', async () => {
+    let seen: unknown;
+    const { transport } = makeTransport({ goTo: (payload) => ((seen = payload), {}) });
+    await transport.receive(envelope('goTo', { href: 'ch1.xhtml#x' }));
+    expect(seen).toEqual({ href: 'ch1.xhtml#x' });
+  });
+
+  it('LeavesOutUndefinedFieldsOfAResult', async () => {
+    const { transport, captured } = makeTransport({ next: () => ({ page: 1, locatorResolution: undefined }) });
+    await transport.receive(envelope('next'));
+    expect(captured[0]?.detail.result).toEqual({ page: 1 });
+    expect(Object.keys(captured[0]?.detail.result as object)).toEqual(['page']);
+  });
+
+  it('AnswersAHandlerWithoutResultWithAnEmptyObject', async () => {
+    const { transport, captured } = makeTransport({ cancelSearch: () => undefined });
+    await transport.receive(envelope('cancelSearch'));
+    expect(captured[0]?.detail).toMatchObject({ ok: true, result: {} });
+  });
+
+  it('AnswersAnUnknownMethodWithAnErrorCode', async () => {
+    const { transport, captured } = makeTransport({});
+    await transport.receive(envelope('flyToTheMoon'));
+    expect(captured).toHaveLength(1);
+    expect(captured[0]?.detail).toMatchObject({ version: 1, ok: false, generation: 3, error: { code: 'unknown-method' } });
+    expect(typeof (captured[0]?.detail.error as { message: unknown }).message).toBe('string');
+  });
+
+  it('AnswersACatalogueMethodWithoutHandlerAsUnsupported', async () => {
+    const { transport, captured } = makeTransport({});
+    await transport.receive(envelope('startSearch', { searchID: 'x', query: 'y' }));
+    expect(captured[0]?.detail).toMatchObject({ ok: false, error: { code: 'unsupported-method' } });
+  });
+
+  it('RefusesAnotherProtocolVersionWithoutRunningTheHandler', async () => {
+    let ran = false;
+    const { transport, captured } = makeTransport({ next: () => ((ran = true), {}) });
+    await transport.receive({ ...envelope('next'), version: 2 });
+    expect(ran).toBe(false);
+    expect(captured[0]?.detail).toMatchObject({ version: 1, ok: false, error: { code: 'unsupported-protocol-version' } });
+  });
+
+  it('RefusesAPayloadThatIsNotAnObject', async () => {
+    const { transport, captured } = makeTransport({ next: () => ({}) });
+    await transport.receive(envelope('next', [1, 2]));
+    expect(captured[0]?.detail).toMatchObject({ ok: false, error: { code: 'malformed-request' } });
+  });
+
+  it('RejectsAnEnvelopeWithoutIdSoTheCallFailsAtOnce', async () => {
+    const { transport, captured } = makeTransport({ next: () => ({}) });
+    await expect(transport.receive({ version: 1, generation: 1, method: 'next', payload: {} })).rejects.toThrow(TypeError);
+    await expect(transport.receive('next')).rejects.toThrow(TypeError);
+    await expect(transport.receive({ ...envelope('next'), generation: '1' })).rejects.toThrow(TypeError);
+    expect(captured).toHaveLength(0);
+  });
+
+  it('ReportsAHandlerErrorWithItsCodeAndDiagnostic', async () => {
+    const { transport, captured } = makeTransport({
+      goTo: () => {
+        throw new BridgeRequestError('href-not-found', 'no such section', 'missing.xhtml');
+      },
+    });
+    await transport.receive(envelope('goTo', { href: 'missing.xhtml' }));
+    expect(captured[0]?.detail).toMatchObject({
+      ok: false,
+      error: { code: 'href-not-found', message: 'no such section', diagnostic: 'missing.xhtml' },
+    });
+  });
+
+  it('ReportsAnUnexpectedExceptionAsInternalError', async () => {
+    const { transport, captured } = makeTransport({
+      next: async () => {
+        throw new RangeError('boom');
+      },
+    });
+    await transport.receive(envelope('next'));
+    expect(captured[0]?.detail).toMatchObject({ ok: false, error: { code: 'internal-error', diagnostic: 'RangeError: boom' } });
+  });
+
+  it('AnswersEachRequestExactlyOnceInArrivalOrder', async () => {
+    const order: string[] = [];
+    const slow = () => new Promise((resolve) => setTimeout(() => resolve(order.push('slow')), 20));
+    const fast = () => order.push('fast');
+    const { transport, captured } = makeTransport({ next: slow, previous: fast });
+    const first = transport.receive(envelope('next', {}, 'A'));
+    const second = transport.receive(envelope('previous', {}, 'B'));
+    await Promise.all([first, second]);
+    expect(order).toEqual(['slow', 'fast']);
+    expect(captured.map((entry) => entry.detail.id)).toEqual(['A', 'B']);
+  });
+
+  it('AnswersAHandlerThatNeverSettlesWithATimeoutAndMovesOn', async () => {
+    const { transport, captured } = makeTransport({ next: () => new Promise(() => undefined), previous: () => ({}) }, 10);
+    await transport.receive(envelope('next', {}, 'A'));
+    await transport.receive(envelope('previous', {}, 'B'));
+    expect(captured.map((entry) => [entry.detail.id, entry.detail.ok])).toEqual([
+      ['A', false],
+      ['B', true],
+    ]);
+    expect(captured[0]?.detail.error).toMatchObject({ code: 'runtime-timeout' });
+  });
+
+  it('SendsNoEventBeforeTheFirstRequest', () => {
+    const { transport, captured } = makeTransport({});
+    expect(transport.emit('locatorChanged', { locator: { spineHref: 'a', spineIndex: 0 } })).toBe(false);
+    expect(captured).toHaveLength(0);
+  });
+
+  it('SendsEventsWithTheGenerationOfTheLatestRequest', async () => {
+    const { transport, captured } = makeTransport({ next: () => ({}) });
+    await transport.receive(envelope('next', {}, 'A', 4));
+    void transport.receive(envelope('next', {}, 'B', 7));
+    expect(transport.emit('locatorChanged', { locator: { spineHref: 'a', spineIndex: 0 } })).toBe(true);
+    const event = captured.find((entry) => entry.type === 'tomekeeper-bridge-event');
+    expect(event?.detail).toEqual({
+      version: 1,
+      generation: 7,
+      event: 'locatorChanged',
+      payload: { locator: { spineHref: 'a', spineIndex: 0 } },
+    });
+  });
+
+  it('RefusesToSendAnEventOutsideTheCatalogue', async () => {
+    const { transport } = makeTransport({ next: () => ({}) });
+    await transport.receive(envelope('next'));
+    expect(() => transport.emit('somethingElse', {})).toThrow();
+  });
+
+  it('RefusesAHandlerForAMethodOutsideTheCatalogue', () => {
+    expect(() => makeTransport({ flyToTheMoon: () => ({}) })).toThrow();
+  });
+
+  it('UsesTheDomEventNamesOfTheCatalogue', () => {
+    expect(bridgeCatalogue.responseEventName).toBe('tomekeeper-bridge-response');
+    expect(bridgeCatalogue.eventEventName).toBe('tomekeeper-bridge-event');
+    expect(bridgeCatalogue.protocolVersion).toBe(1);
+  });
+});
