@@ -1,0 +1,190 @@
+// Reader of the package document: metadata, manifest, spine and rendition properties.
+import { relativeHref, resolveURL } from './hrefs';
+import {
+  childElements,
+  collapsedText,
+  dublinCoreNamespace,
+  firstChildElement,
+  parseXML,
+  PublicationFormatError,
+  tokens,
+} from './xml';
+
+export type PageProgressionDirection = 'ltr' | 'rtl' | 'default';
+export type RenditionLayout = 'reflowable' | 'pre-paginated';
+
+export interface ManifestItem {
+  id: string;
+  // Absolute URL on the publication scheme.
+  url: string;
+  mediaType: string;
+  properties: string[];
+}
+
+export interface SpineItem {
+  index: number;
+  idref: string;
+  // The itemref's step in an EPUB CFI: twice its position among the spine's element children.
+  cfiStep: number;
+  url: string;
+  // Relative to the package directory; what locators store as `spineHref`.
+  href: string;
+  mediaType: string;
+  linear: boolean;
+  properties: string[];
+  layout: RenditionLayout;
+}
+
+export interface PackageDocument {
+  version: string;
+  uniqueIdentifier: string | undefined;
+  title: string | undefined;
+  creators: string[];
+  language: string | undefined;
+  coverURL: string | undefined;
+  manifest: ManifestItem[];
+  spine: SpineItem[];
+  // The spine element's step in an EPUB CFI.
+  spineCfiStep: number;
+  pageProgressionDirection: PageProgressionDirection;
+  layout: RenditionLayout;
+  navigationDocumentURL: string | undefined;
+  ncxURL: string | undefined;
+}
+
+function metaProperty(metadata: Element, property: string): string | undefined {
+  for (const meta of childElements(metadata, 'meta')) {
+    if (meta.getAttribute('property') === property && meta.getAttribute('refines') === null) {
+      const value = collapsedText(meta);
+      if (value.length > 0) return value;
+    }
+  }
+  return undefined;
+}
+
+function dublinCore(metadata: Element, localName: string): Element[] {
+  return childElements(metadata, localName).filter((element) => element.namespaceURI === dublinCoreNamespace);
+}
+
+// The main title: the one refined with title-type "main" when the package says so, else the first.
+function readTitle(metadata: Element): string | undefined {
+  const titles = dublinCore(metadata, 'title').filter((title) => collapsedText(title).length > 0);
+  const refinedMain = titles.find((title) => {
+    const id = title.getAttribute('id');
+    if (id === null) return false;
+    return childElements(metadata, 'meta').some(
+      (meta) =>
+        meta.getAttribute('refines') === `#${id}` &&
+        meta.getAttribute('property') === 'title-type' &&
+        collapsedText(meta) === 'main',
+    );
+  });
+  const chosen = refinedMain ?? titles[0];
+  return chosen === undefined ? undefined : collapsedText(chosen);
+}
+
+function readCover(metadata: Element, manifest: ManifestItem[], manifestHrefs: Map<string, ManifestItem>): string | undefined {
+  const coverImage = manifest.find((item) => item.properties.includes('cover-image'));
+  if (coverImage !== undefined) return coverImage.url;
+  for (const meta of childElements(metadata, 'meta')) {
+    if (meta.getAttribute('name') !== 'cover') continue;
+    const content = (meta.getAttribute('content') ?? '').trim();
+    if (content.length === 0) continue;
+    // The content names a manifest id; some books put the image's href there instead.
+    const item = manifest.find((entry) => entry.id === content) ?? manifestHrefs.get(content);
+    if (item !== undefined && item.mediaType.startsWith('image/')) return item.url;
+  }
+  return undefined;
+}
+
+export function parsePackageDocument(text: string, packageURL: string, resourceBaseURL: string): PackageDocument {
+  const document = parseXML(text, 'application/xml', 'the package document');
+  const root = document.documentElement;
+  if (root.localName !== 'package') throw new PublicationFormatError('not-a-package-document', 'the root element is not package');
+  const metadata = firstChildElement(root, 'metadata');
+  const manifestElement = firstChildElement(root, 'manifest');
+  const spineElement = firstChildElement(root, 'spine');
+  if (metadata === undefined || manifestElement === undefined || spineElement === undefined) {
+    throw new PublicationFormatError('incomplete-package-document', 'the package document lacks metadata, manifest or spine');
+  }
+
+  const manifest: ManifestItem[] = [];
+  const manifestByID = new Map<string, ManifestItem>();
+  const manifestByHref = new Map<string, ManifestItem>();
+  for (const element of childElements(manifestElement, 'item')) {
+    const id = element.getAttribute('id');
+    const href = element.getAttribute('href');
+    if (id === null || href === null) continue;
+    let url: string;
+    try {
+      url = resolveURL(href, packageURL);
+    } catch {
+      continue;
+    }
+    const item: ManifestItem = {
+      id,
+      url,
+      mediaType: (element.getAttribute('media-type') ?? '').trim().toLowerCase(),
+      properties: tokens(element.getAttribute('properties')),
+    };
+    manifest.push(item);
+    if (!manifestByID.has(id)) manifestByID.set(id, item);
+    manifestByHref.set(href, item);
+  }
+
+  const layout: RenditionLayout = metaProperty(metadata, 'rendition:layout') === 'pre-paginated' ? 'pre-paginated' : 'reflowable';
+  const spine: SpineItem[] = [];
+  childElements(spineElement).forEach((element, elementIndex) => {
+    if (element.localName !== 'itemref') return;
+    const idref = element.getAttribute('idref');
+    const item = idref === null ? undefined : manifestByID.get(idref);
+    if (idref === null || item === undefined) return;
+    const properties = tokens(element.getAttribute('properties'));
+    let itemLayout = layout;
+    if (properties.includes('rendition:layout-pre-paginated')) itemLayout = 'pre-paginated';
+    if (properties.includes('rendition:layout-reflowable')) itemLayout = 'reflowable';
+    spine.push({
+      index: spine.length,
+      idref,
+      cfiStep: 2 * (elementIndex + 1),
+      url: item.url,
+      href: relativeHref(item.url, resourceBaseURL),
+      mediaType: item.mediaType,
+      linear: (element.getAttribute('linear') ?? 'yes').trim() !== 'no',
+      properties,
+      layout: itemLayout,
+    });
+  });
+  if (spine.length === 0) throw new PublicationFormatError('empty-spine', 'the spine names no manifest item');
+
+  const direction = spineElement.getAttribute('page-progression-direction');
+  const pageProgressionDirection: PageProgressionDirection = direction === 'rtl' || direction === 'ltr' ? direction : 'default';
+
+  const uniqueIdentifierID = root.getAttribute('unique-identifier');
+  const identifiers = dublinCore(metadata, 'identifier');
+  const uniqueIdentifierElement = identifiers.find((element) => element.getAttribute('id') === uniqueIdentifierID) ?? identifiers[0];
+
+  const tocID = spineElement.getAttribute('toc');
+  const ncxItem =
+    (tocID === null ? undefined : manifestByID.get(tocID)) ??
+    manifest.find((item) => item.mediaType === 'application/x-dtbncx+xml');
+  const languageElement = dublinCore(metadata, 'language')[0];
+
+  return {
+    version: root.getAttribute('version') ?? '',
+    uniqueIdentifier: uniqueIdentifierElement === undefined ? undefined : (uniqueIdentifierElement.textContent ?? '').trim(),
+    title: readTitle(metadata),
+    creators: dublinCore(metadata, 'creator')
+      .map((creator) => collapsedText(creator))
+      .filter((name) => name.length > 0),
+    language: languageElement === undefined ? undefined : collapsedText(languageElement),
+    coverURL: readCover(metadata, manifest, manifestByHref),
+    manifest,
+    spine,
+    spineCfiStep: 2 * (childElements(root).indexOf(spineElement) + 1),
+    pageProgressionDirection,
+    layout,
+    navigationDocumentURL: manifest.find((item) => item.properties.includes('nav'))?.url,
+    ncxURL: ncxItem?.url,
+  };
+}

@@ -1,0 +1,154 @@
+import { describe, expect, it } from 'vitest';
+import { relativeHref, resourceKey } from '../src/publication/hrefs';
+import { parsePackageDocument } from '../src/publication/PackageDocument';
+
+const base = 'tomekeeper://publication/6F1E2D3C-4B5A-4968-8776-A5B4C3D2E1F0/OEBPS/';
+const packageURL = `${base}content.opf`;
+
+const epub3Package = `<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="uid" prefix="rendition: http://www.idpf.org/vocab/rendition/#">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="isbn">urn:isbn:0000</dc:identifier>
+    <dc:identifier id="uid">  urn:uuid:1234  </dc:identifier>
+    <dc:title id="sub">A Subtitle</dc:title>
+    <dc:title id="main">The   Main
+      Title</dc:title>
+    <meta refines="#main" property="title-type">main</meta>
+    <meta refines="#sub" property="title-type">subtitle</meta>
+    <dc:creator id="c1">Ada Writer</dc:creator>
+    <dc:creator id="c2">Bo Illustrator</dc:creator>
+    <dc:creator>  </dc:creator>
+    <dc:language>en</dc:language>
+    <meta property="rendition:layout">reflowable</meta>
+  </metadata>
+  <manifest>
+    <item id="nav" href="nav.xhtml" media-type="application/xhtml+xml" properties="nav"/>
+    <item id="cover" href="images/cover.jpg" media-type="image/jpeg" properties="cover-image"/>
+    <item id="c1" href="text/chapter%201.xhtml" media-type="application/xhtml+xml"/>
+    <item id="c2" href="text/chapter2.xhtml" media-type="application/xhtml+xml" properties="scripted"/>
+    <item id="notes" href="../notes.xhtml" media-type="application/xhtml+xml"/>
+    <item id="toc" href="toc.ncx" media-type="application/x-dtbncx+xml"/>
+  </manifest>
+  <spine toc="toc" page-progression-direction="rtl">
+    <itemref idref="c1"/>
+    <itemref idref="missing"/>
+    <itemref idref="c2" properties="rendition:layout-pre-paginated page-spread-left"/>
+    <itemref idref="notes" linear="no"/>
+  </spine>
+</package>`;
+
+describe('PackageDocument', () => {
+  it('ReadsTheMainTitleAndEveryCreatorInOrder', () => {
+    const parsed = parsePackageDocument(epub3Package, packageURL, base);
+    expect(parsed.title).toBe('The Main Title');
+    expect(parsed.creators).toEqual(['Ada Writer', 'Bo Illustrator']);
+    expect(parsed.language).toBe('en');
+    expect(parsed.version).toBe('3.0');
+  });
+
+  it('ReadsTheUniqueIdentifierNamedByThePackage', () => {
+    expect(parsePackageDocument(epub3Package, packageURL, base).uniqueIdentifier).toBe('urn:uuid:1234');
+  });
+
+  it('FindsTheEpub3CoverImage', () => {
+    expect(parsePackageDocument(epub3Package, packageURL, base).coverURL).toBe(`${base}images/cover.jpg`);
+  });
+
+  it('ResolvesManifestHrefsAgainstThePackage', () => {
+    const parsed = parsePackageDocument(epub3Package, packageURL, base);
+    expect(parsed.manifest.map((item) => item.url)).toContain(`${base}text/chapter%201.xhtml`);
+    expect(parsed.navigationDocumentURL).toBe(`${base}nav.xhtml`);
+    expect(parsed.ncxURL).toBe(`${base}toc.ncx`);
+  });
+
+  it('BuildsTheSpineWithLinearAndCfiSteps', () => {
+    const parsed = parsePackageDocument(epub3Package, packageURL, base);
+    expect(parsed.spine.map((item) => [item.index, item.idref, item.href, item.linear, item.cfiStep])).toEqual([
+      [0, 'c1', 'text/chapter%201.xhtml', true, 2],
+      [1, 'c2', 'text/chapter2.xhtml', true, 6],
+      [2, 'notes', '../notes.xhtml', false, 8],
+    ]);
+    expect(parsed.spineCfiStep).toBe(6);
+  });
+
+  it('ReadsPageProgressionAndLayoutWithItemOverrides', () => {
+    const parsed = parsePackageDocument(epub3Package, packageURL, base);
+    expect(parsed.pageProgressionDirection).toBe('rtl');
+    expect(parsed.layout).toBe('reflowable');
+    expect(parsed.spine.map((item) => item.layout)).toEqual(['reflowable', 'pre-paginated', 'reflowable']);
+  });
+
+  it('ReadsAPrePaginatedBook', () => {
+    const text = epub3Package.replace('<meta property="rendition:layout">reflowable</meta>', '<meta property="rendition:layout">pre-paginated</meta>');
+    const parsed = parsePackageDocument(text, packageURL, base);
+    expect(parsed.layout).toBe('pre-paginated');
+    expect(parsed.spine[0]?.layout).toBe('pre-paginated');
+  });
+
+  it('FindsTheEpub2CoverMeta', () => {
+    const text = `<package xmlns="http://www.idpf.org/2007/opf" version="2.0" unique-identifier="id">
+      <metadata xmlns:dc="http://purl.org/dc/elements/1.1/" xmlns:opf="http://www.idpf.org/2007/opf">
+        <dc:title>Old Book</dc:title>
+        <dc:creator opf:role="aut">First Author</dc:creator>
+        <dc:identifier id="id">abc</dc:identifier>
+        <meta name="cover" content="cover-img"/>
+      </metadata>
+      <manifest>
+        <item id="cover-img" href="cover.png" media-type="image/png"/>
+        <item id="text" href="text.html" media-type="application/xhtml+xml"/>
+        <item id="ncx" href="toc.ncx" media-type="application/x-dtbncx+xml"/>
+      </manifest>
+      <spine toc="ncx"><itemref idref="text"/></spine>
+    </package>`;
+    const parsed = parsePackageDocument(text, packageURL, base);
+    expect(parsed.title).toBe('Old Book');
+    expect(parsed.creators).toEqual(['First Author']);
+    expect(parsed.coverURL).toBe(`${base}cover.png`);
+    expect(parsed.pageProgressionDirection).toBe('default');
+    expect(parsed.navigationDocumentURL).toBeUndefined();
+    expect(parsed.ncxURL).toBe(`${base}toc.ncx`);
+  });
+
+  it('TakesAnEpub2CoverMetaThatNamesAnHref', () => {
+    const text = `<package xmlns="http://www.idpf.org/2007/opf" version="2.0">
+      <metadata xmlns:dc="http://purl.org/dc/elements/1.1/"><meta name="cover" content="img/c.jpg"/></metadata>
+      <manifest><item id="i" href="img/c.jpg" media-type="image/jpeg"/><item id="t" href="t.xhtml" media-type="application/xhtml+xml"/></manifest>
+      <spine><itemref idref="t"/></spine></package>`;
+    expect(parsePackageDocument(text, packageURL, base).coverURL).toBe(`${base}img/c.jpg`);
+  });
+
+  it('IgnoresACoverMetaThatNamesADocument', () => {
+    const text = `<package xmlns="http://www.idpf.org/2007/opf" version="2.0">
+      <metadata xmlns:dc="http://purl.org/dc/elements/1.1/"><meta name="cover" content="t"/></metadata>
+      <manifest><item id="t" href="t.xhtml" media-type="application/xhtml+xml"/></manifest>
+      <spine><itemref idref="t"/></spine></package>`;
+    const parsed = parsePackageDocument(text, packageURL, base);
+    expect(parsed.coverURL).toBeUndefined();
+    expect(parsed.title).toBeUndefined();
+    expect(parsed.creators).toEqual([]);
+  });
+
+  it('RefusesADocumentThatIsNotWellFormed', () => {
+    expect(() => parsePackageDocument('<package><metadata>', packageURL, base)).toThrow(/well-formed/);
+  });
+
+  it('RefusesAPackageWithoutSpineItems', () => {
+    const text = `<package xmlns="http://www.idpf.org/2007/opf"><metadata/><manifest/><spine><itemref idref="x"/></spine></package>`;
+    expect(() => parsePackageDocument(text, packageURL, base)).toThrow(/spine/);
+  });
+
+  it('RefusesAnotherRootElement', () => {
+    expect(() => parsePackageDocument('<html/>', packageURL, base)).toThrow(/package/);
+  });
+});
+
+describe('PublicationHrefs', () => {
+  it('MakesHrefsRelativeToThePackageDirectory', () => {
+    expect(relativeHref(`${base}text/a.xhtml#p1`, base)).toBe('text/a.xhtml#p1');
+    expect(relativeHref('tomekeeper://publication/6F1E2D3C-4B5A-4968-8776-A5B4C3D2E1F0/x/b.xhtml', base)).toBe('../x/b.xhtml');
+  });
+
+  it('ComparesDifferentlyEscapedSpellingsOfOneResource', () => {
+    expect(resourceKey(`${base}text/chapter%201.xhtml#x`)).toBe(resourceKey(`${base}text/chapter 1.xhtml`));
+  });
+});
