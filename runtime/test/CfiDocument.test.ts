@@ -1,0 +1,245 @@
+import { describe, expect, it } from 'vitest';
+import {
+  cfiForPoint,
+  cfiForRange,
+  CfiResolutionError,
+  cfiSpineStep,
+  resolveCfiPoint,
+  resolveCfiRange,
+  type CfiSpinePosition,
+} from '../src/cfi/CfiDocument';
+import { runtimeNodeAttribute } from '../src/cfi/ignoredNodes';
+import { TextIndex } from '../src/cfi/TextIndex';
+
+const spine: CfiSpinePosition = { spineCfiStep: 6, itemCfiStep: 4, idref: 'c1' };
+
+function xhtml(body: string, head = '<title>t</title>', rootAttributes = ''): Document {
+  const text = `<?xml version="1.0" encoding="UTF-8"?><html xmlns="http://www.w3.org/1999/xhtml" ${rootAttributes}><head>${head}</head><body>${body}</body></html>`;
+  const document = new DOMParser().parseFromString(text, 'application/xhtml+xml');
+  expect(document.getElementsByTagName('parsererror')).toHaveLength(0);
+  return document;
+}
+
+function textNodeContaining(document: Document, needle: string): Text {
+  const walker = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
+  for (let node = walker.nextNode(); node !== null; node = walker.nextNode()) {
+    if ((node as Text).data.includes(needle)) return node as Text;
+  }
+  throw new Error(`no text node holds ${needle}`);
+}
+
+// Every text position of the body, generated and resolved back, lands on the same position.
+function expectEveryTextPositionRoundTrips(document: Document): void {
+  const index = new TextIndex(document.body);
+  expect(index.text.length).toBeGreaterThan(0);
+  for (let position = 0; position <= index.text.length; position += 1) {
+    const point = index.pointAt(position);
+    if (point === undefined) throw new Error('no point');
+    const cfi = cfiForPoint(point, spine, index);
+    const resolved = resolveCfiPoint(document, cfi, index);
+    expect(resolved.quality, cfi).toBe('exact');
+    expect(index.positionOfBoundary(resolved.point.node, resolved.point.offset), cfi).toBe(position);
+  }
+}
+
+describe('CfiDocument', () => {
+  it('GeneratesAPathWithIdAssertionsAndTextAssertion', () => {
+    const document = xhtml('<section id="s1"><p id="p1">Hello <em>big</em> world</p></section>');
+    const text = textNodeContaining(document, 'world');
+    expect(cfiForPoint({ node: text, offset: 2 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2[s1]/2[p1]/3:2[ello big w,orld])');
+  });
+
+  it('CountsTextSplitByACommentAsOneRun', () => {
+    const document = xhtml('<p>abc<!-- note -->def</p>');
+    const text = textNodeContaining(document, 'def');
+    expect(cfiForPoint({ node: text, offset: 1 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2/1:4[abcd,ef])');
+    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4[c1]!/4/2/1:4)');
+    expect(resolved.point).toEqual({ node: text, offset: 1 });
+  });
+
+  it('GivesTheSameCfiForTextSplitIntoSeveralNodes', () => {
+    const whole = xhtml('<p>one two three</p>');
+    const split = xhtml('<p>one two three</p>');
+    const first = textNodeContaining(split, 'one');
+    const rest = first.splitText(4).splitText(4);
+    expect(cfiForPoint({ node: rest, offset: 2 }, spine)).toBe(cfiForPoint({ node: textNodeContaining(whole, 'one'), offset: 10 }, spine));
+    expect(resolveCfiPoint(split, cfiForPoint({ node: rest, offset: 2 }, spine)).point).toEqual({ node: rest, offset: 2 });
+  });
+
+  it('LooksThroughRuntimeNodes', () => {
+    const plain = xhtml('<p id="a">first</p><p id="b">second part</p>');
+    const withRuntimeNodes = xhtml('<p id="a">first</p><p id="b">second part</p>');
+    const style = withRuntimeNodes.createElementNS('http://www.w3.org/1999/xhtml', 'style');
+    style.setAttribute(runtimeNodeAttribute, '');
+    withRuntimeNodes.head.appendChild(style);
+    const marker = withRuntimeNodes.createElementNS('http://www.w3.org/1999/xhtml', 'span');
+    marker.setAttribute(runtimeNodeAttribute, '');
+    marker.textContent = 'MARK';
+    withRuntimeNodes.body.insertBefore(marker, withRuntimeNodes.body.firstChild);
+    const second = textNodeContaining(withRuntimeNodes, 'second');
+    const after = second.splitText(7);
+    const secondMarker = marker.cloneNode(true);
+    second.parentNode?.insertBefore(secondMarker, after);
+    const expected = cfiForPoint({ node: textNodeContaining(plain, 'second'), offset: 9 }, spine);
+    expect(cfiForPoint({ node: after, offset: 2 }, spine)).toBe(expected);
+    expect(expected).toBe('epubcfi(/6/4[c1]!/4/4[b]/1:9[tsecond pa,rt])');
+    expect(resolveCfiPoint(withRuntimeNodes, expected).point).toEqual({ node: after, offset: 2 });
+  });
+
+  it('PointsAtAnImageAndResolvesBackToIt', () => {
+    const document = xhtml('<div><p>before</p><img id="fig" src="a.png" alt="a"/><p>after</p></div>');
+    const image = document.getElementById('fig') as Element;
+    const div = image.parentNode as Element;
+    const offset = Array.prototype.indexOf.call(div.childNodes, image) as number;
+    const cfi = cfiForPoint({ node: div, offset }, spine);
+    expect(cfi).toBe('epubcfi(/6/4[c1]!/4/2/4[fig])');
+    const resolved = resolveCfiPoint(document, cfi);
+    expect(resolved.quality).toBe('exact');
+    expect(resolved.point.node.childNodes[resolved.point.offset]).toBe(image);
+  });
+
+  it('PointsAtAnImageWithoutId', () => {
+    const document = xhtml('<p>x<img src="a.png" alt=""/>y</p>');
+    const paragraph = document.body.firstElementChild as Element;
+    expect(cfiForPoint({ node: paragraph, offset: 1 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2/2)');
+    expect(cfiForPoint({ node: paragraph, offset: 2 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2/3:0[x,y])');
+  });
+
+  it('GivesAPointAtTheEndOfAnElementTheEndOfItsLastRun', () => {
+    const document = xhtml('<p>ab<em>c</em>de</p><p>next</p>');
+    const paragraph = document.body.firstElementChild as Element;
+    const cfi = cfiForPoint({ node: paragraph, offset: paragraph.childNodes.length }, spine);
+    expect(cfi).toBe('epubcfi(/6/4[c1]!/4/2/3:2[abcde,next])');
+  });
+
+  it('RoundTripsEveryPositionThroughNestedElements', () => {
+    const document = xhtml(
+      '<div id="d"><section><h1>Title <span>with <b>nested <i>deep</i></b> words</span></h1>' +
+        '<p>Para<a href="#x">link</a>graph<br/>line two</p><ul><li>one</li><li><p>two <em>three</em></p></li></ul></section></div>',
+    );
+    expectEveryTextPositionRoundTrips(document);
+  });
+
+  it('RoundTripsEveryPositionInRightToLeftText', () => {
+    const document = xhtml(
+      '<p dir="rtl">النظام <b>الغذائي</b> الحقيقي ضد السرطان</p><p dir="rtl">فصل ١٢: <span>مقدمة</span></p>',
+      '<title>t</title>',
+      'dir="rtl" xml:lang="ar"',
+    );
+    expectEveryTextPositionRoundTrips(document);
+    const cfi = cfiForPoint({ node: textNodeContaining(document, 'الحقيقي'), offset: 3 }, spine);
+    expect(cfi).toBe('epubcfi(/6/4[c1]!/4/2/3:3[الغذائي ال,حقيقي ضد ا])');
+    expect(resolveCfiPoint(document, cfi).point).toEqual({ node: textNodeContaining(document, 'الحقيقي'), offset: 3 });
+  });
+
+  it('RoundTripsEveryPositionInVerticalTextWithRuby', () => {
+    const document = xhtml(
+      '<div style="writing-mode: vertical-rl"><p>賢治の<ruby>夢<rt>ゆめ</rt></ruby>の世界</p>' +
+        '<p class="tcy">第<span style="text-combine-upright: all">12</span>章</p></div>',
+      '<title>t</title><style>html { writing-mode: vertical-rl; -epub-writing-mode: vertical-rl; }</style>',
+      'xml:lang="ja"',
+    );
+    expectEveryTextPositionRoundTrips(document);
+  });
+
+  it('RoundTripsCharactersOutsideTheBasicPlane', () => {
+    const document = xhtml('<p>a😀b<span>𠮷野</span>c</p>');
+    expectEveryTextPositionRoundTrips(document);
+  });
+
+  it('FollowsTheIdWhenAnElementWasInsertedBefore', () => {
+    const document = xhtml('<p id="a">first</p><p id="b">second paragraph</p>');
+    const cfi = cfiForPoint({ node: textNodeContaining(document, 'second'), offset: 7 }, spine);
+    const inserted = document.createElementNS('http://www.w3.org/1999/xhtml', 'p');
+    inserted.textContent = 'new';
+    document.body.insertBefore(inserted, document.body.firstChild);
+    const resolved = resolveCfiPoint(document, cfi);
+    expect(resolved.quality).toBe('idAssertion');
+    expect(resolved.point).toEqual({ node: textNodeContaining(document, 'second'), offset: 7 });
+  });
+
+  it('CorrectsAnOffsetByTheTextAssertion', () => {
+    const document = xhtml('<p>The quick brown fox jumps over the lazy dog</p>');
+    const text = textNodeContaining(document, 'fox');
+    const cfi = cfiForPoint({ node: text, offset: text.data.indexOf('jumps') }, spine);
+    text.data = `Indeed, ${text.data}`;
+    const resolved = resolveCfiPoint(document, cfi);
+    expect(resolved.quality).toBe('textAssertion');
+    expect(resolved.point.offset).toBe(text.data.indexOf('jumps'));
+  });
+
+  it('ChoosesTheAssertedTextNearestToThePath', () => {
+    const document = xhtml('<p>la la la la la la</p>');
+    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:12[ la ,la])');
+    expect(resolved.quality).toBe('exact');
+    const moved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:10[ la ,la])');
+    expect(moved.quality).toBe('textAssertion');
+    expect(moved.point.offset).toBe(9);
+  });
+
+  it('ReportsATextAssertionThatIsNowhere', () => {
+    const document = xhtml('<p>completely different</p>');
+    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:3[abc,def])');
+    expect(resolved.quality).toBe('textAssertionMismatch');
+    expect(resolved.point.offset).toBe(3);
+  });
+
+  it('ClampsAnOffsetBeyondTheText', () => {
+    const document = xhtml('<p>short</p>');
+    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:99)');
+    expect(resolved.quality).toBe('clamped');
+    expect(resolved.point.offset).toBe(5);
+  });
+
+  it('RefusesAPathThatLeadsNowhere', () => {
+    const document = xhtml('<p>short</p>');
+    expect(() => resolveCfiPoint(document, 'epubcfi(/6/4!/4/8/1:0)')).toThrow(CfiResolutionError);
+    expect(() => resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/5:0)')).toThrow(CfiResolutionError);
+    expect(() => resolveCfiPoint(document, 'epubcfi(/6/4!/4/1/2)')).toThrow(CfiResolutionError);
+  });
+
+  it('ResolvesAPathWithoutPackagePart', () => {
+    const document = xhtml('<p>abc</p>');
+    expect(resolveCfiPoint(document, 'epubcfi(/4/2/1:1)').point).toEqual({ node: textNodeContaining(document, 'abc'), offset: 1 });
+  });
+
+  it('KeepsTheEarlierNodeForABeforeSideBias', () => {
+    const document = xhtml('<p>abc</p>');
+    const first = textNodeContaining(document, 'abc');
+    const second = first.splitText(2);
+    expect(resolveCfiPoint(document, 'epubcfi(/4/2/1:2)').point).toEqual({ node: second, offset: 0 });
+    expect(resolveCfiPoint(document, 'epubcfi(/4/2/1:2[ab,c;s=b])').point).toEqual({ node: first, offset: 2 });
+  });
+
+  it('GeneratesARangeWithItsCommonParent', () => {
+    const document = xhtml('<p id="p">Hello <em>big</em> world</p>');
+    const range = document.createRange();
+    range.setStart(textNodeContaining(document, 'Hello'), 1);
+    range.setEnd(textNodeContaining(document, 'world'), 3);
+    const cfi = cfiForRange(range, spine);
+    expect(cfi).toBe('epubcfi(/6/4[c1]!/4/2[p],/1:1[H,ello big w],/3:3[llo big wo,rld])');
+    const resolved = resolveCfiRange(document, cfi);
+    expect(resolved.toString()).toBe('ello big wo');
+  });
+
+  it('RoundTripsRangesAcrossElements', () => {
+    const document = xhtml('<h1>Head <b>bold</b></h1><p>One <i>two</i> three</p><div><p>four <span>five</span></p></div>');
+    const index = new TextIndex(document.body);
+    for (let start = 0; start < index.text.length; start += 3) {
+      for (let end = start + 1; end <= index.text.length; end += 4) {
+        const range = document.createRange();
+        const startPoint = index.pointAt(start) as { node: Node; offset: number };
+        const endPoint = index.pointAt(end, true) as { node: Node; offset: number };
+        range.setStart(startPoint.node, startPoint.offset);
+        range.setEnd(endPoint.node, endPoint.offset);
+        const resolved = resolveCfiRange(document, cfiForRange(range, spine, index), index);
+        expect(resolved.toString()).toBe(range.toString());
+      }
+    }
+  });
+
+  it('ReadsTheSpineStepOfTheCfi', () => {
+    expect(cfiSpineStep('epubcfi(/6/4[c1]!/4/2/1:0)')).toEqual({ itemCfiStep: 4, idref: 'c1' });
+    expect(cfiSpineStep('epubcfi(/4/2/1:0)')).toBeUndefined();
+  });
+});
