@@ -1,15 +1,20 @@
-# Shared compile settings and small helpers so every folder declares its
-# targets the same way.
+# Shared compile settings. The presets build with clang: GCC 12 destroys a
+# function object twice when it is passed by value into an awaited call
+# (co_await run([copy] { ... })), which this code base does everywhere.
+# Small helpers below make every folder declare its targets the same way.
 
 add_library(tomekeeper_settings INTERFACE)
 target_compile_options(tomekeeper_settings INTERFACE
   -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-  -Wimplicit-fallthrough -Wmissing-declarations)
+  -Wimplicit-fallthrough -Wmissing-prototypes)
 target_compile_definitions(tomekeeper_settings INTERFACE
   G_LOG_DOMAIN="Tomekeeper" GLIB_VERSION_MIN_REQUIRED=GLIB_VERSION_2_74)
 if(TOMEKEEPER_SANITIZE)
+  # -fsanitize=function is left out: GLib calls every callback through a cast
+  # function pointer, and with coroutines clang 14 cannot emit its checks.
   target_compile_options(tomekeeper_settings INTERFACE
-    -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+    -fsanitize=address,undefined -fno-sanitize=function -fno-omit-frame-pointer
+    -fno-sanitize-recover=undefined)
   target_link_options(tomekeeper_settings INTERFACE -fsanitize=address,undefined)
 endif()
 if(TOMEKEEPER_FUZZ)

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string_view>
+
+namespace tomekeeper {
+
+// A fingerprint is the SHA-256 of a book's file as 64 lower-case hexadecimal
+// characters. Only that exact form is valid; the test is what makes a
+// fingerprint safe to use as a directory name.
+constexpr bool isValidFingerprint(std::string_view text) noexcept {
+  if (text.size() != 64) return false;
+  for (char character : text) {
+    const bool digit = character >= '0' && character <= '9';
+    const bool letter = character >= 'a' && character <= 'f';
+    if (!digit && !letter) return false;
+  }
+  return true;
+}
+
+}  // namespace tomekeeper

@@ -1,0 +1,266 @@
+#include "opening/DocumentOpenRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include "OpeningTestSupport.h"
+#include "async/RunUntilDone.h"
+#include "async/SharedTask.h"
+#include "opening/OpeningFailures.h"
+
+namespace tomekeeper {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::writeFile;
+
+class DocumentOpenRegistryTest : public ::testing::Test, protected testing::RegistryFixture {
+ protected:
+  async::Task<PreparedDocumentIdentity> open(const std::filesystem::path& file,
+                                             std::optional<std::string> expected = std::nullopt) {
+    return registry->prepareIdentity(file, std::move(expected));
+  }
+
+  template <typename T>
+  T run(async::Task<T> task) {
+    return async::runUntilDone(std::move(task), 10s);
+  }
+
+  DocumentOpenFailure openFailure(async::Task<PreparedDocumentIdentity> task) {
+    try {
+      run(std::move(task));
+    } catch (const DocumentOpenFailureError& error) {
+      return error.failure();
+    }
+    ADD_FAILURE() << "the open did not fail";
+    return DocumentOpenFailure::notAnEPUB;
+  }
+
+  void expectLedgerBalanced() {
+    EXPECT_EQ(ledger->activeCount(), 0);
+    EXPECT_EQ(ledger->starts(), ledger->stops());
+  }
+};
+
+TEST_F(DocumentOpenRegistryTest, ReservesTheFingerprintOfAFirstOpen) {
+  writeFile(directory / "book.epub", "the book");
+  PreparedDocumentIdentity identity = run(open(directory / "book.epub"));
+  EXPECT_FALSE(identity.reusedActiveSession);
+  EXPECT_TRUE(registry->isReserved(identity.fingerprint));
+  EXPECT_EQ(identity.sourceURL, directory / "book.epub");
+  EXPECT_TRUE(std::filesystem::exists(bookmarkStore->bookmarkFileURL(identity.fingerprint)));
+  identity.sourceAccess->end();
+  expectLedgerBalanced();
+}
+
+TEST_F(DocumentOpenRegistryTest, AcceptsAnyLetterCaseOfTheExtensionAndRefusesOthersBeforeAccess) {
+  writeFile(directory / "BOOK.EPUB", "the book");
+  writeFile(directory / "book.pdf", "not a book");
+  PreparedDocumentIdentity identity = run(open(directory / "BOOK.EPUB"));
+  identity.sourceAccess->end();
+  EXPECT_EQ(openFailure(open(directory / "book.pdf")), DocumentOpenFailure::notAnEPUB);
+  EXPECT_EQ(ledger->starts(), 1) << "no access may begin for a file of another type";
+}
+
+TEST_F(DocumentOpenRegistryTest, AnUnreadableFileIsUnavailableAndItsLeaseEnds) {
+  EXPECT_EQ(openFailure(open(directory / "missing.epub")), DocumentOpenFailure::sourceUnavailable);
+  EXPECT_EQ(ledger->starts(), 1);
+  expectLedgerBalanced();
+}
+
+TEST_F(DocumentOpenRegistryTest, TwoOpensOfOnePathHashOnceAndTheSecondReusesTheReservation) {
+  writeFile(directory / "book.epub", "the book");
+  fingerprinter->holdUntilReleased = true;
+  auto both = [&]() -> async::Task<std::pair<bool, bool>> {
+    auto first = async::SharedTask<PreparedDocumentIdentity*>::start(
+        [&]() -> async::Task<PreparedDocumentIdentity*> {
+          co_return new PreparedDocumentIdentity(co_await open(directory / "book.epub"));
+        }());
+    auto second = async::SharedTask<PreparedDocumentIdentity*>::start(
+        [&]() -> async::Task<PreparedDocumentIdentity*> {
+          co_return new PreparedDocumentIdentity(co_await open(directory / "book.epub"));
+        }());
+    co_await async::sleepFor(20ms);
+    fingerprinter->release();
+    std::unique_ptr<PreparedDocumentIdentity> a(co_await first);
+    std::unique_ptr<PreparedDocumentIdentity> b(co_await second);
+    EXPECT_EQ(a->fingerprint, b->fingerprint);
+    a->sourceAccess->end();
+    b->sourceAccess->end();
+    co_return std::pair{a->reusedActiveSession, b->reusedActiveSession};
+  };
+  const auto [firstReused, secondReused] = run(both());
+  EXPECT_EQ(fingerprinter->calls, 1);
+  EXPECT_NE(firstReused, secondReused) << "exactly one open wins the reservation";
+  EXPECT_EQ(registry->inFlightCount(), 0u);
+  expectLedgerBalanced();
+}
+
+TEST_F(DocumentOpenRegistryTest, TheSameContentUnderTwoPathsHashesTwiceAndReservesOnce) {
+  writeFile(directory / "a.epub", "same content");
+  writeFile(directory / "copy.epub", "same content");
+  PreparedDocumentIdentity first = run(open(directory / "a.epub"));
+  PreparedDocumentIdentity second = run(open(directory / "copy.epub"));
+  EXPECT_EQ(fingerprinter->calls, 2);
+  EXPECT_EQ(first.fingerprint, second.fingerprint);
+  EXPECT_FALSE(first.reusedActiveSession);
+  EXPECT_TRUE(second.reusedActiveSession);
+}
+
+TEST_F(DocumentOpenRegistryTest, AWarmOpenUsesTheIdentityCacheAndHashesNothing) {
+  writeFile(directory / "book.epub", "the book");
+  PreparedDocumentIdentity first = run(open(directory / "book.epub"));
+  registry->releaseReservation(first.fingerprint);
+  PreparedDocumentIdentity second = run(open(directory / "book.epub"));
+  EXPECT_EQ(fingerprinter->calls, 1);
+  EXPECT_EQ(second.fingerprint, first.fingerprint);
+  EXPECT_FALSE(second.reusedActiveSession);
+}
+
+TEST_F(DocumentOpenRegistryTest, AFailedHashReachesEveryWaiterAndANewOpenStartsAfresh) {
+  writeFile(directory / "book.epub", "the book");
+  fingerprinter->failure = true;
+  fingerprinter->holdUntilReleased = true;
+  auto both = [&]() -> async::Task<int> {
+    auto attempt = [&]() -> async::Task<int> {
+      try {
+        co_await open(directory / "book.epub");
+      } catch (const std::runtime_error&) {
+        co_return 1;
+      }
+      co_return 0;
+    };
+    auto first = async::SharedTask<int>::start(attempt());
+    auto second = async::SharedTask<int>::start(attempt());
+    co_await async::sleepFor(20ms);
+    fingerprinter->release();
+    co_return co_await first + co_await second;
+  };
+  EXPECT_EQ(run(both()), 2);
+  EXPECT_EQ(fingerprinter->calls, 1);
+  EXPECT_EQ(registry->inFlightCount(), 0u);
+  expectLedgerBalanced();
+
+  fingerprinter->failure = false;
+  PreparedDocumentIdentity retry = run(open(directory / "book.epub"));
+  EXPECT_EQ(fingerprinter->calls, 2);
+  EXPECT_FALSE(retry.reusedActiveSession);
+}
+
+TEST_F(DocumentOpenRegistryTest, AnExpectedFingerprintThatDiffersReservesNothingButIsLearnt) {
+  writeFile(directory / "other.epub", "another book");
+  const std::string expected(64, 'c');
+  EXPECT_EQ(openFailure(open(directory / "other.epub", expected)),
+            DocumentOpenFailure::relocatedContentMismatch);
+  expectLedgerBalanced();
+  const auto records = identityCache->loadRecords();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_FALSE(registry->isReserved(records[0].fingerprint));
+  EXPECT_FALSE(std::filesystem::exists(directory / "Publications" / records[0].fingerprint))
+      << "the bookmark store must be untouched";
+}
+
+TEST_F(DocumentOpenRegistryTest, RegisteringAnActiveFingerprintBringsTheOldWindowForward) {
+  const std::string fingerprint(64, 'd');
+  int firstWindow = 0;
+  int secondWindow = 0;
+  EXPECT_TRUE(registry->registerActive(fingerprint, [&] { ++firstWindow; }));
+  EXPECT_FALSE(registry->registerActive(fingerprint, [&] { ++secondWindow; }));
+  EXPECT_EQ(firstWindow, 1);
+  EXPECT_EQ(secondWindow, 0);
+  EXPECT_TRUE(registry->activate(fingerprint));
+  EXPECT_EQ(firstWindow, 2);
+  registry->releaseReservation(fingerprint);
+  EXPECT_TRUE(registry->isActive(fingerprint));
+  registry->removeActive(fingerprint);
+  EXPECT_FALSE(registry->activate(fingerprint));
+}
+
+TEST_F(DocumentOpenRegistryTest, AnOpenOfAnActiveBookIsToldToReuseIt) {
+  writeFile(directory / "book.epub", "the book");
+  PreparedDocumentIdentity first = run(open(directory / "book.epub"));
+  registry->registerActive(first.fingerprint, [] {});
+  EXPECT_FALSE(registry->isReserved(first.fingerprint));
+  PreparedDocumentIdentity second = run(open(directory / "book.epub"));
+  EXPECT_TRUE(second.reusedActiveSession);
+}
+
+TEST_F(DocumentOpenRegistryTest, ATraceRecordsTheIdentityStages) {
+  writeFile(directory / "book.epub", "the book");
+  auto trace = std::make_shared<OpenPerformanceTrace>();
+  PreparedDocumentIdentity identity =
+      run(OpenPerformanceTrace::bind(trace, open(directory / "book.epub")));
+  identity.sourceAccess->end();
+  const OpenPerformanceTrace::State state = trace->state();
+  EXPECT_EQ(state.identityCacheHit, false);
+  EXPECT_EQ(state.sourceByteCount, 8);
+  EXPECT_TRUE(state.durationsMS.contains("identityCacheLookup"));
+  EXPECT_TRUE(state.durationsMS.contains("fullFingerprint"));
+  EXPECT_TRUE(state.durationsMS.contains("securityScopedAccess"));
+}
+
+TEST(SecurityScopedAccessTest, EndingTwiceCountsOnceAndADestroyedLeaseEndsItself) {
+  auto ledger = std::make_shared<SecurityScopedAccessLedger>();
+  auto lease = ledger->begin("/tmp/book.epub");
+  EXPECT_FALSE(lease->systemGranted());
+  EXPECT_EQ(ledger->activeCount(), 1);
+  lease->end();
+  lease->end();
+  EXPECT_EQ(ledger->stops(), 1);
+  { auto dropped = ledger->begin("/tmp/other.epub"); }
+  EXPECT_EQ(ledger->starts(), 2);
+  EXPECT_EQ(ledger->stops(), 2);
+  EXPECT_EQ(ledger->activeCount(), 0);
+}
+
+TEST(SecurityScopedAccessTest, ALeaseThatOutlivesItsLedgerStillEnds) {
+  auto ledger = std::make_shared<SecurityScopedAccessLedger>();
+  auto lease = ledger->begin("/tmp/book.epub");
+  ledger.reset();
+  lease->end();
+  EXPECT_TRUE(lease->ended());
+}
+
+class SourceBookmarkStoreTest : public ::testing::Test, protected testing::RegistryFixture {
+ protected:
+  const std::string fingerprint = std::string(64, 'e');
+};
+
+TEST_F(SourceBookmarkStoreTest, AFileRenamedInItsDirectoryResolvesStaleAndIsRewritten) {
+  writeFile(directory / "books/book.epub", "content");
+  async::runUntilDone(bookmarkStore->save(directory / "books/book.epub", fingerprint), 5s);
+  EXPECT_EQ(async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s).isStale, false);
+  std::filesystem::rename(directory / "books/book.epub", directory / "books/renamed.epub");
+  const auto moved = async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s);
+  EXPECT_EQ(moved.url, directory / "books/renamed.epub");
+  EXPECT_TRUE(moved.isStale);
+  EXPECT_TRUE(moved.didRefresh);
+  const auto again = async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s);
+  EXPECT_FALSE(again.isStale);
+  EXPECT_EQ(again.url, directory / "books/renamed.epub");
+}
+
+TEST_F(SourceBookmarkStoreTest, AFileThatIsGoneFailsToResolve) {
+  writeFile(directory / "books/book.epub", "content");
+  async::runUntilDone(bookmarkStore->save(directory / "books/book.epub", fingerprint), 5s);
+  std::filesystem::remove(directory / "books/book.epub");
+  EXPECT_THROW(async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s), std::system_error);
+  EXPECT_THROW(async::runUntilDone(bookmarkStore->resolve(std::string(64, 'f')), 5s),
+               std::system_error);
+}
+
+TEST_F(SourceBookmarkStoreTest, AnInvalidFingerprintIsRefusedWithoutTouchingTheDisk) {
+  writeFile(directory / "book.epub", "content");
+  for (const std::string& bad : {std::string(63, 'a'), std::string(63, 'a') + "A",
+                                 std::string("../../../../../../etc/passwd")}) {
+    try {
+      async::runUntilDone(bookmarkStore->save(directory / "book.epub", bad), 5s);
+      ADD_FAILURE() << bad;
+    } catch (const SourceBookmarkStoreFailureError& error) {
+      EXPECT_EQ(error.failure(), SourceBookmarkStoreFailure::invalidFingerprint);
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(directory / "Publications"));
+}
+
+}  // namespace
+}  // namespace tomekeeper

@@ -1,0 +1,217 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "OpeningTestSupport.h"
+#include "async/RunUntilDone.h"
+#include "opening/AtomicFileWriter.h"
+#include "opening/Fingerprint.h"
+#include "opening/OpeningFailures.h"
+#include "opening/PublicationFingerprintService.h"
+#include "opening/PublicationIdentityCache.h"
+
+namespace tomekeeper {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::TemporaryDirectory;
+using testing::writeFile;
+
+std::string oneShotSHA256(const std::string& bytes) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  EVP_Digest(bytes.data(), bytes.size(), digest, &length, EVP_sha256(), nullptr);
+  char text[65];
+  for (unsigned int index = 0; index < length; ++index)
+    snprintf(text + 2 * index, 3, "%02x", digest[index]);
+  return std::string(text, 64);
+}
+
+void setModificationTime(const std::filesystem::path& file, time_t seconds) {
+  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+}
+
+TEST(FingerprintTest, OnlySixtyFourLowerCaseHexadecimalCharactersAreValid) {
+  const std::string valid(64, 'a');
+  EXPECT_TRUE(isValidFingerprint(valid));
+  EXPECT_FALSE(isValidFingerprint(std::string(63, 'a')));
+  EXPECT_FALSE(isValidFingerprint(std::string(65, 'a')));
+  EXPECT_FALSE(isValidFingerprint(std::string(63, 'a') + "A"));
+  EXPECT_FALSE(isValidFingerprint(std::string(63, 'a') + "g"));
+  EXPECT_FALSE(isValidFingerprint(std::string(62, 'a') + "/."));
+}
+
+class PublicationFingerprintServiceTest : public ::testing::Test {
+ protected:
+  TemporaryDirectory directory;
+  PublicationFingerprintService service;
+};
+
+TEST_F(PublicationFingerprintServiceTest, AnEmptyFileHasTheDigestOfNoBytes) {
+  writeFile(directory / "empty.epub", "");
+  EXPECT_EQ(async::runUntilDone(service.fingerprint(directory / "empty.epub"), 5s),
+            "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+}
+
+TEST_F(PublicationFingerprintServiceTest, MatchesAOneShotDigestAcrossManyChunks) {
+  std::string bytes;
+  for (int index = 0; bytes.size() < 3 * PublicationFingerprintService::kReadSize + 17; ++index) {
+    bytes += static_cast<char>(index * 31 + 7);
+  }
+  writeFile(directory / "book.epub", bytes);
+  const std::string fingerprint =
+      async::runUntilDone(service.fingerprint(directory / "book.epub"), 5s);
+  EXPECT_EQ(fingerprint, oneShotSHA256(bytes));
+  EXPECT_TRUE(isValidFingerprint(fingerprint));
+}
+
+TEST_F(PublicationFingerprintServiceTest, AMissingFileFailsWithTheFileError) {
+  EXPECT_THROW(async::runUntilDone(service.fingerprint(directory / "gone.epub"), 5s),
+               std::system_error);
+}
+
+TEST_F(PublicationFingerprintServiceTest, StopsBetweenChunksWhenCancelled) {
+  writeFile(directory / "book.epub",
+            std::string(2 * PublicationFingerprintService::kReadSize, 'x'));
+  std::stop_source source;
+  source.request_stop();
+  EXPECT_THROW(
+      PublicationFingerprintService::fingerprintFile(directory / "book.epub", source.get_token()),
+      async::OperationCancelled);
+}
+
+class PublicationIdentityCacheTest : public ::testing::Test {
+ protected:
+  std::optional<std::string> cached(const std::filesystem::path& file) {
+    return async::runUntilDone(cache.cachedFingerprint(file), 5s);
+  }
+  void record(const std::filesystem::path& file, const std::string& fingerprint) {
+    async::runUntilDone(cache.record(file, fingerprint), 5s);
+  }
+
+  TemporaryDirectory directory;
+  PublicationIdentityCache cache{directory / "DocumentAccess/identity-cache.json"};
+  const std::string fingerprintA = std::string(64, 'a');
+  const std::string fingerprintB = std::string(64, 'b');
+};
+
+TEST_F(PublicationIdentityCacheTest, AnUnchangedFileIsKnownAndAMissingStoreIsEmpty) {
+  writeFile(directory / "book.epub", "content");
+  EXPECT_EQ(cached(directory / "book.epub"), std::nullopt);
+  record(directory / "book.epub", fingerprintA);
+  EXPECT_EQ(cached(directory / "book.epub"), fingerprintA);
+}
+
+TEST_F(PublicationIdentityCacheTest, ATouchedFileIsNotTrustedAndItsRecordIsReplaced) {
+  writeFile(directory / "book.epub", "content");
+  setModificationTime(directory / "book.epub", 1'000'000'000);
+  record(directory / "book.epub", fingerprintA);
+  setModificationTime(directory / "book.epub", 1'000'000'500);
+  EXPECT_EQ(cached(directory / "book.epub"), std::nullopt);
+  record(directory / "book.epub", fingerprintA);
+  EXPECT_EQ(cache.loadRecords().size(), 1u);
+}
+
+TEST_F(PublicationIdentityCacheTest, ARenamedFileIsFoundByItsIdentityAndTheRecordMoves) {
+  writeFile(directory / "old.epub", "content");
+  record(directory / "old.epub", fingerprintA);
+  std::filesystem::rename(directory / "old.epub", directory / "new.epub");
+  EXPECT_EQ(cached(directory / "new.epub"), fingerprintA);
+  record(directory / "new.epub", fingerprintA);
+  const auto records = cache.loadRecords();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].source.path, (directory / "new.epub").string());
+}
+
+TEST_F(PublicationIdentityCacheTest, AnotherFileAtTheOldPathIsNotConfusedWithIt) {
+  writeFile(directory / "book.epub", "first");
+  record(directory / "book.epub", fingerprintA);
+  std::filesystem::remove(directory / "book.epub");
+  writeFile(directory / "book.epub", "a longer second file");
+  EXPECT_EQ(cached(directory / "book.epub"), std::nullopt);
+  record(directory / "book.epub", fingerprintB);
+  const auto records = cache.loadRecords();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].fingerprint, fingerprintB);
+}
+
+TEST_F(PublicationIdentityCacheTest, TheFiveHundredThirteenthRecordPushesOutTheOldest) {
+  for (int index = 0; index < 513; ++index) {
+    writeFile(directory / ("b" + std::to_string(index) + ".epub"), std::to_string(index));
+  }
+  // Record them through one task, so the test does not iterate 513 loops.
+  auto recordAll = [&]() -> async::Task<void> {
+    for (int index = 0; index < 513; ++index) {
+      co_await cache.record(directory / ("b" + std::to_string(index) + ".epub"), fingerprintA);
+    }
+  };
+  async::runUntilDone(recordAll(), 120s);
+  const auto records = cache.loadRecords();
+  ASSERT_EQ(records.size(), 512u);
+  EXPECT_EQ(records.front().source.path, (directory / "b1.epub").string());
+  EXPECT_EQ(records.back().source.path, (directory / "b512.epub").string());
+}
+
+TEST_F(PublicationIdentityCacheTest, AStoreOfAnotherSchemaIsIgnoredAndReplaced) {
+  writeFile(directory / "book.epub", "content");
+  record(directory / "book.epub", fingerprintA);
+  nlohmann::json store = nlohmann::json::parse(*readWholeFile(cache.fileURL()));
+  store["schemaVersion"] = 2;
+  writeFile(cache.fileURL(), store.dump());
+  EXPECT_EQ(cached(directory / "book.epub"), std::nullopt);
+  writeFile(directory / "other.epub", "other");
+  record(directory / "other.epub", fingerprintB);
+  store = nlohmann::json::parse(*readWholeFile(cache.fileURL()));
+  EXPECT_EQ(store["schemaVersion"], 1);
+  EXPECT_EQ(store["records"].size(), 1u);
+}
+
+TEST_F(PublicationIdentityCacheTest, ADamagedStoreIsTreatedAsEmpty) {
+  writeFile(directory / "book.epub", "content");
+  writeFile(cache.fileURL(), "{\"schemaVersion\":1,\"records\":[{\"source\":");
+  EXPECT_EQ(cached(directory / "book.epub"), std::nullopt);
+  record(directory / "book.epub", fingerprintA);
+  EXPECT_EQ(cached(directory / "book.epub"), fingerprintA);
+}
+
+TEST_F(PublicationIdentityCacheTest, SnapshotsRefuseWhatIsNotARegularFile) {
+  std::filesystem::create_directories(directory / "folder.epub");
+  try {
+    PublicationIdentityCache::SourceSnapshot::capture(directory / "folder.epub");
+    FAIL();
+  } catch (const DocumentOpenFailureError& error) {
+    EXPECT_EQ(error.failure(), DocumentOpenFailure::sourceUnavailable);
+  }
+  record(directory / "folder.epub", fingerprintA);
+  EXPECT_TRUE(cache.loadRecords().empty());
+}
+
+TEST(AtomicFileWriterTest, ReplacesTheWholeFileAndLeavesNoTemporaryName) {
+  TemporaryDirectory directory;
+  writeFile(directory / "store.json", "old contents that are longer");
+  writeFileAtomically(directory / "store.json", "new");
+  EXPECT_EQ(readWholeFile(directory / "store.json"), "new");
+  int entries = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+    ++entries;
+  }
+  EXPECT_EQ(entries, 1);
+}
+
+TEST(AtomicFileWriterTest, AFailedWriteLeavesTheOldFile) {
+  TemporaryDirectory directory;
+  writeFile(directory / "store.json", "old");
+  EXPECT_THROW(writeFileAtomically(directory / "missing-directory/store.json", "new"),
+               std::system_error);
+  EXPECT_EQ(readWholeFile(directory / "store.json"), "old");
+  EXPECT_EQ(readWholeFile(directory / "nothing-here.json"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace tomekeeper
