@@ -180,8 +180,8 @@ std::uint64_t checkLocalHeader(ArchiveFile& file, std::uint64_t localHeaderOffse
 
 async::Task<EPUBArchiveInspection> inspectInBackground(EPUBArchiveInspector inspector,
                                                        std::filesystem::path archive) {
-  // Named, not a temporary of the co_await expression: GCC 12 destroys such
-  // temporaries twice when they own memory.
+  // Named rather than a temporary of the co_await expression, which some
+  // compilers have destroyed twice.
   auto inspection = async::runInBackground(
       [inspector = std::move(inspector), archive = std::move(archive)](std::stop_token stopToken) {
         return inspector.inspectBlocking(archive, stopToken);

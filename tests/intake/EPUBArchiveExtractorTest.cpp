@@ -1,0 +1,349 @@
+#include "intake/EPUBArchiveExtractor.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <stop_token>
+
+#include "async/OperationCancelled.h"
+#include "intake/EPUBArchiveInspector.h"
+#include "intake/IntakeFailures.h"
+#include "intake/ZipCRC32.h"
+#include "support/EpubBuilder.h"
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::EpubBuilder;
+using testing::ZipArchiveBuilder;
+using Failure = EPUBArchiveExtractionFailure;
+
+std::string readFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::stringstream contents;
+  contents << file.rdbuf();
+  return contents.str();
+}
+
+std::string randomBytes(std::size_t count, unsigned seed) {
+  std::mt19937 generator(seed);
+  std::string bytes(count, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(generator() & 0xFF);
+  return bytes;
+}
+
+class EPUBArchiveExtractorTest : public ::testing::Test {
+ protected:
+  fs::path write(const EpubBuilder& book) {
+    const fs::path path = directory_ / "book.epub";
+    book.writeTo(path);
+    return path;
+  }
+
+  EPUBArchiveInspection inspect(const fs::path& path) {
+    return EPUBArchiveInspector().inspectBlocking(path);
+  }
+
+  // Inspects and extracts `book` into `destination_` and returns the failure, if any.
+  std::optional<Failure> failureOf(
+      const EpubBuilder& book,
+      std::int64_t bufferSize = EPUBArchiveExtractor::kStandardBufferSize) {
+    const fs::path path = write(book);
+    try {
+      EPUBArchiveExtractor(bufferSize).extract(path, inspect(path), destination_);
+      return std::nullopt;
+    } catch (const EPUBArchiveExtractionFailureError& error) {
+      return error.failure();
+    }
+  }
+
+  // Names in the destination's parent, other than the archive.
+  std::vector<std::string> leftovers() const {
+    std::vector<std::string> names;
+    for (const auto& item : fs::directory_iterator(destination_.parent_path())) {
+      names.push_back(item.path().filename().string());
+    }
+    return names;
+  }
+
+  void expectNothingLeftBehind() const {
+    EXPECT_FALSE(fs::exists(destination_));
+    for (const auto& name : leftovers()) EXPECT_FALSE(name.starts_with(".extract-")) << name;
+  }
+
+  testing::TemporaryDirectory directory_;
+  fs::path destination_ = directory_ / "out" / "Extracted";
+};
+
+TEST(ZipCRC32Test, AgreesWithZlibOnArbitraryBytes) {
+  for (std::size_t size : {0, 1, 7, 4096, 100003}) {
+    const std::string bytes = randomBytes(size, static_cast<unsigned>(size));
+    const auto span = std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    EXPECT_EQ(ZipCRC32::of(span), ZipArchiveBuilder::crc32(bytes)) << size;
+  }
+  const std::string check = "123456789";
+  EXPECT_EQ(ZipCRC32::of(std::span(reinterpret_cast<const std::uint8_t*>(check.data()), 9)),
+            0xCBF43926u);
+}
+
+TEST_F(EPUBArchiveExtractorTest, WritesEveryEntryAndReportsTheCounts) {
+  EpubBuilder book;
+  const std::string image = randomBytes(700000, 1);
+  std::string text;
+  for (int line = 0; text.size() < 900000; ++line) {
+    text += "<p>Line " + std::to_string(line * 7919 % 100003) + "</p>\n";
+  }
+  book.addFile("OEBPS/images/cover.jpg", image, ZipArchiveBuilder::kStored);
+  book.addFile("OEBPS/long.xhtml", text);
+  book.archive().addDirectory("OEBPS/empty");
+  const fs::path path = write(book);
+  const EPUBArchiveInspection inspection = inspect(path);
+
+  const ExtractedPublication result =
+      EPUBArchiveExtractor().extract(path, inspection, destination_);
+
+  EXPECT_EQ(result.rootURL, destination_);
+  EXPECT_EQ(result.entryCount, 7);
+  EXPECT_EQ(result.totalUncompressedSize, inspection.totalUncompressedSize);
+  EXPECT_EQ(readFile(destination_ / "mimetype"), "application/epub+zip");
+  EXPECT_EQ(readFile(destination_ / "OEBPS/images/cover.jpg"), image);
+  EXPECT_EQ(readFile(destination_ / "OEBPS/long.xhtml"), text);
+  EXPECT_TRUE(fs::is_directory(destination_ / "OEBPS/empty"));
+  EXPECT_EQ(leftovers(), std::vector<std::string>{"Extracted"});
+}
+
+TEST_F(EPUBArchiveExtractorTest, StreamsEntriesLargerThanTheBuffer) {
+  EpubBuilder book;
+  const std::string stored = randomBytes(10000, 2);
+  const std::string deflated = randomBytes(5000, 3) + std::string(20000, 'q');
+  book.addFile("OEBPS/stored.bin", stored, ZipArchiveBuilder::kStored);
+  book.addFile("OEBPS/deflated.bin", deflated);
+  EXPECT_EQ(failureOf(book, 64), std::nullopt);
+  EXPECT_EQ(readFile(destination_ / "OEBPS/stored.bin"), stored);
+  EXPECT_EQ(readFile(destination_ / "OEBPS/deflated.bin"), deflated);
+}
+
+TEST_F(EPUBArchiveExtractorTest, ExtractsEntriesWrittenWithDataDescriptors) {
+  EpubBuilder book;
+  book.archive().entryNamed("OEBPS/chapter1.xhtml").dataDescriptor = true;
+  EXPECT_EQ(failureOf(book), std::nullopt);
+}
+
+TEST_F(EPUBArchiveExtractorTest, AStoredEntryOfNoBytesBecomesAnEmptyFile) {
+  EpubBuilder book;
+  book.addFile("OEBPS/empty.css", "", ZipArchiveBuilder::kStored);
+  EXPECT_EQ(failureOf(book), std::nullopt);
+  EXPECT_EQ(fs::file_size(destination_ / "OEBPS/empty.css"), 0u);
+}
+
+TEST_F(EPUBArchiveExtractorTest, AnEmptyInspectionCommitsAnEmptyDirectory) {
+  const fs::path path = write(EpubBuilder());
+  const ExtractedPublication result =
+      EPUBArchiveExtractor().extract(path, EPUBArchiveInspection{}, destination_);
+  EXPECT_EQ(result.entryCount, 0);
+  EXPECT_TRUE(fs::is_empty(destination_));
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAnExistingDestinationAndStagesNothing) {
+  fs::create_directories(destination_);
+  EXPECT_EQ(failureOf(EpubBuilder()), Failure::destinationExists);
+  EXPECT_EQ(leftovers(), std::vector<std::string>{"Extracted"});
+  EXPECT_TRUE(fs::is_empty(destination_));
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesTheFirstSurplusByteOfADeflatedEntry) {
+  EpubBuilder book;
+  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
+  entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() - 1);
+  EXPECT_EQ(failureOf(book), Failure::sizeMismatch);
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAStreamThatProducesTooFewBytes) {
+  EpubBuilder book;
+  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
+  entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() + 1);
+  EXPECT_EQ(failureOf(book), Failure::sizeMismatch);
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAWrongCRCWithTheRightSize) {
+  EpubBuilder book;
+  book.archive().entryNamed("OEBPS/chapter1.xhtml").centralCRC = 0x12345678;
+  EXPECT_EQ(failureOf(book), Failure::checksumMismatch);
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAWrongCRCOnAStoredEntry) {
+  EpubBuilder book;
+  book.archive().entryNamed("mimetype").centralCRC = 0;
+  EXPECT_EQ(failureOf(book), Failure::checksumMismatch);
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesTrailingBytesInsideADeflatedEntry) {
+  EpubBuilder book;
+  book.archive().entryNamed("OEBPS/chapter1.xhtml").trailingBytes = "tail";
+  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesTrailingBytesThatFillAWholeBlock) {
+  EpubBuilder book;
+  book.archive().entryNamed("OEBPS/chapter1.xhtml").trailingBytes = std::string(256, 't');
+  EXPECT_EQ(failureOf(book, 64), Failure::decompressionFailed);
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAStreamThatRunsShort) {
+  EpubBuilder book;
+  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
+  const std::string stream = ZipArchiveBuilder::deflate(entry.content);
+  entry.compressedData = stream.substr(0, stream.size() / 2);
+  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesACorruptStream) {
+  EpubBuilder book;
+  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
+  entry.compressedData = std::string(50, '\xFF');
+  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesADeflatedEntryWithoutCompressedBytes) {
+  EpubBuilder book;
+  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
+  entry.content = "";
+  entry.compressedData = "";
+  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
+}
+
+// Inspections made by hand reach what the inspector would refuse.
+EPUBArchiveEntry storedEntry(std::string path, std::uint64_t offset, std::uint64_t size,
+                             std::uint32_t crc) {
+  return EPUBArchiveEntry{std::move(path), size, size, 0, false, offset, crc};
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAnOutputPathOutsideTheStagingDirectory) {
+  const fs::path path = write(EpubBuilder());
+  const EPUBArchiveInspection inspection{{storedEntry("../escaped", 38, 20, 0)}, 20};
+  try {
+    EPUBArchiveExtractor().extract(path, inspection, destination_);
+    FAIL();
+  } catch (const EPUBArchiveExtractionFailureError& error) {
+    EXPECT_EQ(error.failure(), Failure::invalidEntryMetadata);
+  }
+  EXPECT_FALSE(fs::exists(destination_.parent_path() / "escaped"));
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAMethodOtherThanStoredOrDeflated) {
+  const fs::path path = write(EpubBuilder());
+  EPUBArchiveEntry entry = storedEntry("mimetype", 38, 20, 0);
+  entry.compressionMethod = 12;
+  try {
+    EPUBArchiveExtractor().extract(path, EPUBArchiveInspection{{entry}, 20}, destination_);
+    FAIL();
+  } catch (const EPUBArchiveExtractionFailureError& error) {
+    EXPECT_EQ(error.failure(), Failure::invalidEntryMetadata);
+  }
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAShortReadAsUnreadable) {
+  const fs::path path = write(EpubBuilder());
+  const auto size = fs::file_size(path);
+  const EPUBArchiveInspection inspection{{storedEntry("big", size - 10, 100, 0)}, 100};
+  try {
+    EPUBArchiveExtractor().extract(path, inspection, destination_);
+    FAIL();
+  } catch (const EPUBArchiveExtractionFailureError& error) {
+    EXPECT_EQ(error.failure(), Failure::unreadableArchive);
+  }
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, RefusesAnArchiveThatCannotBeOpened) {
+  const fs::path path = write(EpubBuilder());
+  const EPUBArchiveInspection inspection = inspect(path);
+  fs::remove(path);
+  try {
+    EPUBArchiveExtractor().extract(path, inspection, destination_);
+    FAIL();
+  } catch (const EPUBArchiveExtractionFailureError& error) {
+    EXPECT_EQ(error.failure(), Failure::unreadableArchive);
+  }
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, AFileInTheWayOfADirectoryCannotBeCreated) {
+  const fs::path path = write(EpubBuilder());
+  const EPUBArchiveInspection inspection{
+      {storedEntry("a", 38, 20, ZipArchiveBuilder::crc32("application/epub+zip")),
+       storedEntry("a/b", 38, 20, ZipArchiveBuilder::crc32("application/epub+zip"))},
+      40};
+  try {
+    EPUBArchiveExtractor().extract(path, inspection, destination_);
+    FAIL();
+  } catch (const EPUBArchiveExtractionFailureError& error) {
+    EXPECT_EQ(error.failure(), Failure::cannotCreateOutput);
+  }
+  expectNothingLeftBehind();
+}
+
+TEST_F(EPUBArchiveExtractorTest, CancellationBeforeTheCommitLeavesNoDestination) {
+  const fs::path path = write(EpubBuilder());
+  std::stop_source source;
+  source.request_stop();
+  EXPECT_THROW(EPUBArchiveExtractor().extract(path, EPUBArchiveInspection{}, destination_,
+                                              source.get_token()),
+               async::OperationCancelled);
+  expectNothingLeftBehind();
+}
+
+// Asks the extraction to stop after a number of block reads.
+class StopAfterReads final : public ArchiveFileOpening {
+ public:
+  StopAfterReads(std::stop_source source, int reads) : source_(std::move(source)), reads_(reads) {}
+  std::unique_ptr<ArchiveFile> open(const fs::path& path) const override {
+    class File final : public ArchiveFile {
+     public:
+      File(std::unique_ptr<ArchiveFile> real, std::stop_source source, int reads)
+          : real_(std::move(real)), source_(std::move(source)), reads_(reads) {}
+      std::uint64_t seekToEnd() override { return real_->seekToEnd(); }
+      void seek(std::uint64_t offset) override { real_->seek(offset); }
+      std::size_t read(std::span<std::uint8_t> into) override {
+        if (--reads_ == 0) source_.request_stop();
+        return real_->read(into);
+      }
+
+     private:
+      std::unique_ptr<ArchiveFile> real_;
+      std::stop_source source_;
+      int reads_;
+    };
+    return std::make_unique<File>(ArchiveFileOpening::fileSystem()->open(path), source_, reads_);
+  }
+
+ private:
+  std::stop_source source_;
+  int reads_;
+};
+
+TEST_F(EPUBArchiveExtractorTest, CancellationBetweenBlocksRemovesTheStagingDirectory) {
+  EpubBuilder book;
+  book.addFile("OEBPS/big.bin", randomBytes(4096, 4), ZipArchiveBuilder::kStored);
+  const fs::path path = write(book);
+  const EPUBArchiveInspection inspection = inspect(path);
+  std::stop_source source;
+  const EPUBArchiveExtractor extractor(64, std::make_shared<StopAfterReads>(source, 10));
+  EXPECT_THROW(extractor.extract(path, inspection, destination_, source.get_token()),
+               async::OperationCancelled);
+  expectNothingLeftBehind();
+}
+
+}  // namespace
+}  // namespace tomekeeper
