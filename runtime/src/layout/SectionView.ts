@@ -1,0 +1,273 @@
+// One book section in its own iframe. The frame loads the section's own URL on the publication
+// scheme, so the section's content policy applies and its scripts never run; this page shares the
+// frame's origin and styles and measures it from outside.
+import { runtimeNodeAttribute } from '../cfi/ignoredNodes';
+import { TextIndex } from '../cfi/TextIndex';
+import { firstVisiblePosition, type CharacterPlacement } from '../locator/FirstVisible';
+import {
+  clampPage,
+  effectiveColumnCount,
+  pageCountForExtent,
+  pageForCoordinate,
+  translationForPage,
+  type PageAxis,
+  type PageGeometry,
+} from './PageGeometry';
+import { colorsForTheme, sectionStyleSheet, type PresentationSettings } from './Presentation';
+
+export interface Viewport {
+  width: number;
+  height: number;
+  margin: number;
+  prefersDark: boolean;
+}
+
+const loadTimeoutMilliseconds = 8000;
+const columnGap = 48;
+
+export class SectionView {
+  readonly frame: HTMLIFrameElement;
+  readonly spineIndex: number;
+  readonly fixedLayout: boolean;
+  private textIndex: TextIndex | undefined;
+  private geometry: PageGeometry = { axis: 'horizontal', progression: 'forward', pageSize: 1, gap: columnGap };
+  private mode: PresentationSettings['mode'] = 'paginated';
+  private currentPage = 0;
+  pageCount = 1;
+  columnCount = 1;
+
+  constructor(spineIndex: number, fixedLayout: boolean) {
+    this.spineIndex = spineIndex;
+    this.fixedLayout = fixedLayout;
+    this.frame = document.createElement('iframe');
+    this.frame.className = fixedLayout ? 'section-frame preparing fixed-layout' : 'section-frame preparing';
+    this.frame.setAttribute('scrolling', 'no');
+    this.frame.setAttribute('title', 'Book section');
+  }
+
+  get document(): Document {
+    const contentDocument = this.frame.contentDocument;
+    if (contentDocument === null) throw new Error('the section frame has no document');
+    return contentDocument;
+  }
+
+  get page(): number {
+    return this.currentPage;
+  }
+
+  get axis(): PageAxis {
+    return this.geometry.axis;
+  }
+
+  load(url: string, stage: HTMLElement): Promise<void> {
+    return new Promise((resolve, reject) => {
+      const timer = setTimeout(() => reject(new Error(`section did not load: ${url}`)), loadTimeoutMilliseconds);
+      this.frame.addEventListener(
+        'load',
+        () => {
+          clearTimeout(timer);
+          const contentDocument = this.frame.contentDocument;
+          if (contentDocument === null || contentDocument.documentElement === null) {
+            reject(new Error(`section document unreadable: ${url}`));
+            return;
+          }
+          resolve();
+        },
+        { once: true },
+      );
+      this.frame.src = url;
+      stage.appendChild(this.frame);
+    });
+  }
+
+  remove(): void {
+    this.frame.remove();
+  }
+
+  show(visible: boolean): void {
+    this.frame.classList.toggle('preparing', !visible);
+  }
+
+  text(): TextIndex {
+    if (this.textIndex === undefined) this.textIndex = new TextIndex(this.document.body ?? this.document.documentElement);
+    return this.textIndex;
+  }
+
+  private styleElement(): HTMLStyleElement {
+    const doc = this.document;
+    let style = doc.querySelector(`style[${runtimeNodeAttribute}]`) as HTMLStyleElement | null;
+    if (style === null) {
+      style = doc.createElementNS('http://www.w3.org/1999/xhtml', 'style') as HTMLStyleElement;
+      style.setAttribute(runtimeNodeAttribute, '');
+      (doc.head ?? doc.documentElement).appendChild(style);
+    }
+    return style;
+  }
+
+  // Applies the settings and lays the section out for the viewport; the page is kept by the caller.
+  layout(settings: PresentationSettings, viewport: Viewport): void {
+    this.mode = settings.mode;
+    this.styleElement().textContent = sectionStyleSheet(settings, colorsForTheme(settings.theme, viewport.prefersDark));
+    if (this.fixedLayout) {
+      this.layoutFixed(viewport);
+      return;
+    }
+    const doc = this.document;
+    const root = doc.documentElement;
+    const body = doc.body;
+    // The columns live on the root, which must run in the writing mode that the book gives its body.
+    const bodyStyle = body === null ? undefined : doc.defaultView?.getComputedStyle(body);
+    const writingMode = bodyStyle?.writingMode ?? 'horizontal-tb';
+    const direction = bodyStyle?.direction ?? 'ltr';
+    const axis: PageAxis = writingMode.startsWith('vertical') || writingMode.startsWith('sideways') ? 'vertical' : 'horizontal';
+    const width = Math.max(1, viewport.width - 2 * viewport.margin);
+    const height = viewport.height;
+    const frameStyle = this.frame.style;
+    frameStyle.left = `${viewport.margin}px`;
+    frameStyle.width = `${width}px`;
+    root.style.setProperty('writing-mode', writingMode);
+    root.style.setProperty('direction', direction);
+    root.style.setProperty('transform', 'none');
+    root.style.setProperty('margin', '0');
+    if (settings.mode === 'scrolled') {
+      for (const property of ['column-width', 'column-gap', 'column-fill', 'height', 'width', 'overflow']) root.style.removeProperty(property);
+      this.geometry = { axis: 'vertical', progression: 'forward', pageSize: height, gap: 0 };
+      this.columnCount = 1;
+      frameStyle.height = `${height}px`;
+      const contentHeight = Math.max(height, root.scrollHeight, body?.scrollHeight ?? 0);
+      frameStyle.height = `${contentHeight}px`;
+      this.pageCount = pageCountForExtent(contentHeight, this.geometry);
+      return;
+    }
+    frameStyle.height = `${height}px`;
+    this.columnCount = effectiveColumnCount(settings.layout, viewport.width, viewport.height, axis);
+    const pageSize = axis === 'horizontal' ? width : height;
+    const columnSize = (pageSize - (this.columnCount - 1) * columnGap) / this.columnCount;
+    root.style.setProperty('width', `${width}px`);
+    root.style.setProperty('height', `${height}px`);
+    root.style.setProperty('overflow', 'hidden');
+    root.style.setProperty('column-width', `${Math.floor(columnSize)}px`);
+    root.style.setProperty('column-gap', `${columnGap}px`);
+    root.style.setProperty('column-fill', 'auto');
+    this.geometry = {
+      axis,
+      progression: axis === 'horizontal' && direction === 'rtl' ? 'reverse' : 'forward',
+      pageSize,
+      gap: columnGap,
+    };
+    const extent = axis === 'horizontal' ? root.scrollWidth : root.scrollHeight;
+    this.pageCount = pageCountForExtent(extent, this.geometry);
+    this.showPage(clampPage(this.currentPage, this.pageCount));
+  }
+
+  private layoutFixed(viewport: Viewport): void {
+    const doc = this.document;
+    const meta = doc.querySelector('meta[name="viewport"]');
+    const content = meta?.getAttribute('content') ?? '';
+    const width = Number(/width\s*=\s*(\d+)/.exec(content)?.[1] ?? doc.documentElement.scrollWidth);
+    const height = Number(/height\s*=\s*(\d+)/.exec(content)?.[1] ?? doc.documentElement.scrollHeight);
+    const scale = Math.min(viewport.width / Math.max(1, width), viewport.height / Math.max(1, height));
+    const style = this.frame.style;
+    style.width = `${width}px`;
+    style.height = `${height}px`;
+    style.left = `${Math.max(0, (viewport.width - width * scale) / 2)}px`;
+    style.top = `${Math.max(0, (viewport.height - height * scale) / 2)}px`;
+    style.transform = `scale(${scale})`;
+    this.geometry = { axis: 'horizontal', progression: 'forward', pageSize: width, gap: 0 };
+    this.pageCount = 1;
+    this.columnCount = 1;
+    this.currentPage = 0;
+  }
+
+  // Moves the view to a page without laying the section out again.
+  showPage(page: number, container?: HTMLElement): void {
+    this.currentPage = clampPage(page, this.pageCount);
+    if (this.fixedLayout) return;
+    if (this.mode === 'scrolled') {
+      if (container !== undefined) container.scrollTop = this.currentPage * this.geometry.pageSize;
+      return;
+    }
+    const offset = translationForPage(this.currentPage, this.geometry);
+    const transform = this.geometry.axis === 'horizontal' ? `translateX(${offset}px)` : `translateY(${offset}px)`;
+    this.document.documentElement.style.setProperty('transform', transform);
+  }
+
+  // In scrolled mode the page follows the container's scroll position.
+  syncScrolledPage(container: HTMLElement): void {
+    if (this.mode !== 'scrolled') return;
+    this.currentPage = clampPage(Math.floor((container.scrollTop + 1) / this.geometry.pageSize), this.pageCount);
+  }
+
+  // The rectangle that is on screen, in the frame's own coordinates.
+  private visibleBand(container: HTMLElement | undefined): { start: number; end: number } {
+    if (this.mode === 'scrolled') {
+      const top = container?.scrollTop ?? 0;
+      return { start: top, end: top + this.geometry.pageSize };
+    }
+    return { start: 0, end: this.geometry.pageSize };
+  }
+
+  private placementOfRect(rect: DOMRect, container: HTMLElement | undefined): CharacterPlacement {
+    if (rect.width === 0 && rect.height === 0) return 'unplaced';
+    const band = this.visibleBand(container);
+    if (this.geometry.axis === 'vertical' || this.mode === 'scrolled') {
+      if (rect.bottom <= band.start) return 'before';
+      if (rect.top >= band.end) return 'after';
+      return 'visible';
+    }
+    if (this.geometry.progression === 'forward') {
+      if (rect.right <= band.start) return 'before';
+      if (rect.left >= band.end) return 'after';
+      return 'visible';
+    }
+    if (rect.left >= band.end) return 'before';
+    if (rect.right <= band.start) return 'after';
+    return 'visible';
+  }
+
+  // The position in the section's text of the first character on screen.
+  firstVisibleTextPosition(container?: HTMLElement): number | undefined {
+    const index = this.text();
+    const range = this.document.createRange();
+    return firstVisiblePosition(index.text.length, (position) => {
+      const point = index.pointAt(position);
+      if (point === undefined || point.offset >= point.node.length) return 'unplaced';
+      if (/\s/.test(point.node.data[point.offset] as string)) return 'unplaced';
+      range.setStart(point.node, point.offset);
+      range.setEnd(point.node, point.offset + 1);
+      const rects = range.getClientRects();
+      const rect = rects.length > 0 ? (rects[0] as DOMRect) : range.getBoundingClientRect();
+      return this.placementOfRect(rect, container);
+    });
+  }
+
+  // The page that shows a DOM point.
+  pageOfPoint(node: Node, offset: number): number {
+    let rect: DOMRect;
+    if (node.nodeType === Node.TEXT_NODE || node.nodeType === Node.CDATA_SECTION_NODE) {
+      const range = this.document.createRange();
+      const length = (node as CharacterData).length;
+      range.setStart(node, Math.min(offset, length));
+      range.setEnd(node, Math.min(offset + 1, length));
+      const rects = range.getClientRects();
+      rect = rects.length > 0 ? (rects[0] as DOMRect) : range.getBoundingClientRect();
+    } else {
+      const child = node.childNodes[offset];
+      if (child !== undefined && child.nodeType === Node.ELEMENT_NODE) rect = (child as Element).getBoundingClientRect();
+      else {
+        const range = this.document.createRange();
+        range.setStart(node, offset);
+        rect = range.getBoundingClientRect();
+      }
+    }
+    if (this.fixedLayout) return 0;
+    if (this.mode === 'scrolled') {
+      return clampPage(Math.floor(rect.top / this.geometry.pageSize), this.pageCount);
+    }
+    // Undo the current translation to get the coordinate at page 0.
+    const shift = translationForPage(this.currentPage, this.geometry);
+    if (this.geometry.axis === 'vertical') return clampPage(pageForCoordinate(rect.top - shift, this.geometry), this.pageCount);
+    if (this.geometry.progression === 'forward') return clampPage(pageForCoordinate(rect.left - shift, this.geometry), this.pageCount);
+    return clampPage(pageForCoordinate(rect.right - shift, this.geometry, this.geometry.pageSize), this.pageCount);
+  }
+}

@@ -1,0 +1,585 @@
+// The reader: the open publication, the section on screen, and what each bridge method does to them.
+import { BridgeRequestError } from '../bridge/BridgeRequestError';
+import type { GoToTarget } from '../bridge/decode';
+import type {
+  BookmarkVisibilityCandidate,
+  ConfigurePageLayoutResult,
+  ConfigureReadingModeResult,
+  ConfigureScrolledContentWidthResult,
+  ConfigureThemeResult,
+  ConfigureTypographyRequest,
+  ConfigureTypographyResult,
+  Locator,
+  OpenPublicationResult,
+  PageLayout,
+  PublicationDescriptor,
+  ReaderPositionResult,
+  ReadingMode,
+  ReadingThemeSelection,
+  ScrolledContentWidth,
+  TableOfContentsItem,
+  TextSelection,
+} from '../bridge/records';
+import { cfiForPoint, cfiForRange, resolveCfiPoint, type DomPoint } from '../cfi/CfiDocument';
+import { colorsForTheme, defaultPresentation, pageMarginPixels, type PresentationSettings } from '../layout/Presentation';
+import { SectionView, type Viewport } from '../layout/SectionView';
+import { pageForProgression } from '../layout/PageGeometry';
+import { excerptAt, findExcerpt } from '../locator/Excerpt';
+import { SectionWeights, clampUnit } from '../locator/Progression';
+import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
+import { parsePackageDocument, type PackageDocument, type SpineItem } from '../publication/PackageDocument';
+import type { TextLoader } from '../publication/ResourceLoader';
+import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
+import type { ReaderOperations } from './ReaderOperations';
+
+interface OpenState {
+  descriptor: PublicationDescriptor;
+  packageDocument: PackageDocument;
+  weights: SectionWeights;
+  tableOfContents: TableOfContentsItem[] | undefined;
+}
+
+export interface ReaderEnvironment {
+  loadText: TextLoader;
+  viewport: HTMLElement;
+  stage: HTMLElement;
+  emitLocatorChanged(locator: Locator): void;
+}
+
+const maximumSelectionLength = 2000;
+
+export class Reader implements ReaderOperations {
+  private readonly environment: ReaderEnvironment;
+  private state: OpenState | undefined;
+  private settings: PresentationSettings = { ...defaultPresentation };
+  private revision = 0;
+  private current: SectionView | undefined;
+  private prepared = new Map<number, Promise<SectionView>>();
+
+  constructor(environment: ReaderEnvironment) {
+    this.environment = environment;
+  }
+
+  private opened(): OpenState {
+    if (this.state === undefined) throw new BridgeRequestError('publication-not-open', 'no publication is open');
+    return this.state;
+  }
+
+  private viewportMeasures(): Viewport {
+    const width = this.environment.viewport.clientWidth || window.innerWidth;
+    const height = this.environment.viewport.clientHeight || window.innerHeight;
+    return {
+      width,
+      height,
+      margin: pageMarginPixels(this.settings, width),
+      prefersDark: window.matchMedia?.('(prefers-color-scheme: dark)').matches ?? false,
+    };
+  }
+
+  async open(descriptor: PublicationDescriptor): Promise<OpenPublicationResult> {
+    let packageText: string;
+    try {
+      packageText = await this.environment.loadText(descriptor.packageURL);
+    } catch (error) {
+      throw new BridgeRequestError('package-unreadable', 'the package document could not be read', String(error));
+    }
+    let packageDocument: PackageDocument;
+    try {
+      packageDocument = parsePackageDocument(packageText, descriptor.packageURL, descriptor.resourceBaseURL);
+    } catch (error) {
+      throw new BridgeRequestError('package-invalid', 'the package document could not be parsed', String(error));
+    }
+    this.closeSections();
+    this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined };
+    this.applyPageChrome();
+    void this.measureSectionLengths(this.state);
+    const first = this.linearIndices()[0] ?? 0;
+    await this.display(first, () => 0);
+    const result: OpenPublicationResult = {
+      authors: packageDocument.creators,
+      spineItemCount: packageDocument.spine.length,
+      initialResourceURL: (packageDocument.spine[first] as SpineItem).url,
+    };
+    if (packageDocument.title !== undefined) result.title = packageDocument.title;
+    if (packageDocument.coverURL !== undefined) result.coverResourceURL = packageDocument.coverURL;
+    return result;
+  }
+
+  // Reads every section's text in the background to weigh the book's progression.
+  private async measureSectionLengths(state: OpenState): Promise<void> {
+    for (const item of state.packageDocument.spine) {
+      if (this.state !== state) return;
+      try {
+        const text = await this.environment.loadText(item.url);
+        const parsed = new DOMParser().parseFromString(text, 'application/xhtml+xml');
+        state.weights.setLength(item.index, (parsed.body ?? parsed.documentElement)?.textContent?.length ?? text.length);
+      } catch {
+        // A section that can't be read keeps the estimated weight.
+      }
+    }
+  }
+
+  async tableOfContents(): Promise<TableOfContentsItem[]> {
+    const state = this.opened();
+    if (state.tableOfContents !== undefined) return state.tableOfContents;
+    const { navigationDocumentURL, ncxURL } = state.packageDocument;
+    const base = state.descriptor.resourceBaseURL;
+    let items: TableOfContentsItem[] = [];
+    try {
+      if (navigationDocumentURL !== undefined) {
+        items = parseNavigationDocument(await this.environment.loadText(navigationDocumentURL), navigationDocumentURL, base);
+      } else if (ncxURL !== undefined) {
+        items = parseNCX(await this.environment.loadText(ncxURL), ncxURL, base);
+      }
+    } catch (error) {
+      if (ncxURL === undefined || navigationDocumentURL === undefined) {
+        throw new BridgeRequestError('table-of-contents-unreadable', 'the table of contents could not be read', String(error));
+      }
+      items = parseNCX(await this.environment.loadText(ncxURL), ncxURL, base);
+    }
+    state.tableOfContents = items;
+    return items;
+  }
+
+  // Spine indices in reading order; non-linear items are left out unless every item is.
+  private linearIndices(): number[] {
+    const spine = this.opened().packageDocument.spine;
+    const linear = spine.filter((item) => item.linear).map((item) => item.index);
+    return linear.length > 0 ? linear : spine.map((item) => item.index);
+  }
+
+  private closeSections(): void {
+    this.current?.remove();
+    this.current = undefined;
+    for (const pending of this.prepared.values()) void pending.then((view) => view.remove(), () => undefined);
+    this.prepared.clear();
+  }
+
+  private prepare(spineIndex: number): Promise<SectionView> {
+    const existing = this.prepared.get(spineIndex);
+    if (existing !== undefined) return existing;
+    const item = this.opened().packageDocument.spine[spineIndex];
+    if (item === undefined) return Promise.reject(new BridgeRequestError('section-not-found', `no spine item ${spineIndex}`));
+    const view = new SectionView(spineIndex, item.layout === 'pre-paginated');
+    const loading = view
+      .load(item.url, this.environment.stage)
+      .then(() => {
+        view.layout(this.settings, this.viewportMeasures());
+        return view;
+      })
+      .catch((error: unknown) => {
+        this.prepared.delete(spineIndex);
+        view.remove();
+        throw new BridgeRequestError('section-load-failed', 'a section of the book could not be loaded', String(error));
+      });
+    this.prepared.set(spineIndex, loading);
+    return loading;
+  }
+
+  // Shows a section at the page that `choosePage` picks once it is laid out, and prepares the next.
+  private async display(spineIndex: number, choosePage: (view: SectionView) => number): Promise<SectionView> {
+    const view = await this.prepare(spineIndex);
+    if (this.current !== view) {
+      this.current?.show(false);
+      this.current = view;
+    }
+    view.showPage(choosePage(view), this.environment.viewport);
+    view.show(true);
+    this.trimPrepared(spineIndex);
+    const order = this.linearIndices();
+    const next = order[order.indexOf(spineIndex) + 1];
+    if (next !== undefined) void this.prepare(next).catch(() => undefined);
+    return view;
+  }
+
+  // Keeps the current section and its neighbours; other frames are released.
+  private trimPrepared(spineIndex: number): void {
+    for (const [index, pending] of this.prepared) {
+      if (Math.abs(index - spineIndex) > 1) {
+        this.prepared.delete(index);
+        void pending.then((view) => view.remove(), () => undefined);
+      }
+    }
+  }
+
+  private position(locatorResolution?: string): ReaderPositionResult {
+    const view = this.current;
+    if (view === undefined) throw new BridgeRequestError('publication-not-open', 'no section is shown');
+    view.syncScrolledPage(this.environment.viewport);
+    const order = this.linearIndices();
+    const atFirstSection = view.spineIndex === order[0];
+    const atLastSection = view.spineIndex === order[order.length - 1];
+    const result: ReaderPositionResult = {
+      spineIndex: view.spineIndex,
+      page: view.page + 1,
+      pageCount: view.pageCount,
+      atStart: atFirstSection && view.page === 0,
+      atEnd: atLastSection && view.page === view.pageCount - 1,
+    };
+    if (locatorResolution !== undefined) result.locatorResolution = locatorResolution;
+    return result;
+  }
+
+  private async afterMove(locatorResolution?: string): Promise<ReaderPositionResult> {
+    const result = this.position(locatorResolution);
+    this.environment.emitLocatorChanged(await this.currentLocator());
+    return result;
+  }
+
+  private neighbour(step: 1 | -1): number | undefined {
+    const view = this.current;
+    if (view === undefined) return undefined;
+    const order = this.linearIndices();
+    const position = order.indexOf(view.spineIndex);
+    // A non-linear section that was reached by a link goes on to the nearest linear one.
+    if (position < 0) return order.find((index) => (step > 0 ? index > view.spineIndex : index < view.spineIndex));
+    return order[position + step];
+  }
+
+  async next(): Promise<ReaderPositionResult> {
+    const view = this.current;
+    if (view === undefined) throw new BridgeRequestError('publication-not-open', 'no section is shown');
+    view.syncScrolledPage(this.environment.viewport);
+    if (view.page < view.pageCount - 1) {
+      view.showPage(view.page + 1, this.environment.viewport);
+      return this.afterMove();
+    }
+    const next = this.neighbour(1);
+    if (next === undefined) return this.position();
+    await this.display(next, () => 0);
+    return this.afterMove();
+  }
+
+  async previous(): Promise<ReaderPositionResult> {
+    const view = this.current;
+    if (view === undefined) throw new BridgeRequestError('publication-not-open', 'no section is shown');
+    view.syncScrolledPage(this.environment.viewport);
+    if (view.page > 0) {
+      view.showPage(view.page - 1, this.environment.viewport);
+      return this.afterMove();
+    }
+    const previous = this.neighbour(-1);
+    if (previous === undefined) return this.position();
+    await this.display(previous, (shown) => shown.pageCount - 1);
+    return this.afterMove();
+  }
+
+  async nextSection(): Promise<ReaderPositionResult> {
+    const next = this.neighbour(1);
+    if (next === undefined) return this.position();
+    await this.display(next, () => 0);
+    return this.afterMove();
+  }
+
+  async previousSection(): Promise<ReaderPositionResult> {
+    const previous = this.neighbour(-1);
+    if (previous === undefined) {
+      this.current?.showPage(0, this.environment.viewport);
+      return this.afterMove();
+    }
+    await this.display(previous, () => 0);
+    return this.afterMove();
+  }
+
+  private spineIndexForURL(url: string): number | undefined {
+    const key = resourceKey(url);
+    return this.opened().packageDocument.spine.find((item) => resourceKey(item.url) === key)?.index;
+  }
+
+  async goTo(target: GoToTarget): Promise<ReaderPositionResult> {
+    if (target.kind === 'href') return this.goToHref(target.href);
+    return this.goToLocator(target.locator);
+  }
+
+  private async goToHref(href: string): Promise<ReaderPositionResult> {
+    const state = this.opened();
+    let absolute: string;
+    try {
+      absolute = resolveURL(href, state.descriptor.resourceBaseURL);
+    } catch {
+      throw new BridgeRequestError('href-not-found', 'the link is not a valid reference', href);
+    }
+    const { resource, fragment } = splitFragment(absolute);
+    const spineIndex = this.spineIndexForURL(resource);
+    if (spineIndex === undefined) throw new BridgeRequestError('href-not-found', 'the link leads to no section of the book', href);
+    await this.display(spineIndex, (view) => {
+      if (fragment === undefined || fragment.length === 0) return 0;
+      let id = fragment;
+      try {
+        id = decodeURIComponent(fragment);
+      } catch {
+        // A fragment with a stray "%" is taken as written.
+      }
+      const element = view.document.getElementById(id);
+      if (element === null || element.parentNode === null) return 0;
+      return view.pageOfPoint(element.parentNode, Array.prototype.indexOf.call(element.parentNode.childNodes, element) as number);
+    });
+    return this.afterMove();
+  }
+
+  private spineIndexForLocator(locator: Locator): { spineIndex: number; fromTotalProgression: boolean } {
+    const state = this.opened();
+    const spine = state.packageDocument.spine;
+    try {
+      const byHref = this.spineIndexForURL(resolveURL(locator.spineHref, state.descriptor.resourceBaseURL));
+      if (byHref !== undefined) return { spineIndex: byHref, fromTotalProgression: false };
+    } catch {
+      // An href that is not a URL falls back to the index.
+    }
+    if (Number.isInteger(locator.spineIndex) && locator.spineIndex >= 0 && locator.spineIndex < spine.length) {
+      return { spineIndex: locator.spineIndex, fromTotalProgression: false };
+    }
+    if (locator.totalProgression !== undefined) {
+      return { spineIndex: state.weights.locate(locator.totalProgression).spineIndex, fromTotalProgression: true };
+    }
+    return { spineIndex: this.linearIndices()[0] ?? 0, fromTotalProgression: true };
+  }
+
+  private async goToLocator(locator: Locator): Promise<ReaderPositionResult> {
+    const state = this.opened();
+    const { spineIndex, fromTotalProgression } = this.spineIndexForLocator(locator);
+    let resolution = 'section-start';
+    await this.display(spineIndex, (view) => {
+      const placed = this.placeLocator(view, locator, fromTotalProgression, state);
+      resolution = placed.resolution;
+      return placed.page;
+    });
+    return this.afterMove(resolution);
+  }
+
+  // Finds the page of a locator in a laid-out section, trying the CFI, then the excerpt near the
+  // progression, then the progression, then the section start.
+  private placeLocator(
+    view: SectionView,
+    locator: Locator,
+    fromTotalProgression: boolean,
+    state: OpenState,
+  ): { page: number; resolution: string } {
+    const index = view.text();
+    if (locator.cfi !== undefined && !fromTotalProgression) {
+      try {
+        const resolved = resolveCfiPoint(view.document, locator.cfi, index);
+        if (resolved.quality !== 'textAssertionMismatch') {
+          const resolution = resolved.quality === 'textAssertion' ? 'cfi-text-assertion' : 'cfi';
+          return { page: view.pageOfPoint(resolved.point.node, resolved.point.offset), resolution };
+        }
+      } catch {
+        // An unusable CFI falls through to the excerpt.
+      }
+    }
+    let progression = locator.sectionProgression;
+    if (fromTotalProgression && locator.totalProgression !== undefined) {
+      progression = state.weights.locate(locator.totalProgression).sectionProgression;
+    }
+    if (locator.excerpt !== undefined) {
+      const expected = progression === undefined ? undefined : Math.round(clampUnit(progression) * index.text.length);
+      const position = findExcerpt(index.text, locator.excerpt, expected);
+      const point = position === undefined ? undefined : index.pointAt(position);
+      if (point !== undefined) return { page: view.pageOfPoint(point.node, point.offset), resolution: 'excerpt' };
+    }
+    if (progression !== undefined) {
+      const point = index.pointAt(Math.round(clampUnit(progression) * index.text.length));
+      const page = point === undefined ? pageForProgression(progression, view.pageCount) : view.pageOfPoint(point.node, point.offset);
+      return { page, resolution: fromTotalProgression ? 'total-progression' : 'section-progression' };
+    }
+    return { page: 0, resolution: 'section-start' };
+  }
+
+  private spinePosition(item: SpineItem) {
+    return { spineCfiStep: this.opened().packageDocument.spineCfiStep, itemCfiStep: item.cfiStep, idref: item.idref };
+  }
+
+  async currentLocator(): Promise<Locator> {
+    const state = this.opened();
+    const view = this.current;
+    if (view === undefined) throw new BridgeRequestError('publication-not-open', 'no section is shown');
+    const item = state.packageDocument.spine[view.spineIndex] as SpineItem;
+    view.syncScrolledPage(this.environment.viewport);
+    const locator: Locator = { spineHref: item.href, spineIndex: item.index };
+    const index = view.text();
+    const position = view.firstVisibleTextPosition(this.environment.viewport);
+    let sectionProgression: number;
+    if (position !== undefined && index.text.length > 0) {
+      const point = index.pointAt(position);
+      if (point !== undefined) locator.cfi = cfiForPoint(point as DomPoint, this.spinePosition(item), index);
+      sectionProgression = position / index.text.length;
+      const excerpt = excerptAt(index.text, position);
+      if (excerpt !== undefined) locator.excerpt = excerpt;
+    } else {
+      sectionProgression = view.pageCount <= 1 ? 0 : view.page / view.pageCount;
+    }
+    locator.sectionProgression = clampUnit(sectionProgression);
+    locator.totalProgression = state.weights.totalProgression(item.index, locator.sectionProgression);
+    return locator;
+  }
+
+  async currentSelection(): Promise<TextSelection | undefined> {
+    const state = this.opened();
+    const view = this.current;
+    if (view === undefined) return undefined;
+    const selection = view.document.getSelection();
+    if (selection === null || selection.rangeCount === 0 || selection.isCollapsed) return undefined;
+    const range = selection.getRangeAt(0);
+    const selectedText = range.toString();
+    if (selectedText.length > maximumSelectionLength) {
+      throw new BridgeRequestError('selection-too-long', `a selection holds at most ${maximumSelectionLength} characters`);
+    }
+    const item = state.packageDocument.spine[view.spineIndex] as SpineItem;
+    const index = view.text();
+    const start = index.positionOfBoundary(range.startContainer, range.startOffset);
+    const locator: Locator = {
+      spineHref: item.href,
+      spineIndex: item.index,
+      cfi: cfiForRange(range, this.spinePosition(item), index),
+      sectionProgression: index.text.length === 0 ? 0 : start / index.text.length,
+    };
+    locator.totalProgression = state.weights.totalProgression(item.index, locator.sectionProgression ?? 0);
+    const prefix = index.text.slice(Math.max(0, start - 32), start);
+    const end = start + selectedText.length;
+    const suffix = index.text.slice(end, end + 32);
+    locator.excerpt = { exact: selectedText, ...(prefix ? { prefix } : {}), ...(suffix ? { suffix } : {}) };
+    return { locator, selectedText };
+  }
+
+  // Lays every prepared section out again and puts the reader back at the first visible character.
+  private async relayout(): Promise<void> {
+    this.applyPageChrome();
+    const view = this.current;
+    if (this.state === undefined || view === undefined) return;
+    const before = await this.currentLocator();
+    for (const [, pending] of this.prepared) {
+      const prepared = await pending.catch(() => undefined);
+      if (prepared !== undefined && prepared !== view) prepared.layout(this.settings, this.viewportMeasures());
+    }
+    view.layout(this.settings, this.viewportMeasures());
+    const placed = this.placeLocator(view, before, false, this.state);
+    view.showPage(placed.page, this.environment.viewport);
+    this.environment.emitLocatorChanged(await this.currentLocator());
+  }
+
+  handleResize(): void {
+    void this.relayout().catch(() => undefined);
+  }
+
+  // The runtime page itself: theme colours and the scrolled class of the viewport.
+  private applyPageChrome(): void {
+    const colors = colorsForTheme(this.settings.theme, this.viewportMeasures().prefersDark);
+    const body = document.body;
+    body.style.setProperty('--reader-background', colors.background);
+    body.style.setProperty('--reader-foreground', colors.foreground);
+    this.environment.viewport.classList.toggle('scrolled', this.settings.mode === 'scrolled');
+    const margin = pageMarginPixels(this.settings, this.viewportMeasures().width);
+    this.environment.viewport.style.setProperty('padding-inline-start', `${margin}px`);
+  }
+
+  private sectionStyles(): { root: CSSStyleDeclaration; body: CSSStyleDeclaration; document: Document } | undefined {
+    const view = this.current;
+    if (view === undefined) return undefined;
+    const doc = view.document;
+    const win = doc.defaultView;
+    if (win === null || doc.body === null) return undefined;
+    return { root: win.getComputedStyle(doc.documentElement), body: win.getComputedStyle(doc.body), document: doc };
+  }
+
+  async configureTypography(request: ConfigureTypographyRequest): Promise<ConfigureTypographyResult> {
+    this.settings = { ...this.settings, typography: request };
+    await this.relayout();
+    this.revision += 1;
+    const result: ConfigureTypographyResult = { applied: this.current !== undefined, configurationRevision: this.revision };
+    const styles = this.sectionStyles();
+    const pixels = (value: string | undefined): number | undefined => {
+      const parsed = value === undefined ? Number.NaN : Number.parseFloat(value);
+      return Number.isFinite(parsed) ? parsed : undefined;
+    };
+    const paddingStart = pixels(getComputedStyle(this.environment.viewport).paddingInlineStart);
+    if (paddingStart !== undefined) result.computedRootPaddingInlineStart = paddingStart;
+    if (styles === undefined) return result;
+    const view = styles.document.defaultView as Window;
+    const paragraph = styles.document.body?.querySelector('p');
+    const paragraphStyle = paragraph ? view.getComputedStyle(paragraph) : styles.body;
+    const code = styles.document.body?.querySelector('code, pre, kbd, samp');
+    const assign = <K extends keyof ConfigureTypographyResult>(key: K, value: ConfigureTypographyResult[K] | undefined) => {
+      if (value !== undefined) result[key] = value;
+    };
+    assign('computedRootFontSize', pixels(styles.root.fontSize));
+    assign('computedBodyFontFamily', styles.body.fontFamily || undefined);
+    assign('computedBodyFontSize', pixels(styles.body.fontSize));
+    assign('computedParagraphLineHeight', pixels(paragraphStyle.lineHeight));
+    assign('computedParagraphLetterSpacing', paragraphStyle.letterSpacing || undefined);
+    assign('computedCodeLetterSpacing', code ? view.getComputedStyle(code).letterSpacing || undefined : undefined);
+    assign('computedSemanticIndent', pixels(paragraphStyle.textIndent));
+    return result;
+  }
+
+  async configureTheme(theme: ReadingThemeSelection): Promise<ConfigureThemeResult> {
+    this.settings = { ...this.settings, theme };
+    await this.relayout();
+    this.revision += 1;
+    const result: ConfigureThemeResult = { configurationRevision: this.revision };
+    const styles = this.sectionStyles();
+    if (styles !== undefined) {
+      result.computedBodyColor = styles.body.color;
+      result.computedBodyBackgroundColor = styles.root.backgroundColor;
+    } else {
+      const page = getComputedStyle(document.body);
+      result.computedBodyColor = page.color;
+      result.computedBodyBackgroundColor = page.backgroundColor;
+    }
+    return result;
+  }
+
+  // Pre-paginated books have no scrolled form; they stay paginated whatever is asked.
+  private isFixedLayout(): boolean {
+    return this.state?.packageDocument.layout === 'pre-paginated';
+  }
+
+  async configureReadingMode(mode: ReadingMode): Promise<ConfigureReadingModeResult> {
+    const effectiveMode: ReadingMode = this.isFixedLayout() ? 'paginated' : mode;
+    this.settings = { ...this.settings, mode: effectiveMode };
+    await this.relayout();
+    this.revision += 1;
+    return {
+      requestedMode: mode,
+      effectiveMode,
+      computedContainerOverflow: getComputedStyle(this.environment.viewport).overflow,
+      configurationRevision: this.revision,
+    };
+  }
+
+  async configurePageLayout(layout: PageLayout): Promise<ConfigurePageLayoutResult> {
+    this.settings = { ...this.settings, layout };
+    await this.relayout();
+    this.revision += 1;
+    return {
+      requestedLayout: layout,
+      effectiveColumnCount: this.current?.columnCount ?? 1,
+      computedContainerOverflow: getComputedStyle(this.environment.viewport).overflow,
+      configurationRevision: this.revision,
+    };
+  }
+
+  async configureScrolledContentWidth(preset: ScrolledContentWidth, maxInlineSize: number): Promise<ConfigureScrolledContentWidthResult> {
+    this.settings = { ...this.settings, scrolledWidth: preset, scrolledMaxInlineSize: maxInlineSize };
+    await this.relayout();
+    this.revision += 1;
+    const result: ConfigureScrolledContentWidthResult = { preset, configurationRevision: this.revision };
+    const styles = this.sectionStyles();
+    const value = styles === undefined ? Number.NaN : Number.parseFloat(styles.body.maxInlineSize);
+    if (Number.isFinite(value)) result.computedBodyMaxInlineSize = value;
+    return result;
+  }
+
+  // Answers the candidates whose position lies on the page on screen.
+  async configureBookmarkVisibility(candidates: BookmarkVisibilityCandidate[]): Promise<string[]> {
+    const view = this.current;
+    if (this.state === undefined || view === undefined) return [];
+    const visible: string[] = [];
+    for (const candidate of candidates) {
+      const { spineIndex, fromTotalProgression } = this.spineIndexForLocator(candidate.locator);
+      if (spineIndex !== view.spineIndex) continue;
+      const placed = this.placeLocator(view, candidate.locator, fromTotalProgression, this.state);
+      if (placed.resolution !== 'section-start' && placed.page === view.page) visible.push(candidate.id);
+    }
+    return visible;
+  }
+}
