@@ -1,0 +1,128 @@
+#include "intake/EPUBContainerValidator.h"
+
+#include <fstream>
+#include <optional>
+#include <set>
+#include <string_view>
+
+#include "async/Task.h"
+#include "intake/ArchivePath.h"
+#include "intake/ContainerXMLDelegate.h"
+#include "intake/FileOperations.h"
+#include "intake/IntakeFailures.h"
+
+namespace tomekeeper {
+namespace {
+
+namespace fs = std::filesystem;
+using ValidationFailure = EPUBContainerValidationFailure;
+
+[[noreturn]] void fail(ValidationFailure failure) {
+  throw EPUBContainerValidationFailureError(failure);
+}
+
+constexpr std::string_view kPackageMediaType = "application/oebps-package+xml";
+
+const std::set<std::string, std::less<>>& obfuscationAlgorithms() {
+  static const std::set<std::string, std::less<>> algorithms{
+      EPUBContainerValidator::kIDPFFontObfuscation, EPUBContainerValidator::kAdobeFontMangling};
+  return algorithms;
+}
+
+enum class Requirement { required, optional };
+
+// Reads a small metadata file whole. Nothing for an absent optional file;
+// `failure` for a required file that is absent, and for anything that is not
+// a regular file of at most `limit` bytes that reads back at its reported size.
+std::optional<std::string> readMetadataFile(const fs::path& path, std::int64_t limit,
+                                            Requirement requirement, ValidationFailure failure) {
+  std::error_code error;
+  if (!fs::exists(path, error)) {
+    if (requirement == Requirement::required) fail(failure);
+    return std::nullopt;
+  }
+  // The link itself, not its target: a symbolic link is no regular file.
+  const fs::file_status status = fs::symlink_status(path, error);
+  if (error || !fs::is_regular_file(status)) fail(failure);
+  const std::uintmax_t size = fs::file_size(path, error);
+  if (error || size > static_cast<std::uintmax_t>(limit)) fail(failure);
+
+  std::ifstream file(path, std::ios::binary);
+  if (!file) fail(failure);
+  std::string contents(size, '\0');
+  file.read(contents.data(), static_cast<std::streamsize>(size));
+  if (static_cast<std::uintmax_t>(file.gcount()) != size || file.peek() != EOF) fail(failure);
+  return contents;
+}
+
+fs::path resolved(const fs::path& path) {
+  std::error_code error;
+  fs::path canonical = fs::weakly_canonical(standardised(path), error);
+  return error ? standardised(path) : canonical;
+}
+
+}  // namespace
+
+std::string EPUBContainerValidator::chooseRootfilePath(std::string_view containerXML) {
+  ContainerXMLDelegate delegate;
+  if (!parseXMLStartElements(containerXML, delegate)) fail(ValidationFailure::malformedContainer);
+  if (delegate.rootfiles.empty()) fail(ValidationFailure::missingRootfile);
+  const ContainerXMLDelegate::Rootfile* chosen = &delegate.rootfiles.front();
+  for (const auto& rootfile : delegate.rootfiles) {
+    if (rootfile.mediaType == kPackageMediaType) {
+      chosen = &rootfile;
+      break;
+    }
+  }
+  std::optional<std::string> path = validateRootfilePath(chosen->path);
+  if (!path) fail(ValidationFailure::invalidRootfilePath);
+  return *path;
+}
+
+bool EPUBContainerValidator::checkEncryption(std::string_view encryptionXML) {
+  EncryptionXMLDelegate delegate;
+  if (!parseXMLStartElements(encryptionXML, delegate)) {
+    fail(ValidationFailure::malformedEncryptionMetadata);
+  }
+  // A file that names nothing is not taken to mean that nothing is encrypted.
+  if (delegate.algorithms.empty()) fail(ValidationFailure::malformedEncryptionMetadata);
+  for (const std::string& algorithm : delegate.algorithms) {
+    if (!obfuscationAlgorithms().contains(algorithm)) fail(ValidationFailure::unsupportedDRM);
+  }
+  return true;
+}
+
+ValidatedEPUBContainer EPUBContainerValidator::validate(const fs::path& publicationRoot,
+                                                        const std::stop_token& stopToken) const {
+  async::throwIfCancelled(stopToken);
+  const fs::path root = resolved(publicationRoot);
+
+  const std::string containerXML =
+      *readMetadataFile(root / "META-INF" / "container.xml", maximumMetadataSize_,
+                        Requirement::required, ValidationFailure::missingContainer);
+  const std::string packagePath = chooseRootfilePath(containerXML);
+
+  // A symbolic link inside the publication that leads out is refused here.
+  const fs::path packageURL = resolved(root / packagePath);
+  if (!packageURL.native().starts_with(root.native() + "/")) {
+    fail(ValidationFailure::invalidRootfilePath);
+  }
+  std::error_code error;
+  if (!fs::exists(packageURL, error) || fs::is_directory(packageURL, error)) {
+    fail(ValidationFailure::unavailablePackageDocument);
+  }
+
+  if (fs::exists(fs::symlink_status(root / "META-INF" / "rights.xml", error))) {
+    fail(ValidationFailure::unsupportedDRM);
+  }
+
+  bool usesFontObfuscation = false;
+  const std::optional<std::string> encryptionXML =
+      readMetadataFile(root / "META-INF" / "encryption.xml", maximumMetadataSize_,
+                       Requirement::optional, ValidationFailure::malformedEncryptionMetadata);
+  if (encryptionXML) usesFontObfuscation = checkEncryption(*encryptionXML);
+
+  return ValidatedEPUBContainer{root, packageURL, packagePath, usesFontObfuscation};
+}
+
+}  // namespace tomekeeper

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <stop_token>
+#include <string>
+#include <string_view>
+
+namespace tomekeeper {
+
+// What the validator learnt of an extracted publication.
+struct ValidatedEPUBContainer {
+  // The root, standardised and with symbolic links resolved.
+  std::filesystem::path publicationRoot;
+  // The package document, standardised and with symbolic links resolved.
+  std::filesystem::path packageDocumentURL;
+  // The rootfile's validated path, relative to the root.
+  std::string packageDocumentPath;
+  // True exactly when META-INF/encryption.xml exists and lists only the two
+  // font obfuscation algorithms.
+  bool usesFontObfuscation = false;
+
+  bool operator==(const ValidatedEPUBContainer&) const = default;
+};
+
+// The last gate before an extracted publication counts as usable: finds the
+// package document through META-INF/container.xml, refuses DRM (rights.xml,
+// or any encryption other than font obfuscation) and tells whether fonts are
+// obfuscated. Reads at most two small files and writes nothing; the package
+// document is only checked to exist. A value without state.
+class EPUBContainerValidator {
+ public:
+  static constexpr std::int64_t kStandardMaximumMetadataSize = 1048576;
+  // The font obfuscation algorithm of the EPUB Open Container Format, and the
+  // older font mangling identifier that reading systems also accept.
+  static constexpr const char* kIDPFFontObfuscation = "http://www.idpf.org/2008/embedding";
+  static constexpr const char* kAdobeFontMangling = "http://ns.adobe.com/pdf/enc#RC";
+
+  explicit EPUBContainerValidator(std::int64_t maximumMetadataSize = kStandardMaximumMetadataSize)
+      : maximumMetadataSize_(maximumMetadataSize) {}
+
+  // Largest size of container.xml or encryption.xml.
+  std::int64_t maximumMetadataSize() const { return maximumMetadataSize_; }
+
+  // Blocking; checks `stopToken` once at the start. Throws
+  // EPUBContainerValidationFailureError or async::OperationCancelled.
+  ValidatedEPUBContainer validate(const std::filesystem::path& publicationRoot,
+                                  const std::stop_token& stopToken = {}) const;
+
+  // The decisions that the documents alone make, apart from any file (also
+  // the fuzzers' entry points). The validated path of the chosen rootfile;
+  // throws malformedContainer, missingRootfile or invalidRootfilePath.
+  static std::string chooseRootfilePath(std::string_view containerXML);
+  // True when the document lists only obfuscation algorithms; throws
+  // malformedEncryptionMetadata or unsupportedDRM.
+  static bool checkEncryption(std::string_view encryptionXML);
+
+ private:
+  std::int64_t maximumMetadataSize_;
+};
+
+}  // namespace tomekeeper
