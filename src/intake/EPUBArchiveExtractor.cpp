@@ -13,8 +13,8 @@
 #include "async/Task.h"
 #include "intake/FileOperations.h"
 #include "intake/IntakeFailures.h"
-#include "intake/NewUUID.h"
 #include "intake/ZipCRC32.h"
+#include "model/Uuid.h"
 
 namespace tomekeeper {
 namespace {
@@ -231,7 +231,7 @@ ExtractedPublication EPUBArchiveExtractor::extract(const fs::path& archivePath,
   const fs::path parent = target.parent_path();
   fs::create_directories(parent);
 
-  const fs::path staging = parent / (".extract-" + newUpperCaseUUIDString() + ".partial");
+  const fs::path staging = parent / (".extract-" + Uuid::random().string() + ".partial");
   if (::mkdir(staging.c_str(), 0777) != 0) fail(ExtractionFailure::cannotCreateOutput);
 
   try {
