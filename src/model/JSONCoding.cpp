@@ -29,6 +29,30 @@ const nlohmann::json& requireJSONObject(const nlohmann::json& value, std::string
   return value;
 }
 
+SingleKeyCase decodeSingleKeyCase(const nlohmann::json& value, std::string_view typeName) {
+  requireJSONObject(value, typeName);
+  if (value.size() != 1) throw JSONDecodingError("Invalid number of keys found, expected one.");
+  const auto entry = value.begin();
+  try {
+    requireJSONObject(entry.value(), std::string(typeName) + "." + entry.key());
+  } catch (JSONDecodingError& error) {
+    error.prependPathComponent(entry.key());
+    throw;
+  }
+  return SingleKeyCase{entry.key(), entry.value()};
+}
+
+void throwUnknownCase(std::string_view name, std::string_view typeName) {
+  throw JSONDecodingError("Unknown case \"" + std::string(name) + "\" of " + std::string(typeName) +
+                          ".");
+}
+
+nlohmann::json encodeSingleKeyCase(std::string_view name, nlohmann::json payload) {
+  nlohmann::json json = nlohmann::json::object();
+  json[std::string(name)] = std::move(payload);
+  return json;
+}
+
 namespace detail {
 
 void throwTypeMismatch(std::string_view expected, const nlohmann::json& found) {

@@ -140,4 +140,35 @@ void encodeOptionalField(nlohmann::json& object, std::string_view key,
   if (value) object[std::string(key)] = *value;
 }
 
+// Enumerations whose cases carry payloads are coded as an object of exactly one key, the case's
+// name, whose value is an object of the payload: {"value":{"_0":1.2}}, {"bookDefault":{}}. An
+// unlabelled payload value sits under the key "_0".
+struct SingleKeyCase {
+  std::string name;
+  const nlohmann::json& payload;
+};
+
+// The one key of `value` and its payload object. Throws JSONDecodingError with the message
+// "Invalid number of keys found, expected one." for an object of no key or of several keys, and
+// a type mismatch when `value` or the payload is not an object.
+SingleKeyCase decodeSingleKeyCase(const nlohmann::json& value, std::string_view typeName);
+
+// A required field of a case's payload; on failure the case's name heads the coding path.
+template <typename T>
+T decodePayloadField(const SingleKeyCase& singleCase, std::string_view key) {
+  try {
+    return decodeRequiredField<T>(singleCase.payload, key);
+  } catch (JSONDecodingError& error) {
+    error.prependPathComponent(singleCase.name);
+    throw;
+  }
+}
+
+// Throws JSONDecodingError for a case name that `typeName` doesn't have.
+[[noreturn]] void throwUnknownCase(std::string_view name, std::string_view typeName);
+
+// {name: payload}; the payload is an empty object for a case without one.
+nlohmann::json encodeSingleKeyCase(std::string_view name,
+                                   nlohmann::json payload = nlohmann::json::object());
+
 }  // namespace tomekeeper
