@@ -1,0 +1,201 @@
+// Full-text search of the book. A search runs section by section in the background; its results go
+// up in batches, each result with an id that stays the same for the same match, a locator that
+// `goTo` resolves to the match (a range CFI, with the matched words as its excerpt) and an excerpt
+// for the results list. A cancelled search sends nothing more, not even a batch that was ready.
+import type { Locator } from '../bridge/records';
+import { cfiForRange, type CfiSpinePosition } from '../cfi/CfiDocument';
+import type { TextIndex } from '../cfi/TextIndex';
+import { clampUnit } from '../locator/Progression';
+import { blockBoundaries, excerptAround, rangeForSpan } from '../text/SectionText';
+import { findFoldedMatches, TextFolder } from '../text/TextFolding';
+
+export interface PublicationSearchResult {
+  id: string;
+  locator: Locator;
+  excerpt: string;
+}
+
+export interface SearchSection {
+  spineIndex: number;
+  spineHref: string;
+  cfiSpine: CfiSpinePosition;
+}
+
+// Where the search reads the book. Tests give their own.
+export interface SearchSource {
+  sections(): SearchSection[];
+  // The section's document and the TextIndex of its text root.
+  load(spineIndex: number): Promise<{ document: Document; index: TextIndex; root: Node }>;
+  totalProgression(spineIndex: number, sectionProgression: number): number;
+  language(): string | undefined;
+}
+
+export interface SearchOptions {
+  // A batch goes up once this many results wait, or once this much time passed since the last.
+  batchSize?: number;
+  batchIntervalMilliseconds?: number;
+  // The search stops (and completes) after this many results.
+  maximumResults?: number;
+  // Gives the page a turn between sections.
+  yieldToPage?: () => Promise<void>;
+  now?: () => number;
+}
+
+export type SearchResultsEmitter = (searchID: string, results: PublicationSearchResult[], isComplete: boolean) => void;
+
+const contextLength = 32;
+
+// The results of one query in one loaded section, in text order.
+export function searchSection(
+  section: SearchSection,
+  loaded: { index: TextIndex; root: Node },
+  folder: TextFolder,
+  foldedQuery: string,
+  totalProgression: (sectionProgression: number) => number,
+  limit = Number.POSITIVE_INFINITY,
+): PublicationSearchResult[] {
+  const { index, root } = loaded;
+  const boundaries = blockBoundaries(root);
+  const matches = findFoldedMatches(folder.fold(index.text, boundaries), foldedQuery, limit);
+  const results: PublicationSearchResult[] = [];
+  for (const match of matches) {
+    const range = rangeForSpan(index, match.start, match.end);
+    if (range === undefined) continue;
+    const sectionProgression = index.text.length === 0 ? 0 : clampUnit(match.start / index.text.length);
+    const prefix = index.text.slice(Math.max(0, match.start - contextLength), match.start);
+    const suffix = index.text.slice(match.end, match.end + contextLength);
+    const locator: Locator = {
+      spineHref: section.spineHref,
+      spineIndex: section.spineIndex,
+      cfi: cfiForRange(range, section.cfiSpine, index),
+      sectionProgression,
+      totalProgression: totalProgression(sectionProgression),
+      excerpt: {
+        exact: index.text.slice(match.start, match.end),
+        ...(prefix.length > 0 ? { prefix } : {}),
+        ...(suffix.length > 0 ? { suffix } : {}),
+      },
+    };
+    results.push({
+      id: `${section.spineIndex}:${match.start}-${match.end}`,
+      locator,
+      excerpt: excerptAround(index.text, match.start, match.end, boundaries),
+    });
+  }
+  return results;
+}
+
+interface RunningSearch {
+  searchID: string;
+  cancelled: boolean;
+}
+
+const defaultYield = (): Promise<void> => new Promise((resolve) => setTimeout(resolve, 0));
+
+export class SearchRunner {
+  private readonly source: SearchSource;
+  private readonly emit: SearchResultsEmitter;
+  private readonly batchSize: number;
+  private readonly batchIntervalMilliseconds: number;
+  private readonly maximumResults: number;
+  private readonly yieldToPage: () => Promise<void>;
+  private readonly now: () => number;
+  private running: RunningSearch | undefined;
+
+  constructor(source: SearchSource, emit: SearchResultsEmitter, options: SearchOptions = {}) {
+    this.source = source;
+    this.emit = emit;
+    this.batchSize = options.batchSize ?? 200;
+    this.batchIntervalMilliseconds = options.batchIntervalMilliseconds ?? 150;
+    this.maximumResults = options.maximumResults ?? 10000;
+    this.yieldToPage = options.yieldToPage ?? defaultYield;
+    this.now = options.now ?? (() => Date.now());
+  }
+
+  // Starts a search and returns at once; the results follow by the emitter. A search already
+  // running is cancelled: one search runs at a time. The returned promise settles when the work
+  // ends (for tests and the benchmark; the bridge does not wait for it).
+  start(searchID: string, query: string): Promise<void> {
+    this.cancelAll();
+    const search: RunningSearch = { searchID, cancelled: false };
+    this.running = search;
+    return this.run(search, query).finally(() => {
+      if (this.running === search) this.running = undefined;
+    });
+  }
+
+  cancel(searchID: string): void {
+    if (this.running?.searchID === searchID) this.cancelAll();
+  }
+
+  cancelAll(): void {
+    if (this.running !== undefined) this.running.cancelled = true;
+    this.running = undefined;
+  }
+
+  get activeSearchID(): string | undefined {
+    return this.running?.searchID;
+  }
+
+  private send(search: RunningSearch, results: PublicationSearchResult[], isComplete: boolean): void {
+    // The last check before anything leaves: a cancelled search stays silent.
+    if (search.cancelled) return;
+    this.emit(search.searchID, results, isComplete);
+  }
+
+  private async run(search: RunningSearch, query: string): Promise<void> {
+    // The reply to startSearch goes first; the work begins on a later turn.
+    await this.yieldToPage();
+    const folder = new TextFolder(this.source.language());
+    const foldedQuery = folder.foldQuery(query);
+    if (foldedQuery.length === 0) {
+      this.send(search, [], true);
+      return;
+    }
+    let pending: PublicationSearchResult[] = [];
+    let lastBatch = this.now();
+    let total = 0;
+    const sections = this.source.sections();
+    // The next section is fetched while the current one is searched.
+    let next = sections.length > 0 ? this.source.load((sections[0] as SearchSection).spineIndex).then(ok, failed) : undefined;
+    for (let position = 0; position < sections.length && total < this.maximumResults; position += 1) {
+      const section = sections[position] as SearchSection;
+      const loading = next as Promise<Loaded>;
+      const following = sections[position + 1];
+      next = following === undefined ? undefined : this.source.load(following.spineIndex).then(ok, failed);
+      const loaded = await loading;
+      if (search.cancelled) return;
+      if (loaded.ok) {
+        const results = searchSection(
+          section,
+          loaded.value,
+          folder,
+          foldedQuery,
+          (progression) => this.source.totalProgression(section.spineIndex, progression),
+          this.maximumResults - total,
+        );
+        total += results.length;
+        pending = pending.concat(results);
+      }
+      // A section that could not be read is passed over; the rest of the book is still searched.
+      if (pending.length > 0 && (pending.length >= this.batchSize || this.now() - lastBatch >= this.batchIntervalMilliseconds)) {
+        this.send(search, pending, false);
+        pending = [];
+        lastBatch = this.now();
+      }
+      await this.yieldToPage();
+      if (search.cancelled) return;
+    }
+    this.send(search, pending, true);
+  }
+}
+
+type Loaded = { ok: true; value: { document: Document; index: TextIndex; root: Node } } | { ok: false; error: unknown };
+
+function ok(value: { document: Document; index: TextIndex; root: Node }): Loaded {
+  return { ok: true, value };
+}
+
+function failed(error: unknown): Loaded {
+  return { ok: false, error };
+}

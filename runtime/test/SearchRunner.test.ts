@@ -1,0 +1,218 @@
+import { describe, expect, it } from 'vitest';
+import { resolveCfiRange } from '../src/cfi/CfiDocument';
+import { TextIndex } from '../src/cfi/TextIndex';
+import { parseSectionDocument, textRoot } from '../src/publication/SectionDocuments';
+import { SearchRunner, type PublicationSearchResult, type SearchSection, type SearchSource } from '../src/search/SearchRunner';
+
+function xhtml(body: string): string {
+  return `<?xml version="1.0" encoding="UTF-8"?><html xmlns="http://www.w3.org/1999/xhtml"><head><title>t</title></head><body>${body}</body></html>`;
+}
+
+interface Deferred {
+  promise: Promise<void>;
+  resolve(): void;
+}
+
+function deferred(): Deferred {
+  let resolve: () => void = () => undefined;
+  const promise = new Promise<void>((done) => {
+    resolve = done;
+  });
+  return { promise, resolve };
+}
+
+// A book of sections given as body markup. A section may be held back until the test releases it,
+// and a section given as an Error fails to load.
+class FakeSource implements SearchSource {
+  readonly loads: number[] = [];
+  readonly gates = new Map<number, Deferred>();
+  readonly documents = new Map<number, Document>();
+
+  constructor(private readonly bodies: (string | Error)[], private readonly bookLanguage?: string) {}
+
+  sections(): SearchSection[] {
+    return this.bodies.map((_body, spineIndex) => ({
+      spineIndex,
+      spineHref: `text/chapter${spineIndex}.xhtml`,
+      cfiSpine: { spineCfiStep: 6, itemCfiStep: 2 * (spineIndex + 1), idref: `c${spineIndex}` },
+    }));
+  }
+
+  async load(spineIndex: number): Promise<{ document: Document; index: TextIndex; root: Node }> {
+    this.loads.push(spineIndex);
+    await this.gates.get(spineIndex)?.promise;
+    const body = this.bodies[spineIndex];
+    if (body instanceof Error) throw body;
+    const document = parseSectionDocument(xhtml(body as string), 'application/xhtml+xml');
+    this.documents.set(spineIndex, document);
+    return { document, index: new TextIndex(textRoot(document)), root: textRoot(document) };
+  }
+
+  totalProgression(spineIndex: number, sectionProgression: number): number {
+    return (spineIndex + sectionProgression) / this.bodies.length;
+  }
+
+  language(): string | undefined {
+    return this.bookLanguage;
+  }
+}
+
+interface Batch {
+  searchID: string;
+  results: PublicationSearchResult[];
+  isComplete: boolean;
+}
+
+function recorder(): { batches: Batch[]; emit: (searchID: string, results: PublicationSearchResult[], isComplete: boolean) => void } {
+  const batches: Batch[] = [];
+  return { batches, emit: (searchID, results, isComplete) => batches.push({ searchID, results, isComplete }) };
+}
+
+const immediate = (): Promise<void> => Promise.resolve();
+const everySection = { batchSize: 1, batchIntervalMilliseconds: 0, yieldToPage: immediate };
+
+describe('SearchRunner', () => {
+  it('SendsABatchPerSectionWithHitsAndALastCompleteBatch', async () => {
+    const source = new FakeSource(['<p>The Whale.</p>', '<p>No hits here.</p>', '<p>whale and <em>WHA</em>LE</p>']);
+    const { batches, emit } = recorder();
+    await new SearchRunner(source, emit, everySection).start('S1', 'whale');
+    expect(batches.map((batch) => [batch.searchID, batch.results.length, batch.isComplete])).toEqual([
+      ['S1', 1, false],
+      ['S1', 2, false],
+      ['S1', 0, true],
+    ]);
+    const [first] = batches[0]?.results ?? [];
+    expect(first).toMatchObject({
+      id: '0:4-9',
+      excerpt: 'The Whale.',
+      locator: { spineHref: 'text/chapter0.xhtml', spineIndex: 0, excerpt: { exact: 'Whale', prefix: 'The ', suffix: '.' } },
+    });
+    expect(first?.locator.sectionProgression).toBeCloseTo(4 / 10);
+    expect(first?.locator.totalProgression).toBeCloseTo(0.4 / 3);
+  });
+
+  it('GivesLocatorsWhoseCfiResolvesToTheMatch', async () => {
+    const source = new FakeSource(['<p>a <span>wh</span>ale</p><div><p>Caf\u00e9 and cafe\u0301 and CAFE</p></div>']);
+    const { batches, emit } = recorder();
+    const runner = new SearchRunner(source, emit, everySection);
+    await runner.start('S1', 'whale');
+    await runner.start('S2', 'café');
+    const document = source.documents.get(0) as Document;
+    const resolved = batches.flatMap((batch) => batch.results).map((result) => resolveCfiRange(document, result.locator.cfi as string).toString());
+    expect(resolved).toEqual(['whale', 'Caf\u00e9', 'cafe\u0301', 'CAFE']);
+  });
+
+  it('GivesTheSameIdsToTheSameMatchesEveryTime', async () => {
+    const source = new FakeSource(['<p>whale whale</p>', '<p>a whale</p>']);
+    const first = recorder();
+    const second = recorder();
+    await new SearchRunner(source, first.emit, everySection).start('S1', 'WHALE');
+    await new SearchRunner(source, second.emit, everySection).start('S2', 'whale');
+    const ids = (batches: Batch[]) => batches.flatMap((batch) => batch.results.map((result) => result.id));
+    expect(ids(first.batches)).toEqual(['0:0-5', '0:6-11', '1:2-7']);
+    expect(ids(second.batches)).toEqual(ids(first.batches));
+  });
+
+  it('GathersResultsIntoFewerBatchesWhenTheyComeQuickly', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale</p>', '<p>whale</p>', '<p>whale</p>']);
+    const { batches, emit } = recorder();
+    await new SearchRunner(source, emit, { batchSize: 3, batchIntervalMilliseconds: 60000, yieldToPage: immediate }).start('S', 'whale');
+    expect(batches.map((batch) => [batch.results.length, batch.isComplete])).toEqual([
+      [3, false],
+      [1, true],
+    ]);
+  });
+
+  it('CompletesAnEmptyQueryAtOnceWithNoResults', async () => {
+    const source = new FakeSource(['<p>whale</p>']);
+    const { batches, emit } = recorder();
+    await new SearchRunner(source, emit, everySection).start('S', '   ');
+    expect(batches).toEqual([{ searchID: 'S', results: [], isComplete: true }]);
+    expect(source.loads).toEqual([]);
+  });
+
+  it('PassesOverASectionThatCannotBeRead', async () => {
+    const source = new FakeSource([new Error('gone'), '<p>whale</p>']);
+    const { batches, emit } = recorder();
+    await new SearchRunner(source, emit, everySection).start('S', 'whale');
+    expect(batches.flatMap((batch) => batch.results.map((result) => result.id))).toEqual(['1:0-5']);
+    expect(batches[batches.length - 1]?.isComplete).toBe(true);
+  });
+
+  it('StopsAtTheResultLimitAndCompletes', async () => {
+    const source = new FakeSource(['<p>a a a</p>', '<p>a a</p>', '<p>a</p>']);
+    const { batches, emit } = recorder();
+    await new SearchRunner(source, emit, { ...everySection, maximumResults: 4 }).start('S', 'a');
+    const ids = batches.flatMap((batch) => batch.results.map((result) => result.id));
+    expect(ids).toEqual(['0:0-1', '0:2-3', '0:4-5', '1:0-1']);
+    expect(batches[batches.length - 1]?.isComplete).toBe(true);
+  });
+
+  it('StopsSendingWhenCancelledMidSearch', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale</p>', '<p>whale</p>', '<p>whale</p>']);
+    const gate = deferred();
+    source.gates.set(1, gate);
+    const { batches, emit } = recorder();
+    const runner = new SearchRunner(source, emit, everySection);
+    const done = runner.start('S', 'whale');
+    await new Promise((resolve) => setTimeout(resolve, 0));
+    expect(batches).toHaveLength(1);
+    runner.cancel('S');
+    expect(runner.activeSearchID).toBeUndefined();
+    gate.resolve();
+    await done;
+    expect(batches).toHaveLength(1);
+    expect(batches.some((batch) => batch.isComplete)).toBe(false);
+    // Section 2 was fetched ahead while section 1 was awaited; nothing after it was.
+    expect(source.loads).toEqual([0, 1, 2]);
+  });
+
+  it('NeverSendsTheReadyBatchOfASearchCancelledWhileItYielded', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale</p>']);
+    let release: () => void = () => undefined;
+    const { batches, emit } = recorder();
+    let turns = 0;
+    const runner = new SearchRunner(source, emit, {
+      batchSize: 1000,
+      batchIntervalMilliseconds: 60000,
+      // The first turn (before the work) passes; the second, after the first section, waits.
+      yieldToPage: () => {
+        turns += 1;
+        return turns === 2 ? new Promise<void>((resolve) => (release = resolve)) : Promise.resolve();
+      },
+    });
+    const done = runner.start('S', 'whale');
+    await new Promise((resolve) => setTimeout(resolve, 0));
+    expect(turns).toBe(2);
+    runner.cancel('S');
+    release();
+    await done;
+    expect(batches).toEqual([]);
+  });
+
+  it('CancelsTheRunningSearchWhenAnotherStarts', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale ship</p>']);
+    const gate = deferred();
+    source.gates.set(1, gate);
+    const { batches, emit } = recorder();
+    const runner = new SearchRunner(source, emit, everySection);
+    const first = runner.start('S1', 'whale');
+    await new Promise((resolve) => setTimeout(resolve, 0));
+    source.gates.delete(1);
+    const second = runner.start('S2', 'ship');
+    gate.resolve();
+    await Promise.all([first, second]);
+    expect(batches.filter((batch) => batch.searchID === 'S1').every((batch) => !batch.isComplete)).toBe(true);
+    expect(batches.filter((batch) => batch.searchID === 'S2').map((batch) => batch.results.map((result) => result.id))).toEqual([['1:6-10'], []]);
+  });
+
+  it('IgnoresTheCancellationOfAnotherSearch', async () => {
+    const source = new FakeSource(['<p>whale</p>']);
+    const { batches, emit } = recorder();
+    const runner = new SearchRunner(source, emit, everySection);
+    const done = runner.start('S', 'whale');
+    runner.cancel('other');
+    await done;
+    expect(batches[batches.length - 1]).toMatchObject({ searchID: 'S', isComplete: true });
+  });
+});
