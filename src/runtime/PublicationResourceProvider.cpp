@@ -1,0 +1,163 @@
+#include "runtime/PublicationResourceProvider.h"
+
+#include <gio/gio.h>
+#include <glib.h>
+
+#include <array>
+#include <system_error>
+#include <utility>
+
+#include "runtime/PercentDecoding.h"
+
+namespace tomekeeper {
+
+namespace {
+
+constexpr std::string_view kUnknownMIMEType = "application/octet-stream";
+
+constexpr std::array<std::pair<std::string_view, std::string_view>, 17> kExtensionTable{{
+    {"xhtml", "application/xhtml+xml"},
+    {"html", "text/html"},
+    {"htm", "text/html"},
+    {"css", "text/css"},
+    {"svg", "image/svg+xml"},
+    {"xml", "application/xml"},
+    {"opf", "application/xml"},
+    {"ncx", "application/xml"},
+    {"jpg", "image/jpeg"},
+    {"jpeg", "image/jpeg"},
+    {"png", "image/png"},
+    {"gif", "image/gif"},
+    {"webp", "image/webp"},
+    {"woff", "font/woff"},
+    {"woff2", "font/woff2"},
+    {"otf", "font/otf"},
+    {"ttf", "font/ttf"},
+}};
+
+[[noreturn]] void refuse(PublicationResourceError failure) {
+  throwFailure(failure);
+}
+
+// What the desktop's type database says for a file name with this extension alone, so that
+// the file's bytes are never read; octet-stream when it knows nothing better.
+std::string platformMIMEType(const std::string& extension) {
+  const std::string fileName = extension.empty() ? "resource" : "resource." + extension;
+  gboolean uncertain = FALSE;
+  gchar* contentType = g_content_type_guess(fileName.c_str(), nullptr, 0, &uncertain);
+  std::string mimeType(kUnknownMIMEType);
+  if (contentType != nullptr) {
+    gchar* mime = g_content_type_get_mime_type(contentType);
+    if (mime != nullptr && *mime != '\0') mimeType = mime;
+    g_free(mime);
+    g_free(contentType);
+  }
+  return mimeType;
+}
+
+std::string lowercased(const std::string& text) {
+  gchar* lower = g_utf8_strdown(text.data(), static_cast<gssize>(text.size()));
+  std::string result(lower);
+  g_free(lower);
+  return result;
+}
+
+bool isInside(const std::filesystem::path& candidate, const std::filesystem::path& root) {
+  const std::string& rootText = root.native();
+  const std::string& candidateText = candidate.native();
+  // The root is canonical and never ends in "/" unless it is "/" itself.
+  const std::string prefix = rootText == "/" ? rootText : rootText + "/";
+  return candidateText.size() > prefix.size() &&
+         candidateText.compare(0, prefix.size(), prefix) == 0;
+}
+
+// `path` made absolute, lexically normal and free of symbolic links as far as they lead. The
+// library resolves only links whose targets exist; a dangling link at the end is followed by
+// hand, so that a link pointing out of the book is judged by where it points.
+std::filesystem::path resolvingSymbolicLinks(const std::filesystem::path& path,
+                                             std::error_code& error) {
+  constexpr int kMaximumLinkHops = 40;
+  std::filesystem::path resolved = std::filesystem::weakly_canonical(path, error);
+  for (int hop = 0; !error && hop < kMaximumLinkHops; ++hop) {
+    std::error_code statusError;
+    if (!std::filesystem::is_symlink(std::filesystem::symlink_status(resolved, statusError))) {
+      return resolved;
+    }
+    const std::filesystem::path target = std::filesystem::read_symlink(resolved, error);
+    if (error) break;
+    resolved = std::filesystem::weakly_canonical(
+        target.is_absolute() ? target : resolved.parent_path() / target, error);
+  }
+  if (!error) error = std::make_error_code(std::errc::too_many_symbolic_link_levels);
+  return {};
+}
+
+}  // namespace
+
+std::optional<std::string_view> publicationMIMETypeForExtension(std::string_view extension) {
+  for (const auto& [key, mimeType] : kExtensionTable) {
+    if (key == extension) return mimeType;
+  }
+  return std::nullopt;
+}
+
+PublicationResourceProvider::PublicationResourceProvider(const std::filesystem::path& root) {
+  std::error_code error;
+  std::filesystem::path canonical =
+      std::filesystem::canonical(std::filesystem::absolute(root, error), error);
+  if (error || !std::filesystem::is_directory(canonical, error) || error) {
+    refuse(PublicationResourceError::unavailable);
+  }
+  root_ = std::move(canonical);
+}
+
+PublicationResource PublicationResourceProvider::resource(
+    std::string_view path, ContentSecurityPolicyUse policyUse) const {
+  if (path.empty() || path.front() == '/' || path.find('\\') != std::string_view::npos) {
+    refuse(PublicationResourceError::invalidPath);
+  }
+  const std::optional<std::string> decoded = percentDecoded(path);
+  if (!decoded) refuse(PublicationResourceError::invalidPath);
+
+  // Decoding comes first, so an encoded "/" cannot smuggle in a "..".
+  std::size_t start = 0;
+  while (true) {
+    const std::size_t end = decoded->find('/', start);
+    const std::string_view component = std::string_view(*decoded).substr(
+        start, end == std::string::npos ? std::string::npos : end - start);
+    if (component.empty() || component == "." || component == "..") {
+      refuse(PublicationResourceError::invalidPath);
+    }
+    if (end == std::string::npos) break;
+    start = end + 1;
+  }
+
+  std::error_code error;
+  const std::filesystem::path resolved = resolvingSymbolicLinks(root_ / *decoded, error);
+  if (error) refuse(PublicationResourceError::unavailable);
+  // A symbolic link inside the book that leads out ends here, whatever the extractor allowed.
+  if (!isInside(resolved, root_)) refuse(PublicationResourceError::outsidePublicationRoot);
+  const std::filesystem::file_status status = std::filesystem::status(resolved, error);
+  if (error || status.type() != std::filesystem::file_type::regular) {
+    refuse(PublicationResourceError::unavailable);
+  }
+
+  std::string extension = resolved.extension().native();
+  if (!extension.empty()) extension.erase(0, 1);
+  extension = lowercased(extension);
+
+  PublicationResource resource;
+  resource.fileURL = resolved;
+  if (const auto known = publicationMIMETypeForExtension(extension)) {
+    resource.mimeType = std::string(*known);
+  } else {
+    resource.mimeType = platformMIMEType(extension);
+  }
+  if (policyUse == ContentSecurityPolicyUse::applied &&
+      (extension == "html" || extension == "htm" || extension == "xhtml")) {
+    resource.contentSecurityPolicy = std::string(kPublicationContentSecurityPolicy);
+  }
+  return resource;
+}
+
+}  // namespace tomekeeper

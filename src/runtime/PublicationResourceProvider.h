@@ -1,0 +1,63 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "async/Failure.h"
+
+namespace tomekeeper {
+
+// Why a resource path was refused. Thrown as PublicationResourceErrorError.
+TOMEKEEPER_FAILURE(PublicationResourceError, invalidPath, outsidePublicationRoot, unavailable);
+
+// Whether the content policy is wanted for a request: the scheme handler asks for it on a
+// publication's documents and never on the reader runtime's own files.
+enum class ContentSecurityPolicyUse { omitted, applied };
+
+// The exact policy served with a book's HTML documents: no script of the book runs, nothing is
+// fetched from elsewhere, no plug-in, no frame, no base change.
+inline constexpr std::string_view kPublicationContentSecurityPolicy =
+    "default-src 'self' data:; script-src 'none'; style-src 'self' 'unsafe-inline' data:; "
+    "connect-src 'none'; object-src 'none'; frame-src 'none'; base-uri 'none'";
+
+// A file that a request may read.
+struct PublicationResource {
+  std::filesystem::path fileURL;  // absolute, lexically normal, symbolic links resolved
+  std::string mimeType;
+  std::optional<std::string> contentSecurityPolicy;
+
+  bool operator==(const PublicationResource&) const = default;
+};
+
+// The MIME type that the extension table gives for a lower-cased extension without its dot
+// ("xhtml" → "application/xhtml+xml"), or absent for an extension not in the table.
+std::optional<std::string_view> publicationMIMETypeForExtension(std::string_view extension);
+
+// The only road from a path asked for by the web view to a file on disk. A plain value: it
+// holds the canonical root of one extracted publication (or of the reader runtime) and reads
+// nothing but file metadata, so it is safe to use from any thread and in parallel.
+class PublicationResourceProvider {
+ public:
+  // Resolves symbolic links in `root`. Throws PublicationResourceErrorError(unavailable) when
+  // it does not exist or is not a directory.
+  explicit PublicationResourceProvider(const std::filesystem::path& root);
+
+  const std::filesystem::path& root() const noexcept { return root_; }
+
+  // The file named by `path`, a still percent-encoded path relative to the root, with its MIME
+  // type and, when `policyUse` is applied and the file is an HTML document, the content policy.
+  // Throws PublicationResourceErrorError: invalidPath for an empty, absolute, backslashed,
+  // badly encoded path or one with an empty, "." or ".." component after decoding;
+  // outsidePublicationRoot when the resolved file lies outside the root; unavailable when it
+  // does not exist or is not a regular file.
+  PublicationResource resource(std::string_view path, ContentSecurityPolicyUse policyUse) const;
+
+  bool operator==(const PublicationResourceProvider&) const = default;
+
+ private:
+  std::filesystem::path root_;
+};
+
+}  // namespace tomekeeper

@@ -1,0 +1,247 @@
+#include "runtime/PublicationResourceProvider.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper {
+namespace {
+
+namespace fs = std::filesystem;
+
+void writeFile(const fs::path& path, const std::string& contents = "x") {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary) << contents;
+}
+
+PublicationResourceError refusal(const PublicationResourceProvider& provider, std::string_view path,
+                                 ContentSecurityPolicyUse use = ContentSecurityPolicyUse::applied) {
+  try {
+    provider.resource(path, use);
+  } catch (const PublicationResourceErrorError& error) {
+    return error.failure();
+  }
+  ADD_FAILURE() << "\"" << path << "\" was served";
+  return PublicationResourceError::unavailable;
+}
+
+class PublicationResourceProviderTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root_ = directory_ / "Extracted";
+    writeFile(root_ / "OEBPS/a.xhtml", "<html/>");
+    writeFile(root_ / "OEBPS/a b.xhtml");
+    writeFile(root_ / "OEBPS/style.css");
+    writeFile(root_ / "a.html");
+    writeFile(root_ / "a.htm");
+    writeFile(root_ / "a.css");
+    writeFile(root_ / "A.XHTML");
+    writeFile(root_ / "content.opf");
+    writeFile(root_ / "toc.ncx");
+    writeFile(root_ / "LICENSE");
+    writeFile(root_ / "picture.JPEG");
+    writeFile(root_ / "data.unknownextensionxyz");
+    writeFile(directory_ / "secret.txt", "secret");
+  }
+
+  PublicationResourceProvider provider() const { return PublicationResourceProvider(root_); }
+
+  testing::TemporaryDirectory directory_;
+  fs::path root_;
+};
+
+TEST_F(PublicationResourceProviderTest, ServesAFileInsideTheRootWithItsType) {
+  const PublicationResource resource =
+      provider().resource("OEBPS/a.xhtml", ContentSecurityPolicyUse::omitted);
+  EXPECT_EQ(resource.fileURL, fs::canonical(root_ / "OEBPS/a.xhtml"));
+  EXPECT_EQ(resource.mimeType, "application/xhtml+xml");
+  EXPECT_EQ(resource.contentSecurityPolicy, std::nullopt);
+}
+
+TEST_F(PublicationResourceProviderTest, RefusesEmptyAndAbsolutePaths) {
+  EXPECT_EQ(refusal(provider(), ""), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "/OEBPS/a.xhtml"), PublicationResourceError::invalidPath);
+}
+
+TEST_F(PublicationResourceProviderTest, RefusesABackslashBeforeDecoding) {
+  EXPECT_EQ(refusal(provider(), "OEBPS\\a.xhtml"), PublicationResourceError::invalidPath);
+  // An encoded backslash decodes into a plain character of a name, which does not exist.
+  EXPECT_EQ(refusal(provider(), "OEBPS%5Ca.xhtml"), PublicationResourceError::unavailable);
+}
+
+TEST_F(PublicationResourceProviderTest, RefusesBadPercentSequences) {
+  EXPECT_EQ(refusal(provider(), "OEBPS/%zz.xhtml"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS/a.xhtml%"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS/a.xhtml%4"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS/%00a.xhtml"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS/%FF.xhtml"), PublicationResourceError::invalidPath);
+}
+
+TEST_F(PublicationResourceProviderTest, RefusesEmptyDotAndDotDotComponents) {
+  EXPECT_EQ(refusal(provider(), "OEBPS//a.xhtml"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS/"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "./a.html"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS/../a.html"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), ".."), PublicationResourceError::invalidPath);
+}
+
+TEST_F(PublicationResourceProviderTest, RefusesEncodedSlashesThatHideDotDot) {
+  EXPECT_EQ(refusal(provider(), "a%2F..%2Fb"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS%2F..%2F..%2Fsecret.txt"),
+            PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "%2E%2E/secret.txt"), PublicationResourceError::invalidPath);
+  EXPECT_EQ(refusal(provider(), "OEBPS%2F"), PublicationResourceError::invalidPath);
+}
+
+TEST_F(PublicationResourceProviderTest, DecodesABlankInAName) {
+  const PublicationResource resource =
+      provider().resource("OEBPS/a%20b.xhtml", ContentSecurityPolicyUse::omitted);
+  EXPECT_EQ(resource.fileURL.filename(), "a b.xhtml");
+}
+
+TEST_F(PublicationResourceProviderTest, DirectoriesAndMissingFilesAreUnavailable) {
+  EXPECT_EQ(refusal(provider(), "OEBPS"), PublicationResourceError::unavailable);
+  EXPECT_EQ(refusal(provider(), "OEBPS/missing.xhtml"), PublicationResourceError::unavailable);
+  EXPECT_EQ(refusal(provider(), "missing/deeper/a.css"), PublicationResourceError::unavailable);
+}
+
+TEST_F(PublicationResourceProviderTest, RefusesASymbolicLinkThatLeadsOutside) {
+  fs::create_symlink(directory_ / "secret.txt", root_ / "escape.css");
+  fs::create_directory_symlink(directory_.path(), root_ / "outside");
+  fs::create_symlink(directory_ / "does-not-exist.css", root_ / "dangling.css");
+  EXPECT_EQ(refusal(provider(), "escape.css"), PublicationResourceError::outsidePublicationRoot);
+  EXPECT_EQ(refusal(provider(), "outside/secret.txt"),
+            PublicationResourceError::outsidePublicationRoot);
+  EXPECT_EQ(refusal(provider(), "dangling.css"), PublicationResourceError::outsidePublicationRoot);
+}
+
+TEST_F(PublicationResourceProviderTest, RefusesALinkToTheRootItself) {
+  fs::create_directory_symlink(root_, root_ / "self");
+  fs::create_directory_symlink(fs::path(root_) / "..", root_ / "parent");
+  EXPECT_EQ(refusal(provider(), "self"), PublicationResourceError::outsidePublicationRoot);
+  EXPECT_EQ(refusal(provider(), "parent/secret.txt"),
+            PublicationResourceError::outsidePublicationRoot);
+}
+
+TEST_F(PublicationResourceProviderTest, ASiblingDirectoryWithTheRootAsPrefixIsOutside) {
+  writeFile(directory_ / "ExtractedEvil/page.css");
+  fs::create_directory_symlink(directory_ / "ExtractedEvil", root_ / "evil");
+  EXPECT_EQ(refusal(provider(), "evil/page.css"), PublicationResourceError::outsidePublicationRoot);
+}
+
+TEST_F(PublicationResourceProviderTest, FollowsASymbolicLinkThatStaysInside) {
+  fs::create_symlink(root_ / "OEBPS/style.css", root_ / "alias.css");
+  const PublicationResource resource =
+      provider().resource("alias.css", ContentSecurityPolicyUse::applied);
+  EXPECT_EQ(resource.fileURL, fs::canonical(root_ / "OEBPS/style.css"));
+}
+
+TEST_F(PublicationResourceProviderTest, ASymbolicLinkLoopIsUnavailable) {
+  fs::create_symlink(root_ / "loop-b", root_ / "loop-a");
+  fs::create_symlink(root_ / "loop-a", root_ / "loop-b");
+  const PublicationResourceError failure = refusal(provider(), "loop-a");
+  EXPECT_NE(failure, PublicationResourceError::invalidPath);
+}
+
+TEST_F(PublicationResourceProviderTest, AFifoIsUnavailable) {
+  ASSERT_EQ(mkfifo((root_ / "pipe.css").c_str(), 0600), 0);
+  EXPECT_EQ(refusal(provider(), "pipe.css"), PublicationResourceError::unavailable);
+}
+
+TEST_F(PublicationResourceProviderTest, MatchesExtensionsWhateverTheirCase) {
+  EXPECT_EQ(provider().resource("A.XHTML", ContentSecurityPolicyUse::omitted).mimeType,
+            "application/xhtml+xml");
+  EXPECT_EQ(provider().resource("picture.JPEG", ContentSecurityPolicyUse::omitted).mimeType,
+            "image/jpeg");
+}
+
+TEST_F(PublicationResourceProviderTest, ServesPackageAndNCXAsPlainXML) {
+  EXPECT_EQ(provider().resource("content.opf", ContentSecurityPolicyUse::omitted).mimeType,
+            "application/xml");
+  EXPECT_EQ(provider().resource("toc.ncx", ContentSecurityPolicyUse::omitted).mimeType,
+            "application/xml");
+}
+
+TEST_F(PublicationResourceProviderTest, AsksTheTypeDatabaseForOtherExtensions) {
+  EXPECT_EQ(provider().resource("LICENSE", ContentSecurityPolicyUse::omitted).mimeType,
+            "application/octet-stream");
+  EXPECT_EQ(
+      provider().resource("data.unknownextensionxyz", ContentSecurityPolicyUse::omitted).mimeType,
+      "application/octet-stream");
+}
+
+TEST_F(PublicationResourceProviderTest, AttachesThePolicyOnlyToHTMLWhenAsked) {
+  const auto policyOf = [&](std::string_view path, ContentSecurityPolicyUse use) {
+    return provider().resource(path, use).contentSecurityPolicy;
+  };
+  for (const char* path : {"a.html", "a.htm", "OEBPS/a.xhtml", "A.XHTML"}) {
+    EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::applied),
+              std::string(kPublicationContentSecurityPolicy))
+        << path;
+    EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::omitted), std::nullopt) << path;
+  }
+  for (const char* path : {"a.css", "content.opf", "picture.JPEG", "LICENSE"}) {
+    EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::applied), std::nullopt) << path;
+  }
+}
+
+TEST_F(PublicationResourceProviderTest, ThePolicyTextIsExact) {
+  EXPECT_EQ(kPublicationContentSecurityPolicy.size(), 157u);
+  EXPECT_EQ(kPublicationContentSecurityPolicy,
+            "default-src 'self' data:; script-src 'none'; style-src 'self' 'unsafe-inline' data:; "
+            "connect-src 'none'; object-src 'none'; frame-src 'none'; base-uri 'none'");
+}
+
+TEST_F(PublicationResourceProviderTest, TheRootIsResolvedThroughLinks) {
+  fs::create_directory_symlink(root_, directory_ / "link-to-root");
+  const PublicationResourceProvider linked(directory_ / "link-to-root");
+  EXPECT_EQ(linked.root(), fs::canonical(root_));
+  EXPECT_EQ(linked.resource("a.css", ContentSecurityPolicyUse::omitted).fileURL,
+            fs::canonical(root_ / "a.css"));
+}
+
+TEST_F(PublicationResourceProviderTest, AMissingOrPlainFileRootIsUnavailable) {
+  const auto construct = [](const fs::path& path) -> std::optional<PublicationResourceError> {
+    try {
+      PublicationResourceProvider provider(path);
+    } catch (const PublicationResourceErrorError& error) {
+      return error.failure();
+    }
+    return std::nullopt;
+  };
+  EXPECT_EQ(construct(directory_ / "nowhere"), PublicationResourceError::unavailable);
+  EXPECT_EQ(construct(directory_ / "secret.txt"), PublicationResourceError::unavailable);
+}
+
+TEST(PublicationMIMETypeTableTest, CoversEveryExtensionOfTheTable) {
+  const std::pair<const char*, const char*> expected[] = {{"xhtml", "application/xhtml+xml"},
+                                                          {"html", "text/html"},
+                                                          {"htm", "text/html"},
+                                                          {"css", "text/css"},
+                                                          {"svg", "image/svg+xml"},
+                                                          {"xml", "application/xml"},
+                                                          {"opf", "application/xml"},
+                                                          {"ncx", "application/xml"},
+                                                          {"jpg", "image/jpeg"},
+                                                          {"jpeg", "image/jpeg"},
+                                                          {"png", "image/png"},
+                                                          {"gif", "image/gif"},
+                                                          {"webp", "image/webp"},
+                                                          {"woff", "font/woff"},
+                                                          {"woff2", "font/woff2"},
+                                                          {"otf", "font/otf"},
+                                                          {"ttf", "font/ttf"}};
+  for (const auto& [extension, mimeType] : expected) {
+    EXPECT_EQ(publicationMIMETypeForExtension(extension), mimeType) << extension;
+  }
+  EXPECT_EQ(publicationMIMETypeForExtension("XHTML"), std::nullopt);
+  EXPECT_EQ(publicationMIMETypeForExtension("js"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace tomekeeper
