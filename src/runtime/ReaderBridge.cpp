@@ -1,0 +1,395 @@
+#include "runtime/ReaderBridge.h"
+
+#include <cmath>
+#include <exception>
+#include <limits>
+#include <utility>
+
+#include "async/MainContext.h"
+#include "async/Sleep.h"
+#include "async/Spawn.h"
+
+namespace tomekeeper {
+
+namespace {
+
+using Case = ReaderBridgeFailure::Case;
+
+// An integer of the message, however the JSON wrote it (1 and 1.0 alike); absent for a
+// fraction, a non-number or a value out of range.
+std::optional<std::int64_t> messageInteger(const nlohmann::json& value) {
+  if (value.is_number_integer() && !value.is_number_unsigned()) return value.get<std::int64_t>();
+  if (value.is_number_unsigned()) {
+    const auto unsignedValue = value.get<std::uint64_t>();
+    if (unsignedValue > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+      return std::nullopt;
+    }
+    return static_cast<std::int64_t>(unsignedValue);
+  }
+  if (value.is_number_float()) {
+    const double number = value.get<double>();
+    if (std::isfinite(number) && std::trunc(number) == number && number >= -9.2e18 &&
+        number <= 9.2e18) {
+      return static_cast<std::int64_t>(number);
+    }
+  }
+  return std::nullopt;
+}
+
+// A generation of the message: a whole number from 0 to 2^64 - 1.
+std::optional<std::uint64_t> messageGeneration(const nlohmann::json& value) {
+  if (value.is_number_unsigned()) return value.get<std::uint64_t>();
+  if (value.is_number_integer()) {
+    const auto signedValue = value.get<std::int64_t>();
+    if (signedValue < 0) return std::nullopt;
+    return static_cast<std::uint64_t>(signedValue);
+  }
+  if (value.is_number_float()) {
+    const double number = value.get<double>();
+    if (std::isfinite(number) && std::trunc(number) == number && number >= 0 &&
+        number < 18446744073709551616.0) {
+      return static_cast<std::uint64_t>(number);
+    }
+  }
+  return std::nullopt;
+}
+
+const nlohmann::json* member(const nlohmann::json& object, const char* key) {
+  const auto found = object.find(key);
+  return found == object.end() ? nullptr : &*found;
+}
+
+BridgeErrorPayload errorPayload(const nlohmann::json* error) {
+  BridgeErrorPayload payload{"unknown", "Unknown reader runtime error", std::nullopt};
+  if (error == nullptr || !error->is_object()) return payload;
+  if (const auto* code = member(*error, "code"); code && code->is_string()) {
+    payload.code = code->get<std::string>();
+  }
+  if (const auto* message = member(*error, "message"); message && message->is_string()) {
+    payload.message = message->get<std::string>();
+  }
+  if (const auto* diagnostic = member(*error, "diagnostic");
+      diagnostic && diagnostic->is_string()) {
+    payload.diagnostic = diagnostic->get<std::string>();
+  }
+  return payload;
+}
+
+}  // namespace
+
+std::shared_ptr<ReaderBridge> ReaderBridge::create(std::weak_ptr<ReaderBridgeTransport> transport) {
+  return std::shared_ptr<ReaderBridge>(new ReaderBridge(std::move(transport)));
+}
+
+ReaderBridge::ReaderBridge(std::weak_ptr<ReaderBridgeTransport> transport)
+    : transport_(std::move(transport)) {}
+
+ReaderBridge::~ReaderBridge() {
+  for (auto& [id, pending] : pending_) {
+    pending.timeout.request_stop();
+    pending.finish->reject(std::make_exception_ptr(ReaderBridgeFailure(Case::readerClosed)));
+  }
+}
+
+std::optional<int> ReaderBridge::completionCount(const Uuid& id) const {
+  const auto found = completionCounts_.find(id);
+  if (found == completionCounts_.end()) return std::nullopt;
+  return found->second;
+}
+
+async::Task<nlohmann::json> ReaderBridge::queryValue(std::string method,
+                                                     std::optional<nlohmann::json> payload,
+                                                     std::chrono::steady_clock::duration timeout,
+                                                     Uuid id, std::uint64_t generation) {
+  const async::TaskContext context = co_await async::currentContext();
+  // The stop request may come from any thread; all it does is post the cancellation.
+  std::stop_callback cancellation(context.stopToken, [bridge = weak_from_this(), id] {
+    async::postToMain([bridge, id] {
+      if (const auto strong = bridge.lock()) strong->cancelRequest(id);
+    });
+  });
+
+  const bool cancelledEarly = cancelledBeforeRegistration_.erase(id) > 0;
+  if (context.stopToken.stop_requested() || cancelledEarly) {
+    ++completionCounts_[id];
+    throw ReaderBridgeFailure(Case::cancelled);
+  }
+
+  Pending pending;
+  pending.generation = generation;
+  pending.finish = std::make_shared<async::Completion<nlohmann::json>>();
+  async::spawn(runTimeout(weak_from_this(), id, timeout), pending.timeout.get_token());
+  const std::shared_ptr<async::Completion<nlohmann::json>> finish = pending.finish;
+  pending_.emplace(id, std::move(pending));
+  send(id, method, generation, std::move(payload));
+
+  co_return co_await *finish;
+}
+
+async::Task<void> ReaderBridge::runTimeout(std::weak_ptr<ReaderBridge> bridge, Uuid id,
+                                           std::chrono::steady_clock::duration timeout) {
+  try {
+    co_await async::sleepFor(timeout);
+  } catch (const async::OperationCancelled&) {
+    co_return;  // the request finished first
+  }
+  if (const auto strong = bridge.lock()) {
+    strong->completeRequest(id, ReaderBridgeFailure(Case::timedOut));
+  }
+}
+
+void ReaderBridge::send(const Uuid& id, const std::string& method, std::uint64_t generation,
+                        std::optional<nlohmann::json> payload) {
+  const std::shared_ptr<ReaderBridgeTransport> transport = transport_.lock();
+  if (!transport || !transport->isAvailable()) {
+    completeRequest(id, ReaderBridgeFailure(Case::readerClosed));
+    return;
+  }
+  if (!payload) {
+    completeRequest(id, ReaderBridgeFailure(Case::malformedResponse));
+    return;
+  }
+  nlohmann::json envelope = nlohmann::json::object();
+  envelope["version"] = kReaderBridgeProtocolVersion;
+  envelope["id"] = id.string();
+  envelope["generation"] = generation;
+  envelope["method"] = method;
+  envelope["payload"] = std::move(*payload);
+
+  // The evaluation runs in a task of its own, after this call has returned.
+  async::postToMain([bridge = weak_from_this(), weakTransport = transport_, id,
+                     envelope = std::move(envelope)]() mutable {
+    const auto failRequest = [bridge, id] {
+      if (const auto strong = bridge.lock()) {
+        strong->completeRequest(id, ReaderBridgeFailure(Case::malformedResponse));
+      }
+    };
+    const std::shared_ptr<ReaderBridgeTransport> current = weakTransport.lock();
+    if (!current || !current->isAvailable()) {
+      failRequest();
+      return;
+    }
+    current->deliver(std::move(envelope), [failRequest](ReaderBridgeDelivery delivery) {
+      if (delivery == ReaderBridgeDelivery::failed) failRequest();
+    });
+  });
+}
+
+void ReaderBridge::completeRequest(const Uuid& id, RequestResult result) {
+  const auto found = pending_.find(id);
+  if (found == pending_.end()) {
+    ++ignoredLateReplyCount_;
+    return;
+  }
+  Pending pending = std::move(found->second);
+  pending_.erase(found);
+  pending.timeout.request_stop();
+  ++completionCounts_[id];
+  if (auto* failure = std::get_if<ReaderBridgeFailure>(&result)) {
+    pending.finish->reject(std::make_exception_ptr(*failure));
+  } else {
+    pending.finish->resolve(std::move(std::get<nlohmann::json>(result)));
+  }
+}
+
+void ReaderBridge::cancelRequest(const Uuid& id) {
+  if (completionCounts_.contains(id)) return;
+  if (pending_.contains(id)) {
+    completeRequest(id, ReaderBridgeFailure(Case::cancelled));
+    return;
+  }
+  cancelledBeforeRegistration_.insert(id);
+}
+
+void ReaderBridge::failAllPending(const ReaderBridgeFailure& failure) {
+  std::vector<Uuid> snapshot;
+  snapshot.reserve(pending_.size());
+  for (const auto& entry : pending_) snapshot.push_back(entry.first);
+  for (const Uuid& id : snapshot) completeRequest(id, failure);
+}
+
+void ReaderBridge::receiveMessage(const nlohmann::json& body) {
+  if (!body.is_object()) return;
+  const auto* kind = member(body, "kind");
+  const auto* versionValue = member(body, "version");
+  const auto* generationValue = member(body, "generation");
+  if (kind == nullptr || !kind->is_string() || versionValue == nullptr ||
+      generationValue == nullptr) {
+    return;
+  }
+  const std::optional<std::int64_t> version = messageInteger(*versionValue);
+  const std::optional<std::uint64_t> generation = messageGeneration(*generationValue);
+  if (!version || !generation) return;
+  const std::string& kindText = kind->get_ref<const std::string&>();
+  if (kindText == "event") {
+    receiveEvent(body, *version, *generation);
+  } else if (kindText == "response") {
+    receiveReply(body, *version, *generation);
+  }
+}
+
+void ReaderBridge::receiveReply(const nlohmann::json& body, std::int64_t version,
+                                std::uint64_t generation) {
+  const auto* idValue = member(body, "id");
+  if (idValue == nullptr || !idValue->is_string()) return;
+  const std::optional<Uuid> id = Uuid::fromString(idValue->get_ref<const std::string&>());
+  if (!id) return;
+  // A wrong version fails the request at once, ahead of the generation test.
+  if (version != kReaderBridgeProtocolVersion) {
+    completeRequest(*id, ReaderBridgeFailure::protocolVersion(version));
+    return;
+  }
+  const auto found = pending_.find(*id);
+  if (found == pending_.end()) {
+    ++ignoredLateReplyCount_;
+    return;
+  }
+  if (found->second.generation != generation || generation != generation_) {
+    ++ignoredLateReplyCount_;
+    return;
+  }
+  const auto* ok = member(body, "ok");
+  if (ok != nullptr && ok->is_boolean() && ok->get<bool>()) {
+    const auto* result = member(body, "result");
+    completeRequest(*id, result == nullptr ? nlohmann::json::object() : *result);
+    return;
+  }
+  completeRequest(*id, ReaderBridgeFailure::runtime(errorPayload(member(body, "error"))));
+}
+
+void ReaderBridge::receiveEvent(const nlohmann::json& body, std::int64_t version,
+                                std::uint64_t generation) {
+  if (version != kReaderBridgeProtocolVersion || generation != generation_) return;
+  const auto* name = member(body, "event");
+  const auto* payload = member(body, "payload");
+  if (name == nullptr || !name->is_string() || payload == nullptr || !payload->is_object()) return;
+  const std::optional<ReaderBridgeEvent> event = eventNamed(name->get_ref<const std::string&>());
+  if (!event) return;
+  switch (*event) {
+    case ReaderBridgeEvent::selectionAvailabilityChanged:
+      if (auto parsed = parseSelectionAvailabilityChanged(*payload);
+          parsed && onSelectionAvailabilityChanged) {
+        onSelectionAvailabilityChanged(parsed->available, parsed->rect);
+      }
+      return;
+    case ReaderBridgeEvent::annotationContextMenuRequested:
+      if (auto parsed = parseAnnotationContextMenuRequested(*payload);
+          parsed && onAnnotationContextMenuRequested) {
+        onAnnotationContextMenuRequested(*parsed);
+      }
+      return;
+    case ReaderBridgeEvent::locatorChanged:
+      if (auto parsed = parseLocatorChanged(*payload); parsed && onLocatorChanged) {
+        onLocatorChanged(std::move(*parsed));
+      }
+      return;
+    case ReaderBridgeEvent::bookmarkVisibilityChanged:
+      if (auto parsed = parseBookmarkVisibilityChanged(*payload);
+          parsed && onBookmarkVisibilityChanged) {
+        onBookmarkVisibilityChanged(std::move(*parsed));
+      }
+      return;
+    case ReaderBridgeEvent::annotationResolutionChanged:
+      if (auto parsed = parseAnnotationResolutionChanged(*payload);
+          parsed && onAnnotationResolutionChanged) {
+        onAnnotationResolutionChanged(std::move(parsed->resolvedIDs),
+                                      std::move(parsed->unresolvedIDs));
+      }
+      return;
+    case ReaderBridgeEvent::searchResults:
+      if (auto parsed = parseSearchResults(*payload); parsed && onSearchResults) {
+        onSearchResults(parsed->searchID, std::move(parsed->results), parsed->isComplete);
+      }
+      return;
+  }
+}
+
+// ---- Typed methods ----
+
+#define TOMEKEEPER_BRIDGE_CALL(Method, Payload, Result, payloadValue)                            \
+  co_return co_await query<Payload, Result>(std::string(methodName(ReaderBridgeMethod::Method)), \
+                                            payloadValue, kReaderBridgeRequestTimeout,           \
+                                            Uuid::random(), generation_)
+
+async::Task<OpenPublicationResult> ReaderBridge::open(OpenPublicationRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(open, OpenPublicationRequest, OpenPublicationResult, std::move(request));
+}
+async::Task<TableOfContentsResult> ReaderBridge::tableOfContents() {
+  TOMEKEEPER_BRIDGE_CALL(tableOfContents, EmptyBridgePayload, TableOfContentsResult, {});
+}
+async::Task<ReaderPositionResult> ReaderBridge::next() {
+  TOMEKEEPER_BRIDGE_CALL(next, EmptyBridgePayload, ReaderPositionResult, {});
+}
+async::Task<ReaderPositionResult> ReaderBridge::previous() {
+  TOMEKEEPER_BRIDGE_CALL(previous, EmptyBridgePayload, ReaderPositionResult, {});
+}
+async::Task<ReaderPositionResult> ReaderBridge::nextSection() {
+  TOMEKEEPER_BRIDGE_CALL(nextSection, EmptyBridgePayload, ReaderPositionResult, {});
+}
+async::Task<ReaderPositionResult> ReaderBridge::previousSection() {
+  TOMEKEEPER_BRIDGE_CALL(previousSection, EmptyBridgePayload, ReaderPositionResult, {});
+}
+async::Task<ReaderPositionResult> ReaderBridge::goTo(GoToRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(goTo, GoToRequest, ReaderPositionResult, std::move(request));
+}
+async::Task<ReaderPositionResult> ReaderBridge::goTo(GoToLocatorRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(goTo, GoToLocatorRequest, ReaderPositionResult, std::move(request));
+}
+async::Task<Locator> ReaderBridge::currentLocator() {
+  TOMEKEEPER_BRIDGE_CALL(currentLocator, EmptyBridgePayload, Locator, {});
+}
+async::Task<CurrentSelectionResult> ReaderBridge::currentSelection() {
+  TOMEKEEPER_BRIDGE_CALL(currentSelection, EmptyBridgePayload, CurrentSelectionResult, {});
+}
+async::Task<ConfigureTypographyResult> ReaderBridge::configureTypography(
+    ConfigureTypographyRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(configureTypography, ConfigureTypographyRequest, ConfigureTypographyResult,
+                         std::move(request));
+}
+async::Task<ConfigureThemeResult> ReaderBridge::configureTheme(ConfigureThemeRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(configureTheme, ConfigureThemeRequest, ConfigureThemeResult,
+                         std::move(request));
+}
+async::Task<ConfigureReadingModeResult> ReaderBridge::configureReadingMode(
+    ConfigureReadingModeRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(configureReadingMode, ConfigureReadingModeRequest,
+                         ConfigureReadingModeResult, std::move(request));
+}
+async::Task<ConfigurePageLayoutResult> ReaderBridge::configurePageLayout(
+    ConfigurePageLayoutRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(configurePageLayout, ConfigurePageLayoutRequest, ConfigurePageLayoutResult,
+                         std::move(request));
+}
+async::Task<ConfigureScrolledContentWidthResult> ReaderBridge::configureScrolledContentWidth(
+    ConfigureScrolledContentWidthRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(configureScrolledContentWidth, ConfigureScrolledContentWidthRequest,
+                         ConfigureScrolledContentWidthResult, std::move(request));
+}
+async::Task<BookmarkVisibilityResult> ReaderBridge::configureBookmarkVisibility(
+    ConfigureBookmarkVisibilityRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(configureBookmarkVisibility, ConfigureBookmarkVisibilityRequest,
+                         BookmarkVisibilityResult, std::move(request));
+}
+async::Task<AnnotationRenderResult> ReaderBridge::addAnnotation(AnnotationRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(addAnnotation, AnnotationRequest, AnnotationRenderResult,
+                         std::move(request));
+}
+async::Task<AnnotationRenderResult> ReaderBridge::removeAnnotation(
+    RemoveAnnotationRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(removeAnnotation, RemoveAnnotationRequest, AnnotationRenderResult,
+                         std::move(request));
+}
+async::Task<AnnotationRenderResult> ReaderBridge::pulseAnnotation(AnnotationPulseRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(pulseAnnotation, AnnotationPulseRequest, AnnotationRenderResult,
+                         std::move(request));
+}
+async::Task<StartSearchResult> ReaderBridge::startSearch(StartSearchRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(startSearch, StartSearchRequest, StartSearchResult, std::move(request));
+}
+async::Task<EmptyBridgePayload> ReaderBridge::cancelSearch(CancelSearchRequest request) {
+  TOMEKEEPER_BRIDGE_CALL(cancelSearch, CancelSearchRequest, EmptyBridgePayload, std::move(request));
+}
+
+#undef TOMEKEEPER_BRIDGE_CALL
+
+}  // namespace tomekeeper
