@@ -1,9 +1,14 @@
 // Entry point of the runtime page. Runs as a classic script in the head, so `window.readerRuntime`
 // is in place before the page's load finishes; requests that come before the body exists wait for it.
+import { AnnotationLayer } from './annotations/AnnotationLayer';
 import { BridgeTransport } from './bridge/BridgeTransport';
 import { loadText } from './publication/ResourceLoader';
+import { SectionDocuments, textRoot } from './publication/SectionDocuments';
 import { Reader } from './reader/Reader';
 import { makeMethodHandlers, type ReaderOperations } from './reader/ReaderOperations';
+import { makeHighlightAndSearchHandlers, type AnnotationOperations, type SearchOperations } from './reader/HighlightAndSearchHandlers';
+import { SearchRunner, type SearchSource } from './search/SearchRunner';
+import { SelectionTracker } from './selection/SelectionTracker';
 
 declare global {
   interface Window {
@@ -13,29 +18,134 @@ declare global {
 
 let transport: BridgeTransport | undefined;
 
-const readerReady = new Promise<Reader>((resolve) => {
+interface Runtime {
+  reader: Reader;
+  annotations: AnnotationLayer;
+  search: SearchRunner;
+}
+
+function liveDocument(reader: Reader, spineIndex: number): Document | undefined {
+  for (const view of reader.loadedSections()) {
+    if (view.spineIndex !== spineIndex) continue;
+    try {
+      return view.document;
+    } catch {
+      return undefined;
+    }
+  }
+  return undefined;
+}
+
+function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
+  // The reader's hooks reach these once they exist, which is before any request can arrive.
+  let annotations: AnnotationLayer | undefined;
+  let selection: SelectionTracker | undefined;
+  let search: SearchRunner | undefined;
+  const reader: Reader = new Reader({
+    loadText,
+    viewport,
+    stage,
+    emitLocatorChanged: (locator) => {
+      transport?.emit('locatorChanged', { locator });
+    },
+    emitBookmarkVisibilityChanged: (visibleBookmarkIDs) => {
+      transport?.emit('bookmarkVisibilityChanged', { visibleBookmarkIDs });
+    },
+    sectionPrepared: (view) => {
+      selection?.attach(view);
+      annotations?.sectionPrepared(view);
+    },
+    sectionReleased: (view) => {
+      selection?.detach(view);
+      annotations?.sectionReleased(view);
+    },
+    placementChanged: () => {
+      annotations?.placementChanged();
+      selection?.placementChanged();
+    },
+    publicationOpening: () => {
+      search?.cancelAll();
+      annotations?.clear();
+      documents.clear();
+      selection?.reset();
+    },
+  });
+  const documents = new SectionDocuments(
+    loadText,
+    (spineIndex) => {
+      const item = reader.packageDocument?.spine[spineIndex];
+      return item === undefined ? undefined : { url: item.url, mediaType: item.mediaType };
+    },
+    (spineIndex) => liveDocument(reader, spineIndex),
+  );
+  selection = new SelectionTracker({
+    currentSection: () => reader.currentSection,
+    emitSelectionAvailabilityChanged: (available, rect) => {
+      transport?.emit('selectionAvailabilityChanged', rect === undefined ? { available } : { available, rect });
+    },
+  });
+  annotations = new AnnotationLayer({
+    spineIndexOf: (locator) => reader.spineIndexOf(locator),
+    parsedSection: async (spineIndex) => {
+      const document = await documents.parsedDocument(spineIndex);
+      return { document, index: documents.textIndex(document) };
+    },
+    loadedSections: () => reader.loadedSections(),
+    emitResolutionChanged: (resolvedIDs, unresolvedIDs) => {
+      transport?.emit('annotationResolutionChanged', { resolvedIDs, unresolvedIDs });
+    },
+    emitContextMenuRequested: (id, x, y) => {
+      transport?.emit('annotationContextMenuRequested', { id, x, y });
+    },
+  });
+  const searchSource: SearchSource = {
+    sections: () =>
+      (reader.packageDocument?.spine ?? []).flatMap((item) => {
+        const cfiSpine = reader.spinePositionOf(item.index);
+        return cfiSpine === undefined ? [] : [{ spineIndex: item.index, spineHref: item.href, cfiSpine }];
+      }),
+    load: async (spineIndex) => {
+      const document = await documents.document(spineIndex);
+      return { document, index: documents.textIndex(document), root: textRoot(document) };
+    },
+    totalProgression: (spineIndex, progression) => reader.totalProgression(spineIndex, progression),
+    language: () => reader.packageDocument?.language,
+  };
+  search = new SearchRunner(searchSource, (searchID, results, isComplete) => {
+    transport?.emit('searchResults', { searchID, isComplete, results });
+  });
+
+  // In scrolled mode the page moves without a bridge call: bookmarks and the selection follow it.
+  let scrollTimer: ReturnType<typeof setTimeout> | undefined;
+  // Scroll events do not bubble; the viewport's reaches the document in the capture phase.
+  document.addEventListener('scroll', () => {
+    clearTimeout(scrollTimer);
+    scrollTimer = setTimeout(() => {
+      reader.refreshBookmarkVisibility();
+      selection?.placementChanged();
+    }, 100);
+  }, { capture: true, passive: true });
+  return { reader, annotations, search };
+}
+
+const runtimeReady = new Promise<Runtime>((resolve) => {
   const start = (): void => {
     const viewport = document.getElementById('reader-viewport') as HTMLElement;
     const stage = document.getElementById('reader-stage') as HTMLElement;
-    const reader = new Reader({
-      loadText,
-      viewport,
-      stage,
-      emitLocatorChanged: (locator) => {
-        transport?.emit('locatorChanged', { locator });
-      },
-    });
+    const runtime = makeRuntime(viewport, stage);
+    const reader = runtime.reader;
     let resizeTimer: ReturnType<typeof setTimeout> | undefined;
     window.addEventListener('resize', () => {
       clearTimeout(resizeTimer);
       resizeTimer = setTimeout(() => reader.handleResize(), 150);
     });
     window.matchMedia?.('(prefers-color-scheme: dark)').addEventListener('change', () => reader.handleResize());
-    resolve(reader);
+    resolve(runtime);
   };
   if (document.readyState === 'loading') document.addEventListener('DOMContentLoaded', start, { once: true });
   else start();
 });
+const readerReady = runtimeReady.then((runtime) => runtime.reader);
 
 // Each operation waits for the reader, which exists once the body has been parsed.
 const deferredReader = new Proxy({} as ReaderOperations, {
@@ -47,7 +157,20 @@ const deferredReader = new Proxy({} as ReaderOperations, {
     },
 });
 
-transport = new BridgeTransport(window, makeMethodHandlers(deferredReader));
+const deferredAnnotations: AnnotationOperations = {
+  add: async (annotation) => (await runtimeReady).annotations.add(annotation),
+  remove: async (id) => (await runtimeReady).annotations.remove(id),
+  pulse: async (id) => (await runtimeReady).annotations.pulse(id),
+};
+
+const deferredSearch: SearchOperations = {
+  start: async (searchID, query) => (await runtimeReady).search.start(searchID, query),
+  cancel: (searchID) => {
+    void runtimeReady.then((runtime) => runtime.search.cancel(searchID));
+  },
+};
+
+transport = new BridgeTransport(window, makeMethodHandlers(deferredReader, makeHighlightAndSearchHandlers(deferredAnnotations, deferredSearch)));
 
 window.readerRuntime = Object.freeze({
   receive: (request: unknown) => (transport as BridgeTransport).receive(request),

@@ -180,3 +180,41 @@ export function decodeBookmarkVisibilityRequest(payload: BridgePayload): Bookmar
     return { id: stringField(entry, 'id'), locator: decodeLocator(objectField(entry, 'locator')) };
   });
 }
+
+const uuidPattern = /^[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}$/i;
+
+// Ids that go back up in events must be UUIDs, or the native side drops the whole event.
+function uuidField(source: BridgePayload, key: string): string {
+  const value = stringField(source, key);
+  if (!uuidPattern.test(value)) invalid(`${key} must be a UUID`);
+  return value;
+}
+
+export interface DecodedRuntimeAnnotation {
+  id: string;
+  locator: Locator;
+  selectedText: string;
+  color: 'yellow';
+}
+
+export function decodeAnnotationRequest(payload: BridgePayload): DecodedRuntimeAnnotation {
+  const annotation = objectField(payload, 'annotation');
+  return {
+    id: uuidField(annotation, 'id'),
+    locator: decodeLocator(objectField(annotation, 'locator')),
+    selectedText: stringField(annotation, 'selectedText'),
+    color: enumField(annotation, 'color', ['yellow'] as const),
+  };
+}
+
+export function decodeAnnotationIDRequest(payload: BridgePayload): string {
+  return uuidField(payload, 'id');
+}
+
+export function decodeStartSearchRequest(payload: BridgePayload): { searchID: string; query: string } {
+  return { searchID: uuidField(payload, 'searchID'), query: stringField(payload, 'query') };
+}
+
+export function decodeCancelSearchRequest(payload: BridgePayload): string {
+  return uuidField(payload, 'searchID');
+}

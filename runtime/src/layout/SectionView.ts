@@ -95,10 +95,10 @@ export class SectionView {
 
   private styleElement(): HTMLStyleElement {
     const doc = this.document;
-    let style = doc.querySelector(`style[${runtimeNodeAttribute}]`) as HTMLStyleElement | null;
+    let style = doc.querySelector(`style[${runtimeNodeAttribute}="presentation"]`) as HTMLStyleElement | null;
     if (style === null) {
       style = doc.createElementNS('http://www.w3.org/1999/xhtml', 'style') as HTMLStyleElement;
-      style.setAttribute(runtimeNodeAttribute, '');
+      style.setAttribute(runtimeNodeAttribute, 'presentation');
       (doc.head ?? doc.documentElement).appendChild(style);
     }
     return style;
@@ -241,8 +241,20 @@ export class SectionView {
     });
   }
 
+  // Whether the character at a DOM point (or the element after it) is on screen now.
+  isPointOnScreen(node: Node, offset: number, container?: HTMLElement): boolean {
+    if (this.fixedLayout) return true;
+    return this.placementOfRect(this.rectOfPoint(node, offset), container) === 'visible';
+  }
+
   // The page that shows a DOM point.
   pageOfPoint(node: Node, offset: number): number {
+    if (this.fixedLayout) return 0;
+    return this.pageOfRect(this.rectOfPoint(node, offset));
+  }
+
+  // The box of the character at a DOM point, or of the element that follows it.
+  private rectOfPoint(node: Node, offset: number): DOMRect {
     let rect: DOMRect;
     if (node.nodeType === Node.TEXT_NODE || node.nodeType === Node.CDATA_SECTION_NODE) {
       const range = this.document.createRange();
@@ -260,7 +272,10 @@ export class SectionView {
         rect = range.getBoundingClientRect();
       }
     }
-    if (this.fixedLayout) return 0;
+    return rect;
+  }
+
+  private pageOfRect(rect: DOMRect): number {
     if (this.mode === 'scrolled') {
       return clampPage(Math.floor(rect.top / this.geometry.pageSize), this.pageCount);
     }

@@ -20,7 +20,8 @@ import type {
   TableOfContentsItem,
   TextSelection,
 } from '../bridge/records';
-import { cfiForPoint, cfiForRange, resolveCfiPoint, type DomPoint } from '../cfi/CfiDocument';
+import { cfiForPoint, resolveCfiPoint, type CfiSpinePosition, type DomPoint } from '../cfi/CfiDocument';
+import { textSelectionForRange } from '../selection/SelectionRecord';
 import { colorsForTheme, defaultPresentation, pageMarginPixels, type PresentationSettings } from '../layout/Presentation';
 import { SectionView, type Viewport } from '../layout/SectionView';
 import { pageForProgression } from '../layout/PageGeometry';
@@ -44,9 +45,17 @@ export interface ReaderEnvironment {
   viewport: HTMLElement;
   stage: HTMLElement;
   emitLocatorChanged(locator: Locator): void;
+  // Sent when the set of bookmarks on the visible page changes after configureBookmarkVisibility.
+  emitBookmarkVisibilityChanged?(visibleBookmarkIDs: string[]): void;
+  // A section frame is loaded and laid out, and may be drawn in.
+  sectionPrepared?(view: SectionView): void;
+  // A section frame is about to go away.
+  sectionReleased?(view: SectionView): void;
+  // The reader moved, or laid the book out again.
+  placementChanged?(): void;
+  // Another publication is being opened; what belonged to the last one goes.
+  publicationOpening?(): void;
 }
-
-const maximumSelectionLength = 2000;
 
 export class Reader implements ReaderOperations {
   private readonly environment: ReaderEnvironment;
@@ -55,6 +64,9 @@ export class Reader implements ReaderOperations {
   private revision = 0;
   private current: SectionView | undefined;
   private prepared = new Map<number, Promise<SectionView>>();
+  private readonly loaded = new Set<SectionView>();
+  private bookmarkCandidates: BookmarkVisibilityCandidate[] = [];
+  private visibleBookmarks: string[] | undefined;
 
   constructor(environment: ReaderEnvironment) {
     this.environment = environment;
@@ -90,6 +102,10 @@ export class Reader implements ReaderOperations {
       throw new BridgeRequestError('package-invalid', 'the package document could not be parsed', String(error));
     }
     this.closeSections();
+    this.state = undefined;
+    this.bookmarkCandidates = [];
+    this.visibleBookmarks = undefined;
+    this.environment.publicationOpening?.();
     this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined };
     this.applyPageChrome();
     void this.measureSectionLengths(this.state);
@@ -149,10 +165,15 @@ export class Reader implements ReaderOperations {
   }
 
   private closeSections(): void {
-    this.current?.remove();
+    if (this.current !== undefined) this.release(this.current);
     this.current = undefined;
-    for (const pending of this.prepared.values()) void pending.then((view) => view.remove(), () => undefined);
+    for (const pending of this.prepared.values()) void pending.then((view) => this.release(view), () => undefined);
     this.prepared.clear();
+  }
+
+  private release(view: SectionView): void {
+    if (this.loaded.delete(view)) this.environment.sectionReleased?.(view);
+    view.remove();
   }
 
   private prepare(spineIndex: number): Promise<SectionView> {
@@ -165,11 +186,16 @@ export class Reader implements ReaderOperations {
       .load(item.url, this.environment.stage)
       .then(() => {
         view.layout(this.settings, this.viewportMeasures());
+        // A frame that was let go while it loaded is not announced.
+        if (this.prepared.get(spineIndex) === loading) {
+          this.loaded.add(view);
+          this.environment.sectionPrepared?.(view);
+        }
         return view;
       })
       .catch((error: unknown) => {
-        this.prepared.delete(spineIndex);
-        view.remove();
+        if (this.prepared.get(spineIndex) === loading) this.prepared.delete(spineIndex);
+        this.release(view);
         throw new BridgeRequestError('section-load-failed', 'a section of the book could not be loaded', String(error));
       });
     this.prepared.set(spineIndex, loading);
@@ -197,7 +223,9 @@ export class Reader implements ReaderOperations {
     for (const [index, pending] of this.prepared) {
       if (Math.abs(index - spineIndex) > 1) {
         this.prepared.delete(index);
-        void pending.then((view) => view.remove(), () => undefined);
+        void pending.then((view) => {
+          if (view !== this.current) this.release(view);
+        }, () => undefined);
       }
     }
   }
@@ -223,7 +251,15 @@ export class Reader implements ReaderOperations {
   private async afterMove(locatorResolution?: string): Promise<ReaderPositionResult> {
     const result = this.position(locatorResolution);
     this.environment.emitLocatorChanged(await this.currentLocator());
+    this.announcePlacement();
     return result;
+  }
+
+  // Everything that follows the page on screen: highlights' overlays, the selection and the
+  // bookmarks on the page.
+  private announcePlacement(): void {
+    this.environment.placementChanged?.();
+    this.refreshBookmarkVisibility();
   }
 
   private neighbour(step: 1 | -1): number | undefined {
@@ -354,14 +390,14 @@ export class Reader implements ReaderOperations {
     locator: Locator,
     fromTotalProgression: boolean,
     state: OpenState,
-  ): { page: number; resolution: string } {
+  ): { page: number; resolution: string; point?: DomPoint } {
     const index = view.text();
     if (locator.cfi !== undefined && !fromTotalProgression) {
       try {
         const resolved = resolveCfiPoint(view.document, locator.cfi, index);
         if (resolved.quality !== 'textAssertionMismatch') {
           const resolution = resolved.quality === 'textAssertion' ? 'cfi-text-assertion' : 'cfi';
-          return { page: view.pageOfPoint(resolved.point.node, resolved.point.offset), resolution };
+          return { page: view.pageOfPoint(resolved.point.node, resolved.point.offset), resolution, point: resolved.point };
         }
       } catch {
         // An unusable CFI falls through to the excerpt.
@@ -375,7 +411,7 @@ export class Reader implements ReaderOperations {
       const expected = progression === undefined ? undefined : Math.round(clampUnit(progression) * index.text.length);
       const position = findExcerpt(index.text, locator.excerpt, expected);
       const point = position === undefined ? undefined : index.pointAt(position);
-      if (point !== undefined) return { page: view.pageOfPoint(point.node, point.offset), resolution: 'excerpt' };
+      if (point !== undefined) return { page: view.pageOfPoint(point.node, point.offset), resolution: 'excerpt', point };
     }
     if (progression !== undefined) {
       const point = index.pointAt(Math.round(clampUnit(progression) * index.text.length));
@@ -413,32 +449,21 @@ export class Reader implements ReaderOperations {
     return locator;
   }
 
+  // The selection in the section on screen. Its length is not limited here: the callout shows for
+  // any selection, and addAnnotation refuses one that is too long.
   async currentSelection(): Promise<TextSelection | undefined> {
     const state = this.opened();
     const view = this.current;
     if (view === undefined) return undefined;
     const selection = view.document.getSelection();
     if (selection === null || selection.rangeCount === 0 || selection.isCollapsed) return undefined;
-    const range = selection.getRangeAt(0);
-    const selectedText = range.toString();
-    if (selectedText.length > maximumSelectionLength) {
-      throw new BridgeRequestError('selection-too-long', `a selection holds at most ${maximumSelectionLength} characters`);
-    }
     const item = state.packageDocument.spine[view.spineIndex] as SpineItem;
-    const index = view.text();
-    const start = index.positionOfBoundary(range.startContainer, range.startOffset);
-    const locator: Locator = {
+    return textSelectionForRange(selection.getRangeAt(0), view.text(), {
       spineHref: item.href,
       spineIndex: item.index,
-      cfi: cfiForRange(range, this.spinePosition(item), index),
-      sectionProgression: index.text.length === 0 ? 0 : start / index.text.length,
-    };
-    locator.totalProgression = state.weights.totalProgression(item.index, locator.sectionProgression ?? 0);
-    const prefix = index.text.slice(Math.max(0, start - 32), start);
-    const end = start + selectedText.length;
-    const suffix = index.text.slice(end, end + 32);
-    locator.excerpt = { exact: selectedText, ...(prefix ? { prefix } : {}), ...(suffix ? { suffix } : {}) };
-    return { locator, selectedText };
+      cfiSpine: this.spinePosition(item),
+      totalProgression: (progression) => state.weights.totalProgression(item.index, progression),
+    });
   }
 
   // Lays every prepared section out again and puts the reader back at the first visible character.
@@ -455,6 +480,7 @@ export class Reader implements ReaderOperations {
     const placed = this.placeLocator(view, before, false, this.state);
     view.showPage(placed.page, this.environment.viewport);
     this.environment.emitLocatorChanged(await this.currentLocator());
+    this.announcePlacement();
   }
 
   handleResize(): void {
@@ -569,17 +595,84 @@ export class Reader implements ReaderOperations {
     return result;
   }
 
-  // Answers the candidates whose position lies on the page on screen.
+  // Keeps the candidates and answers those whose position lies on the page (or spread) on screen;
+  // from then on a change of that set after a move is sent as an event.
   async configureBookmarkVisibility(candidates: BookmarkVisibilityCandidate[]): Promise<string[]> {
+    this.bookmarkCandidates = candidates;
+    const visible = this.bookmarksOnScreen();
+    this.visibleBookmarks = visible;
+    return visible;
+  }
+
+  // Called after every move and relayout, and when the reader scrolls.
+  refreshBookmarkVisibility(): void {
+    if (this.visibleBookmarks === undefined) return;
+    const visible = this.bookmarksOnScreen();
+    if (sameMembers(visible, this.visibleBookmarks)) return;
+    this.visibleBookmarks = visible;
+    this.environment.emitBookmarkVisibilityChanged?.(visible);
+  }
+
+  private bookmarksOnScreen(): string[] {
     const view = this.current;
     if (this.state === undefined || view === undefined) return [];
+    view.syncScrolledPage(this.environment.viewport);
     const visible: string[] = [];
-    for (const candidate of candidates) {
-      const { spineIndex, fromTotalProgression } = this.spineIndexForLocator(candidate.locator);
-      if (spineIndex !== view.spineIndex) continue;
-      const placed = this.placeLocator(view, candidate.locator, fromTotalProgression, this.state);
-      if (placed.resolution !== 'section-start' && placed.page === view.page) visible.push(candidate.id);
+    for (const candidate of this.bookmarkCandidates) {
+      if (this.isLocatorOnScreen(candidate.locator, view, this.state)) visible.push(candidate.id);
     }
     return visible;
   }
+
+  private isLocatorOnScreen(locator: Locator, view: SectionView, state: OpenState): boolean {
+    const { spineIndex, fromTotalProgression } = this.spineIndexForLocator(locator);
+    if (spineIndex !== view.spineIndex) return false;
+    const placed = this.placeLocator(view, locator, fromTotalProgression, state);
+    if (placed.resolution === 'section-start') return false;
+    if (placed.point !== undefined) return view.isPointOnScreen(placed.point.node, placed.point.offset, this.environment.viewport);
+    return placed.page === view.page;
+  }
+
+  // What the highlights and the search read of the reader.
+
+  get currentSection(): SectionView | undefined {
+    return this.current;
+  }
+
+  loadedSections(): SectionView[] {
+    return [...this.loaded];
+  }
+
+  get packageDocument(): PackageDocument | undefined {
+    return this.state?.packageDocument;
+  }
+
+  spinePositionOf(spineIndex: number): CfiSpinePosition | undefined {
+    const item = this.state?.packageDocument.spine[spineIndex];
+    return item === undefined ? undefined : this.spinePosition(item);
+  }
+
+  totalProgression(spineIndex: number, sectionProgression: number): number {
+    return this.state?.weights.totalProgression(spineIndex, sectionProgression) ?? 0;
+  }
+
+  // The section a stored locator belongs to, by href or index; none when neither names one.
+  spineIndexOf(locator: Locator): number | undefined {
+    const state = this.state;
+    if (state === undefined) return undefined;
+    try {
+      const byHref = this.spineIndexForURL(resolveURL(locator.spineHref, state.descriptor.resourceBaseURL));
+      if (byHref !== undefined) return byHref;
+    } catch {
+      // An href that is not a URL falls back to the index.
+    }
+    const spine = state.packageDocument.spine;
+    return Number.isInteger(locator.spineIndex) && locator.spineIndex >= 0 && locator.spineIndex < spine.length ? locator.spineIndex : undefined;
+  }
+}
+
+function sameMembers(a: readonly string[], b: readonly string[]): boolean {
+  if (a.length !== b.length) return false;
+  const members = new Set(a);
+  return b.every((id) => members.has(id));
 }
