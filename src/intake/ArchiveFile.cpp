@@ -79,7 +79,7 @@ void MemoryArchiveFile::seek(std::uint64_t offset) {
 }
 
 std::size_t MemoryArchiveFile::read(std::span<std::uint8_t> into) {
-  if (position_ >= bytes_.size()) return 0;
+  if (into.empty() || position_ >= bytes_.size()) return 0;
   const std::size_t count =
       std::min<std::uint64_t>(into.size(), bytes_.size() - static_cast<std::size_t>(position_));
   std::memcpy(into.data(), bytes_.data() + position_, count);
