@@ -43,6 +43,74 @@ export function canonicalLocale(language: string | undefined): string | undefine
   }
 }
 
+// The folded text as it is built: its pieces and, per unit, the original span.
+class FoldBuffer {
+  private readonly pieces: string[] = [];
+  private starts: Uint32Array;
+  private ends: Uint32Array;
+  length = 0;
+
+  constructor(capacity: number) {
+    this.starts = new Uint32Array(capacity);
+    this.ends = new Uint32Array(capacity);
+  }
+
+  private reserve(units: number): void {
+    if (this.length + units <= this.starts.length) return;
+    let capacity = this.starts.length * 2;
+    while (capacity < this.length + units) capacity *= 2;
+    const starts = new Uint32Array(capacity);
+    const ends = new Uint32Array(capacity);
+    starts.set(this.starts);
+    ends.set(this.ends);
+    this.starts = starts;
+    this.ends = ends;
+  }
+
+  pushUnit(unit: string, start: number, end: number): void {
+    this.pushPiece(unit, start, end);
+  }
+
+  // Every unit of `piece` stands for the original [start, end).
+  pushPiece(piece: string, start: number, end: number): void {
+    this.reserve(piece.length);
+    for (let unit = 0; unit < piece.length; unit += 1) {
+      this.starts[this.length] = start;
+      this.ends[this.length] = end;
+      this.length += 1;
+    }
+    this.pieces.push(piece);
+  }
+
+  // `run` stands unit for unit for the original from `start` on.
+  pushRun(run: string, start: number): void {
+    this.reserve(run.length);
+    const starts = this.starts;
+    const ends = this.ends;
+    let length = this.length;
+    for (let unit = 0; unit < run.length; unit += 1) {
+      starts[length] = start + unit;
+      ends[length] = start + unit + 1;
+      length += 1;
+    }
+    this.length = length;
+    this.pieces.push(run);
+  }
+
+  extendLast(end: number): void {
+    this.ends[this.length - 1] = end;
+  }
+
+  finish(): FoldedText {
+    return { text: this.pieces.join(''), starts: this.starts.subarray(0, this.length), ends: this.ends.subarray(0, this.length) };
+  }
+}
+
+// Visible ASCII, space excluded: these fold by plain lower-casing, one unit for one.
+function isPrintableASCII(code: number): boolean {
+  return code > 0x20 && code < 0x7f;
+}
+
 export class TextFolder {
   private readonly locale: string | undefined;
   private readonly cache = new Map<number, string>();
@@ -95,60 +163,57 @@ export class TextFolder {
   // ends and another begins with no white space between them ("end.</p><p>Start"); the folded text
   // has a space there, so words of two paragraphs never run together.
   fold(original: string, boundaries: readonly number[] = []): FoldedText {
-    let capacity = original.length + boundaries.length + 16;
-    let starts = new Uint32Array(capacity);
-    let ends = new Uint32Array(capacity);
-    const pieces: string[] = [];
-    let length = 0;
+    const buffer = new FoldBuffer(original.length + boundaries.length + 16);
     // A run of white space (or a boundary) not yet written: it becomes one space before the next
     // visible character, and is dropped at the start and the end.
     let spaceStart = -1;
     let spaceEnd = -1;
     let nextBoundary = 0;
+    const total = original.length;
 
-    const push = (unit: string, start: number, end: number): void => {
-      if (length === capacity) {
-        capacity *= 2;
-        const grownStarts = new Uint32Array(capacity);
-        const grownEnds = new Uint32Array(capacity);
-        grownStarts.set(starts);
-        grownEnds.set(ends);
-        starts = grownStarts;
-        ends = grownEnds;
-      }
-      pieces.push(unit);
-      starts[length] = start;
-      ends[length] = end;
-      length += 1;
-    };
-    const noteSpace = (start: number, end: number): void => {
-      if (spaceStart < 0) spaceStart = start;
-      spaceEnd = end;
-    };
-
-    for (let position = 0; position < original.length; ) {
+    for (let position = 0; position < total; ) {
       while (nextBoundary < boundaries.length && (boundaries[nextBoundary] as number) <= position) {
-        const boundary = boundaries[nextBoundary] as number;
-        if (boundary === position) noteSpace(position, position);
+        if (boundaries[nextBoundary] === position) {
+          if (spaceStart < 0) spaceStart = position;
+          spaceEnd = Math.max(spaceEnd, position);
+        }
         nextBoundary += 1;
       }
-      const codePoint = original.codePointAt(position) as number;
-      const width = codePoint > 0xffff ? 2 : 1;
-      const end = position + width;
-      const folded = codePoint === 0x20 || codePoint === 0x0a || codePoint === 0x09 || codePoint === 0x0d ? ' ' : this.foldCodePoint(codePoint);
+      const code = original.charCodeAt(position);
+      // Most of a book is printable ASCII with single spaces between words: such a run folds by one
+      // lower-casing, unit for unit, up to the next block boundary.
+      if (this.asciiCaseIsPlain && isPrintableASCII(code)) {
+        const limit = nextBoundary < boundaries.length ? Math.min(total, boundaries[nextBoundary] as number) : total;
+        let runEnd = position + 1;
+        while (runEnd < limit) {
+          const next = original.charCodeAt(runEnd);
+          if (isPrintableASCII(next)) runEnd += 1;
+          else if (next === 0x20 && runEnd + 1 < limit && isPrintableASCII(original.charCodeAt(runEnd + 1))) runEnd += 2;
+          else break;
+        }
+        if (spaceStart >= 0 && buffer.length > 0) buffer.pushUnit(' ', spaceStart, spaceEnd);
+        spaceStart = -1;
+        buffer.pushRun(original.slice(position, runEnd).toLowerCase(), position);
+        position = runEnd;
+        continue;
+      }
+      const codePoint = code >= 0xd800 && code <= 0xdbff ? (original.codePointAt(position) as number) : code;
+      const end = position + (codePoint > 0xffff ? 2 : 1);
+      const folded = this.foldCodePoint(codePoint);
       if (folded === ' ') {
-        noteSpace(position, end);
+        if (spaceStart < 0) spaceStart = position;
+        spaceEnd = end;
       } else if (folded.length === 0) {
         // A mark or an invisible character belongs to the character before it.
-        if (length > 0 && spaceStart < 0) ends[length - 1] = end;
+        if (buffer.length > 0 && spaceStart < 0) buffer.extendLast(end);
       } else {
-        if (spaceStart >= 0 && length > 0) push(' ', spaceStart, spaceEnd);
+        if (spaceStart >= 0 && buffer.length > 0) buffer.pushUnit(' ', spaceStart, spaceEnd);
         spaceStart = -1;
-        for (let unit = 0; unit < folded.length; unit += 1) push(folded[unit] as string, position, end);
+        buffer.pushPiece(folded, position, end);
       }
       position = end;
     }
-    return { text: pieces.join(''), starts: starts.subarray(0, length), ends: ends.subarray(0, length) };
+    return buffer.finish();
   }
 
   // The folded form of what a reader typed: trimmed, white space collapsed.
