@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -60,6 +61,12 @@ struct CallOutcome {
   std::optional<ReaderBridgeFailure> failure;
 };
 
+template <>
+struct CallOutcome<void> {
+  bool finished = false;
+  std::exception_ptr error;
+};
+
 template <typename Result>
 async::Task<void> captureCall(async::Task<Result> call,
                               std::shared_ptr<CallOutcome<Result>> outcome) {
@@ -67,6 +74,16 @@ async::Task<void> captureCall(async::Task<Result> call,
     outcome->value.emplace(co_await std::move(call));
   } catch (const ReaderBridgeFailure& failure) {
     outcome->failure.emplace(failure);
+  }
+  outcome->finished = true;
+}
+
+inline async::Task<void> captureCall(async::Task<void> call,
+                                     std::shared_ptr<CallOutcome<void>> outcome) {
+  try {
+    co_await std::move(call);
+  } catch (...) {
+    outcome->error = std::current_exception();
   }
   outcome->finished = true;
 }

@@ -1,0 +1,61 @@
+#include "runtime/ReaderNavigationPolicy.h"
+
+#include <glib.h>
+
+#include <string>
+
+#include "runtime/PublicationSchemeRoute.h"
+
+namespace tomekeeper {
+
+namespace {
+
+// The scheme of `url` (before the first ":"), or empty when it has none.
+std::string_view schemeOf(std::string_view url) {
+  const std::size_t colon = url.find(':');
+  if (colon == std::string_view::npos || colon == 0) return {};
+  const std::string_view scheme = url.substr(0, colon);
+  if (!g_ascii_isalpha(scheme.front())) return {};
+  for (const char character : scheme) {
+    if (!g_ascii_isalnum(character) && character != '+' && character != '-' && character != '.') {
+      return {};
+    }
+  }
+  return scheme;
+}
+
+bool isWebScheme(std::string_view scheme) {
+  std::string lower(scheme);
+  for (char& character : lower) character = g_ascii_tolower(character);
+  return lower == "http" || lower == "https";
+}
+
+}  // namespace
+
+ReaderNavigationDecision decideReaderNavigation(std::optional<std::string_view> url,
+                                                ReaderNavigationTrigger trigger) {
+  if (!url || url->empty()) return ReaderNavigationDecision::cancel;
+  const std::string_view scheme = schemeOf(*url);
+  if (trigger == ReaderNavigationTrigger::linkActivated && isWebScheme(scheme)) {
+    return ReaderNavigationDecision::openExternally;
+  }
+  if (parsePublicationSchemeRoute(*url) || parseRuntimeResourcePath(*url)) {
+    return ReaderNavigationDecision::allow;
+  }
+  if (scheme == "about") return ReaderNavigationDecision::allow;
+  return ReaderNavigationDecision::cancel;
+}
+
+ReaderNavigationDecision decideReaderResponse(std::string_view url, std::string_view mimeType,
+                                              ReaderResponseTarget target) {
+  const bool runtime = parseRuntimeResourcePath(url).has_value();
+  if (target == ReaderResponseTarget::mainFrameDocument) {
+    return runtime ? ReaderNavigationDecision::allow : ReaderNavigationDecision::cancel;
+  }
+  if (runtime && (mimeType == "text/html" || mimeType == "application/xhtml+xml")) {
+    return ReaderNavigationDecision::cancel;
+  }
+  return ReaderNavigationDecision::allow;
+}
+
+}  // namespace tomekeeper

@@ -1,0 +1,128 @@
+#pragma once
+
+#include <webkit/webkit.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+
+#include "async/Completion.h"
+#include "async/Task.h"
+#include "model/Uuid.h"
+#include "runtime/GObjectHandle.h"
+#include "runtime/PublicationSchemeHandler.h"
+#include "runtime/ReaderBridge.h"
+#include "runtime/ReaderBridgeFailure.h"
+#include "runtime/ReaderNavigationPolicy.h"
+
+namespace tomekeeper {
+
+// The script world in which the forwarder runs and the message handler lives. Page script
+// cannot reach it, so the page's one way up is the two DOM events.
+inline constexpr std::string_view kReaderBridgeScriptWorld = "TomekeeperPrivilegedBridge";
+// The message handler that receives the forwarded replies and events.
+inline constexpr std::string_view kReaderBridgeMessageHandler = "readerBridge";
+// The forwarder, injected at document start in the main frame of that world. It spreads
+// `kind` last, so the page cannot choose it.
+inline constexpr std::string_view kReaderBridgeForwarderScript =
+    "(() => {\n"
+    "  window.addEventListener('tomekeeper-bridge-response', event => {\n"
+    "    const value = event.detail;\n"
+    "    if (!value || typeof value !== 'object') return;\n"
+    "    window.webkit.messageHandlers.readerBridge.postMessage({...value, kind: 'response'});\n"
+    "  });\n"
+    "  window.addEventListener('tomekeeper-bridge-event', event => {\n"
+    "    const value = event.detail;\n"
+    "    if (!value || typeof value !== 'object') return;\n"
+    "    window.webkit.messageHandlers.readerBridge.postMessage({...value, kind: 'event'});\n"
+    "  });\n"
+    "})();";
+// The body of the function that delivers each request, in the page world.
+inline constexpr std::string_view kReaderBridgeRequestFunctionBody =
+    "window.readerRuntime.receive(request)";
+
+// Opens a web address in the desktop's browser; returns whether it was opened.
+bool openExternalURL(const std::string& url);
+
+// Owns the web view of one reading window with its bridge and scheme handler. It sets the view
+// up so that a hostile book has no way out (the forwarder in its own world, the private scheme
+// per view, every navigation decided), loads the reader runtime, and turns the view's life
+// events into the bridge's generation resets: a provisional navigation fails pending requests
+// with navigationReset, a dead web process with webContentProcessTerminated, close with
+// readerClosed. The standard context menu never shows.
+//
+// Made with create() and owned by the session; confined to the main executor. Tasks that
+// outlive a call hold it weakly. Releasing it closes it.
+class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost> {
+ public:
+  static std::shared_ptr<ReaderWebViewHost> create();
+  ~ReaderWebViewHost();
+  ReaderWebViewHost(const ReaderWebViewHost&) = delete;
+  ReaderWebViewHost& operator=(const ReaderWebViewHost&) = delete;
+
+  WebKitWebView* webView() const noexcept { return webView_.get(); }
+  const std::shared_ptr<ReaderBridge>& bridge() const noexcept { return bridge_; }
+  const std::shared_ptr<PublicationSchemeHandler>& schemeHandler() const noexcept {
+    return schemeHandler_;
+  }
+  bool isClosed() const noexcept { return isClosed_; }
+
+  // Called with a web address that the reader clicked in a book; the navigation itself is
+  // cancelled. Set by the session, which opens it (openExternalURL).
+  std::function<void(std::string url)> onExternalLink;
+
+  // Makes a publication's extracted files reachable under its id. Throws the provider's
+  // PublicationResourceErrorError for an unusable root.
+  void registerPublication(const Uuid& publicationID, const std::filesystem::path& root);
+
+  // Loads the reader runtime from `runtimeDirectory` and returns when its page has finished
+  // loading. Throws ReaderWebViewHostFailureError: closed after close(), alreadyLoading while
+  // another load runs (which goes on), runtimeLoadFailed, runtimeLoadTimedOut after `timeout`,
+  // webContentProcessTerminated; or the provider's error for an unusable directory, in which
+  // case no load begins.
+  async::Task<void> prepareRuntime(std::filesystem::path runtimeDirectory,
+                                   std::chrono::steady_clock::duration timeout);
+
+  // Stops loading, cancels the scheme's loads, fails pending requests with readerClosed, ends
+  // a runtime load with closed and removes the message handler. Idempotent. From then on every
+  // navigation is cancelled.
+  void close();
+
+ private:
+  ReaderWebViewHost() = default;
+  void configure();
+  void completeRuntimeLoad(std::optional<ReaderWebViewHostFailure> failure);
+  static async::Task<void> runRuntimeLoadTimeout(std::weak_ptr<ReaderWebViewHost> host,
+                                                 std::chrono::steady_clock::duration timeout);
+
+  static void handleLoadChanged(WebKitWebView* webView, WebKitLoadEvent event, gpointer data);
+  static gboolean handleLoadFailed(WebKitWebView* webView, WebKitLoadEvent event, const char* uri,
+                                   GError* error, gpointer data);
+  static void handleWebProcessTerminated(WebKitWebView* webView,
+                                         WebKitWebProcessTerminationReason reason, gpointer data);
+  static gboolean handleDecidePolicy(WebKitWebView* webView, WebKitPolicyDecision* decision,
+                                     WebKitPolicyDecisionType type, gpointer data);
+  static gboolean handleContextMenu(WebKitWebView* webView, WebKitContextMenu* menu,
+                                    WebKitHitTestResult* hit, gpointer data);
+  static void handleScriptMessage(WebKitUserContentManager* manager, JSCValue* value,
+                                  gpointer data);
+
+  GObjectHandle<WebKitUserContentManager> contentManager_;
+  GObjectHandle<WebKitWebView> webView_;
+  std::shared_ptr<ReaderBridgeTransport> transport_;
+  std::shared_ptr<ReaderBridge> bridge_;
+  std::shared_ptr<PublicationSchemeHandler> schemeHandler_;
+  bool isClosed_ = false;
+  bool messageHandlerRegistered_ = false;
+  // Set by a failed load of the current navigation, so that its finish is no success.
+  bool currentLoadFailed_ = false;
+  std::shared_ptr<async::Completion<void>> runtimeLoadCompletion_;
+  std::optional<std::stop_source> runtimeLoadTimeout_;
+};
+
+}  // namespace tomekeeper

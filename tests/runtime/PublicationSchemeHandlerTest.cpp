@@ -1,0 +1,83 @@
+#include "runtime/PublicationSchemeHandler.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper {
+namespace {
+
+const Uuid kRegistered = *Uuid::fromString("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+
+class PublicationSchemeHandlerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(directory_ / "Book/OEBPS");
+    std::filesystem::create_directories(directory_ / "Runtime");
+    std::ofstream(directory_ / "Book/OEBPS/a.xhtml") << "<html/>";
+    std::ofstream(directory_ / "Book/OEBPS/a.css") << "p{}";
+    std::ofstream(directory_ / "Runtime/index.html") << "<!DOCTYPE html>";
+    handler_->registerPublication(kRegistered, directory_ / "Book");
+  }
+
+  testing::TemporaryDirectory directory_;
+  std::shared_ptr<PublicationSchemeHandler> handler_ = PublicationSchemeHandler::create();
+};
+
+TEST_F(PublicationSchemeHandlerTest, RuntimeURLsFailUntilTheRuntimeIsPrepared) {
+  EXPECT_FALSE(handler_->target("tomekeeper://publication/runtime/index.html"));
+  handler_->setRuntimeProvider(PublicationResourceProvider(directory_ / "Runtime"));
+  const auto target = handler_->target("tomekeeper://publication/runtime/index.html");
+  ASSERT_TRUE(target);
+  EXPECT_EQ(target->path, "index.html");
+  EXPECT_EQ(target->policyUse, ContentSecurityPolicyUse::omitted);
+  const auto payload = PublicationSchemeHandler::readPayload(*target);
+  EXPECT_EQ(payload.data, "<!DOCTYPE html>");
+  EXPECT_EQ(payload.mimeType, "text/html");
+  EXPECT_EQ(payload.contentSecurityPolicy, std::nullopt);
+}
+
+TEST_F(PublicationSchemeHandlerTest, ARegisteredPublicationIsServedWithThePolicy) {
+  const auto target = handler_->target(
+      "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/OEBPS/a.xhtml?x#y");
+  ASSERT_TRUE(target);
+  EXPECT_EQ(target->policyUse, ContentSecurityPolicyUse::applied);
+  const auto payload = PublicationSchemeHandler::readPayload(*target);
+  EXPECT_EQ(payload.data, "<html/>");
+  EXPECT_EQ(payload.contentSecurityPolicy, std::string(kPublicationContentSecurityPolicy));
+  const auto style = PublicationSchemeHandler::readPayload(*handler_->target(
+      "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/OEBPS/a.css"));
+  EXPECT_EQ(style.contentSecurityPolicy, std::nullopt);
+}
+
+TEST_F(PublicationSchemeHandlerTest, UnknownIdentifiersAndBadURLsHaveNoTarget) {
+  EXPECT_FALSE(handler_->target("tomekeeper://publication/" + Uuid::random().string() + "/a.css"));
+  EXPECT_FALSE(handler_->target("tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F"));
+  EXPECT_FALSE(handler_->target("tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/"));
+  EXPECT_FALSE(handler_->target("tomekeeper://other/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/a.css"));
+  handler_->setRuntimeProvider(PublicationResourceProvider(directory_ / "Runtime"));
+  EXPECT_FALSE(handler_->target("tomekeeper://publication/runtime/"));
+}
+
+TEST_F(PublicationSchemeHandlerTest, InnerEmptyPiecesReachTheProviderWhichRefusesThem) {
+  const auto target = handler_->target(
+      "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/OEBPS//a.xhtml");
+  ASSERT_TRUE(target);
+  EXPECT_EQ(target->path, "OEBPS//a.xhtml");
+  try {
+    PublicationSchemeHandler::readPayload(*target);
+    FAIL() << "served";
+  } catch (const PublicationResourceErrorError& error) {
+    EXPECT_EQ(error.failure(), PublicationResourceError::invalidPath);
+  }
+}
+
+TEST_F(PublicationSchemeHandlerTest, RegisteringAnUnusableRootFails) {
+  EXPECT_THROW(handler_->registerPublication(Uuid::random(), directory_ / "nowhere"),
+               PublicationResourceErrorError);
+}
+
+}  // namespace
+}  // namespace tomekeeper

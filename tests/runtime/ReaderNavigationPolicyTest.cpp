@@ -1,0 +1,79 @@
+#include "runtime/ReaderNavigationPolicy.h"
+
+#include <gtest/gtest.h>
+
+namespace tomekeeper {
+namespace {
+
+using Decision = ReaderNavigationDecision;
+using Trigger = ReaderNavigationTrigger;
+
+constexpr const char* kBookPage =
+    "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/OEBPS/a.xhtml";
+constexpr const char* kRuntime = "tomekeeper://publication/runtime/index.html";
+
+TEST(ReaderNavigationPolicyTest, ANavigationWithoutURLIsCancelled) {
+  EXPECT_EQ(decideReaderNavigation(std::nullopt, Trigger::other), Decision::cancel);
+  EXPECT_EQ(decideReaderNavigation("", Trigger::linkActivated), Decision::cancel);
+}
+
+TEST(ReaderNavigationPolicyTest, AClickedWebLinkOpensExternallyWhateverItsCase) {
+  EXPECT_EQ(decideReaderNavigation("https://example.org/", Trigger::linkActivated),
+            Decision::openExternally);
+  EXPECT_EQ(decideReaderNavigation("HTTPS://example.org/", Trigger::linkActivated),
+            Decision::openExternally);
+  EXPECT_EQ(decideReaderNavigation("http://example.org/", Trigger::linkActivated),
+            Decision::openExternally);
+}
+
+TEST(ReaderNavigationPolicyTest, AWebAddressReachedOtherwiseIsCancelled) {
+  EXPECT_EQ(decideReaderNavigation("https://example.org/", Trigger::other), Decision::cancel);
+  EXPECT_EQ(decideReaderNavigation("http://example.org/", Trigger::other), Decision::cancel);
+}
+
+TEST(ReaderNavigationPolicyTest, OtherSchemesAreCancelledEvenWhenClicked) {
+  for (const char* url : {"mailto:a@example.org", "file:///etc/passwd", "data:text/html,x",
+                          "javascript:alert(1)", "ftp://example.org/", "httpx://example.org/"}) {
+    EXPECT_EQ(decideReaderNavigation(url, Trigger::linkActivated), Decision::cancel) << url;
+  }
+}
+
+TEST(ReaderNavigationPolicyTest, TheSchemesOwnRoutesGoOn) {
+  EXPECT_EQ(decideReaderNavigation(kBookPage, Trigger::linkActivated), Decision::allow);
+  EXPECT_EQ(decideReaderNavigation(kRuntime, Trigger::other), Decision::allow);
+  EXPECT_EQ(decideReaderNavigation("tomekeeper://publication/not-a-uuid/a.xhtml", Trigger::other),
+            Decision::cancel);
+  EXPECT_EQ(decideReaderNavigation("tomekeeper://other/runtime/index.html", Trigger::other),
+            Decision::cancel);
+}
+
+TEST(ReaderNavigationPolicyTest, AboutIsAllowedOnlyInExactlyThatSpelling) {
+  EXPECT_EQ(decideReaderNavigation("about:blank", Trigger::other), Decision::allow);
+  EXPECT_EQ(decideReaderNavigation("about:srcdoc", Trigger::other), Decision::allow);
+  EXPECT_EQ(decideReaderNavigation("ABOUT:blank", Trigger::other), Decision::cancel);
+}
+
+TEST(ReaderNavigationPolicyTest, TheMainFrameHoldsOnlyTheRuntime) {
+  EXPECT_EQ(decideReaderResponse(kRuntime, "text/html", ReaderResponseTarget::mainFrameDocument),
+            Decision::allow);
+  EXPECT_EQ(decideReaderResponse(kBookPage, "application/xhtml+xml",
+                                 ReaderResponseTarget::mainFrameDocument),
+            Decision::cancel);
+}
+
+TEST(ReaderNavigationPolicyTest, NoOtherFrameHoldsARuntimePage) {
+  EXPECT_EQ(decideReaderResponse(kRuntime, "text/html", ReaderResponseTarget::otherResource),
+            Decision::cancel);
+  EXPECT_EQ(decideReaderResponse("tomekeeper://publication/runtime/page.xhtml",
+                                 "application/xhtml+xml", ReaderResponseTarget::otherResource),
+            Decision::cancel);
+  EXPECT_EQ(decideReaderResponse("tomekeeper://publication/runtime/runtime.js",
+                                 "application/javascript", ReaderResponseTarget::otherResource),
+            Decision::allow);
+  EXPECT_EQ(
+      decideReaderResponse(kBookPage, "application/xhtml+xml", ReaderResponseTarget::otherResource),
+      Decision::allow);
+}
+
+}  // namespace
+}  // namespace tomekeeper
