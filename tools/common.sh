@@ -32,8 +32,10 @@ ensure_runtime_packages() {
   fi
 }
 
+# configure_and_build PRESET [TARGET...]
 configure_and_build() {
   local preset=$1
+  shift
   cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset"
+  cmake --build --preset "$preset" ${1:+--target "$@"}
 }
