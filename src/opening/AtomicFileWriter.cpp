@@ -73,9 +73,12 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view con
 }
 
 std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
-  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  // O_NONBLOCK: a FIFO put at the path must fail below, not hang the caller's executor. It
+  // changes nothing for the regular file read here.
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (file.get() < 0) {
-    if (errno == ENOENT) return std::nullopt;
+    // ENOTDIR: a component of the path is a file, so no file can exist at the path either.
+    if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
     throwErrno("open");
   }
   struct stat status {};

@@ -18,7 +18,9 @@ namespace tomekeeper {
 void writeFileAtomically(const std::filesystem::path& path, std::string_view contents);
 
 // Reads the whole of a regular file. Gives nothing when no file exists at
-// `path`; throws std::system_error for any other failure. Blocking.
+// `path` (it is missing, or a component of the path is not a directory);
+// throws std::system_error for any other failure, a directory or a FIFO at
+// `path` included. Blocking.
 std::optional<std::string> readWholeFile(const std::filesystem::path& path);
 
 }  // namespace tomekeeper
