@@ -5,9 +5,9 @@
 
 namespace tomekeeper {
 
-// The global store of the scrolled column width, shared by all windows. Call from the main executor; each
-// operation runs on the repository's own executor, one at a time in call order, and resumes on
-// the main executor. Failures are ScrolledContentWidthPersistenceFailureError.
+// The global store of the scrolled column width, shared by all windows. Call from the main
+// executor; each operation runs on the repository's own executor, one at a time in call order, and
+// resumes on the main executor. Failures are ScrolledContentWidthPersistenceFailureError.
 class ScrolledContentWidthRepository {
  public:
   virtual ~ScrolledContentWidthRepository() = default;
