@@ -49,7 +49,8 @@ class JSONBookmarkRepository final : public BookmarkRepository {
   // decode, unsupportedSchema for a schemaVersion other than 1. Pure; for the repository, tools
   // and the fuzzer.
   static Store decodeStore(std::string_view contents);
-  // The compact JSON text of `store`. Throws nlohmann::json::exception for text that is not UTF-8.
+  // The compact JSON text of `store`. Throws nlohmann::json::exception for text that is not UTF-8
+  // and std::invalid_argument for a number that is not finite.
   static std::string encodeStore(const Store& store);
 
   // The store in the file (empty when there is none), with the failures above. Blocking.

@@ -45,7 +45,8 @@ class JSONReadingPositionRepository final : public ReadingPositionRepository {
   // The store in `contents`, the text of a file. Throws corruptStore for anything but a
   // well-formed store of schemaVersion 1. Pure; for the repository, tools and the fuzzer.
   static Store decodeStore(std::string_view contents);
-  // The compact JSON text of `store`. Throws nlohmann::json::exception for text that is not UTF-8.
+  // The compact JSON text of `store`. Throws nlohmann::json::exception for text that is not UTF-8
+  // and std::invalid_argument for a number that is not finite.
   static std::string encodeStore(const Store& store);
 
   // The store in the file (empty when there is none), with the failures above. Blocking.

@@ -1,5 +1,9 @@
 #include "persistence/JSONStoreFile.h"
 
+#include <cmath>
+#include <stdexcept>
+#include <vector>
+
 #include "opening/AtomicFileWriter.h"
 
 namespace tomekeeper::detail {
@@ -23,7 +27,29 @@ nlohmann::json parseStoreDocument(std::string_view contents) {
   }
 }
 
+namespace {
+
+// JSON has no spelling for infinities and NaN, and nlohmann-json would write null in their place:
+// a progression computed as NaN would come back as a null that no longer decodes, and the store
+// would be broken by its own write. Such a store is not written.
+void requireFiniteNumbers(const nlohmann::json& store) {
+  std::vector<const nlohmann::json*> pending{&store};
+  while (!pending.empty()) {
+    const nlohmann::json& value = *pending.back();
+    pending.pop_back();
+    if (value.is_number_float() && !std::isfinite(value.get<double>())) {
+      throw std::invalid_argument("A store cannot hold a number that is not finite.");
+    }
+    if (value.is_structured()) {
+      for (const nlohmann::json& element : value) pending.push_back(&element);
+    }
+  }
+}
+
+}  // namespace
+
 std::string encodeStoreDocument(const nlohmann::json& store) {
+  requireFiniteNumbers(store);
   return store.dump();
 }
 

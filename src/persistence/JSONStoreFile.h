@@ -43,7 +43,8 @@ template <typename Failure>
 void writeStoreFile(const std::filesystem::path& file, const nlohmann::json& store,
                     Failure cannotWrite);
 
-// The compact text of `store`. Throws nlohmann::json::exception for a string that is not UTF-8.
+// The compact text of `store`. Throws nlohmann::json::exception for a string that is not UTF-8,
+// and std::invalid_argument for a number that is not finite (which would be written as null).
 std::string encodeStoreDocument(const nlohmann::json& store);
 
 // The entries of the object under `key`, each decoded strictly as Value: a missing key, a value

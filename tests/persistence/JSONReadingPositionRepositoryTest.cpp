@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <limits>
 
 #include "PersistenceTestSupport.h"
@@ -161,6 +162,16 @@ TEST_F(JSONReadingPositionRepositoryTest, TextThatCannotBeEncodedIsAWriteFailure
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(file().parent_path()),
                           std::filesystem::directory_iterator()),
             1);
+}
+
+TEST_F(JSONReadingPositionRepositoryTest, ANumberThatIsNotFiniteIsAWriteFailure) {
+  await(repository.save(locatorAt(1, 0.5), kFingerprint));
+  const FileSnapshot before = FileSnapshot::of(file());
+  expectFailure(
+      repository.save(locatorAt(2, std::numeric_limits<double>::infinity()), kFingerprint),
+      Failure::cannotWrite);
+  expectFailure(repository.save(locatorAt(2, std::nan("")), kFingerprint), Failure::cannotWrite);
+  EXPECT_EQ(FileSnapshot::of(file()), before);
 }
 
 TEST_F(JSONReadingPositionRepositoryTest, NumbersRoundTripExactly) {
