@@ -1,0 +1,582 @@
+#include "app/DocumentOpenCoordinator.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <mutex>
+#include <nlohmann/json.hpp>
+
+#include "app/ShellFakes.h"
+#include "async/RunUntilDone.h"
+#include "intake/PublicationExtractionCache.h"
+#include "opening/OpeningFailures.h"
+#include "support/EpubBuilder.h"
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper::testing {
+namespace {
+
+// The structured log lines of this process, kept from the first test that asks for them.
+struct CapturedLog {
+  std::mutex mutex;
+  std::vector<std::map<std::string, std::string>> lines;
+};
+
+CapturedLog& capturedLog() {
+  static CapturedLog* log = [] {
+    auto* created = new CapturedLog;
+    g_log_set_writer_func(
+        [](GLogLevelFlags, const GLogField* fields, gsize count, gpointer data) {
+          auto* target = static_cast<CapturedLog*>(data);
+          std::map<std::string, std::string> line;
+          for (gsize index = 0; index < count; ++index) {
+            if (fields[index].length < 0) {
+              line[fields[index].key] = static_cast<const char*>(fields[index].value);
+            }
+          }
+          std::lock_guard lock(target->mutex);
+          target->lines.push_back(std::move(line));
+          return G_LOG_WRITER_HANDLED;
+        },
+        created, nullptr);
+    return created;
+  }();
+  return *log;
+}
+
+// The cache, held before it starts until the test releases it.
+class GatedPublicationCache final : public PublicationCachePreparing {
+ public:
+  explicit GatedPublicationCache(std::filesystem::path cachesRoot)
+      : cache_(std::move(cachesRoot)) {}
+  async::Task<PreparedPublicationResources> prepare(std::filesystem::path sourceURL,
+                                                    std::string fingerprint) const override {
+    co_await *gate;
+    co_return co_await cache_.prepare(std::move(sourceURL), std::move(fingerprint));
+  }
+  std::shared_ptr<async::Completion<void>> gate = std::make_shared<async::Completion<void>>();
+
+ private:
+  PublicationExtractionCache cache_;
+};
+
+class DocumentOpenCoordinatorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    capturedLog();
+    std::filesystem::create_directories(directory / "runtime");
+  }
+
+  std::filesystem::path writeBook(const std::string& name, const std::string& distinction) {
+    const std::filesystem::path file = directory / "books" / name;
+    std::filesystem::create_directories(file.parent_path());
+    EpubBuilder().addFile("OEBPS/distinction.txt", distinction).writeTo(file);
+    return file;
+  }
+
+  DocumentOpenCoordinator::Environment environment() const {
+    DocumentOpenCoordinator::Environment made;
+    made.supportDirectory = directory / "support";
+    made.cachesRoot = directory / "caches";
+    made.runtimeRoot = directory / "runtime";
+    made.publicationCache = publicationCache;
+    return made;
+  }
+
+  // A coordinator as a new launch of the application would make it.
+  std::shared_ptr<DocumentOpenCoordinator> makeCoordinator() {
+    platform = std::make_shared<FakePlatform>();
+    windows = std::make_shared<FakeWindowFactory>();
+    sessions = std::make_shared<FakeSessionFactory>();
+    return DocumentOpenCoordinator::create(environment(), platform, windows, sessions);
+  }
+
+  void openBook(DocumentOpenCoordinator& coordinator, const std::filesystem::path& file,
+                RecentDocumentUse use = RecentDocumentUse::remember,
+                std::optional<std::string> expected = std::nullopt) {
+    async::runUntilDone(coordinator.open(file, use, std::move(expected)));
+  }
+
+  nlohmann::json restorationFile() const {
+    std::ifstream input(directory / "support" / DocumentOpenCoordinator::kRestorationFileName);
+    return nlohmann::json::parse(input);
+  }
+
+  void writeRestorationFile(const std::string& contents) const {
+    const auto file = directory / "support" / DocumentOpenCoordinator::kRestorationFileName;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file) << contents;
+  }
+
+  std::vector<std::string> openFailureLines() {
+    std::vector<std::string> messages;
+    std::lock_guard lock(capturedLog().mutex);
+    for (auto& line : capturedLog().lines) {
+      if (line["TOMEKEEPER_CATEGORY"] == "DocumentOpen") messages.push_back(line["MESSAGE"]);
+    }
+    return messages;
+  }
+
+  TemporaryDirectory directory;
+  std::shared_ptr<PublicationCachePreparing> publicationCache;
+  std::shared_ptr<FakePlatform> platform;
+  std::shared_ptr<FakeWindowFactory> windows;
+  std::shared_ptr<FakeSessionFactory> sessions;
+};
+
+TEST_F(DocumentOpenCoordinatorTest, OpensBookIntoWindowTitledWithItsAuthors) {
+  auto coordinator = makeCoordinator();
+  sessions->configure = [](FakeSession& session) {
+    session.title = PublicationTitle{"  Moby-Dick \n", {" Herman Melville ", "  ", "Ishmael"}};
+  };
+  const auto book = writeBook("moby-dick.epub", "one");
+  openBook(*coordinator, book);
+
+  ASSERT_EQ(coordinator->openWindows().size(), 1u);
+  ASSERT_EQ(windows->readerWindows.size(), 1u);
+  const auto& window = windows->readerWindows.front();
+  EXPECT_EQ(window->title, "Moby-Dick \u2014 Herman Melville, Ishmael");
+  EXPECT_TRUE(window->visible);
+  EXPECT_EQ(coordinator->activeReaderWindowCount(), 1);
+  EXPECT_EQ(coordinator->activeOpenOperations(), 0);
+  const auto& session = sessions->sessions.front();
+  EXPECT_EQ(session->openedRuntimeRoot, directory / "runtime");
+  EXPECT_EQ(session->openedFingerprint, window->identifier());
+  EXPECT_TRUE(std::filesystem::exists(session->openedResources.extractedRoot));
+  EXPECT_EQ(coordinator->recentDocumentURLs(), std::vector<std::filesystem::path>{book});
+  EXPECT_TRUE(coordinator->registry()->isActive(window->identifier()));
+  EXPECT_EQ(restorationFile(), (nlohmann::json{{"fingerprints", {window->identifier()}}}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, RestorationFileIsPrettyPrintedWithSortedFingerprints) {
+  auto coordinator = makeCoordinator();
+  openBook(*coordinator, writeBook("a.epub", "a"));
+  openBook(*coordinator, writeBook("b.epub", "b"));
+  std::vector<std::string> fingerprints;
+  for (const auto& window : windows->readerWindows) fingerprints.push_back(window->identifier());
+  std::sort(fingerprints.begin(), fingerprints.end());
+  std::ifstream input(directory / "support" / DocumentOpenCoordinator::kRestorationFileName);
+  const std::string text((std::istreambuf_iterator<char>(input)), {});
+  EXPECT_EQ(text, nlohmann::json({{"fingerprints", fingerprints}}).dump(2));
+  EXPECT_NE(text.find("\n  \"fingerprints\""), std::string::npos);
+}
+
+TEST_F(DocumentOpenCoordinatorTest, OpeningTheSameBookTwiceBringsItsWindowForward) {
+  auto coordinator = makeCoordinator();
+  const auto book = writeBook("book.epub", "same");
+  openBook(*coordinator, book);
+  const auto copy = directory / "books" / "copy.epub";
+  std::filesystem::copy_file(book, copy);
+  openBook(*coordinator, copy);
+
+  EXPECT_EQ(windows->readerWindows.size(), 1u);
+  EXPECT_EQ(sessions->sessions.size(), 1u);
+  EXPECT_EQ(windows->readerWindows.front()->presentCount, 2);
+  EXPECT_EQ(coordinator->recentDocumentURLs(), (std::vector<std::filesystem::path>{copy, book}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, SessionOpenFailureClosesTheWindowAndReleasesTheBook) {
+  auto coordinator = makeCoordinator();
+  sessions->configure = [](FakeSession& session) {
+    session.failure = std::make_exception_ptr(ReaderError(
+        ReaderErrorKind::readerRuntimeFailed, "This book could not be opened by the reader.",
+        "runtime-failed", ReaderErrorPolicy{}));
+  };
+  const auto book = writeBook("book.epub", "failing");
+  EXPECT_THROW(openBook(*coordinator, book), ReaderError);
+
+  ASSERT_EQ(windows->readerWindows.size(), 1u);
+  const auto fingerprint = windows->readerWindows.front()->identifier();
+  EXPECT_TRUE(windows->readerWindows.front()->closed);
+  EXPECT_TRUE(coordinator->openWindows().empty());
+  EXPECT_FALSE(coordinator->registry()->isActive(fingerprint));
+  EXPECT_FALSE(coordinator->registry()->isReserved(fingerprint));
+  EXPECT_EQ(sessions->sessions.front()->closeCount, 1);
+  EXPECT_TRUE(coordinator->recentDocumentURLs().empty());
+  EXPECT_EQ(restorationFile(), (nlohmann::json{{"fingerprints", nlohmann::json::array()}}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, MissingRuntimeFailsWithSourceUnavailableBeforeAnySession) {
+  auto coordinator = makeCoordinator();
+  auto withoutRuntime = environment();
+  withoutRuntime.runtimeRoot.reset();
+  coordinator = DocumentOpenCoordinator::create(withoutRuntime, platform, windows, sessions);
+  try {
+    openBook(*coordinator, writeBook("book.epub", "x"));
+    FAIL() << "the open succeeded";
+  } catch (const DocumentOpenFailureError& failure) {
+    EXPECT_EQ(failure.failure(), DocumentOpenFailure::sourceUnavailable);
+  }
+  EXPECT_TRUE(sessions->sessions.empty());
+  EXPECT_TRUE(windows->readerWindows.empty());
+}
+
+TEST_F(DocumentOpenCoordinatorTest, FailedRequestedOpenShowsTheAlertAndLogsTheDiagnostic) {
+  auto coordinator = makeCoordinator();
+  const auto notABook = directory / "notes.txt";
+  std::ofstream(notABook) << "text";
+  coordinator->requestOpen(notABook);
+  ASSERT_TRUE(iterateUntil([&] { return !platform->alerts.empty(); }));
+
+  EXPECT_EQ(platform->alerts.front(),
+            (AlertContent{AlertStyle::warning,
+                          "Choose an EPUB file",
+                          "Tomekeeper can open files with the .epub extension.",
+                          {"OK"}}));
+  EXPECT_EQ(openFailureLines(), std::vector<std::string>{"Open failed: not-an-epub"});
+  std::lock_guard lock(capturedLog().mutex);
+  const auto& line = capturedLog().lines.back();
+  EXPECT_EQ(line.at("GLIB_DOMAIN"), "Tomekeeper");
+  EXPECT_EQ(line.at("PRIORITY"), "3");
+}
+
+TEST_F(DocumentOpenCoordinatorTest, ClosingTheLastWindowSavesAnEmptyListAndStoresTheFrame) {
+  auto coordinator = makeCoordinator();
+  openBook(*coordinator, writeBook("book.epub", "close"));
+  auto window = windows->readerWindows.front();
+  window->resize(WindowFrame{1000, 700, false});
+  EXPECT_EQ(platform->storedFrame, (WindowFrame{1000, 700, false}));
+  window->currentFrame = WindowFrame{1100, 720, true};
+  window->close();
+
+  EXPECT_TRUE(coordinator->openWindows().empty());
+  EXPECT_EQ(coordinator->activeReaderWindowCount(), 0);
+  EXPECT_EQ(platform->storedFrame, (WindowFrame{1100, 720, true}));
+  EXPECT_EQ(sessions->sessions.front()->closeCount, 1);
+  EXPECT_FALSE(coordinator->registry()->isActive(window->identifier()));
+  EXPECT_EQ(restorationFile(), (nlohmann::json{{"fingerprints", nlohmann::json::array()}}));
+  // Nothing else appears: the application stays with no window.
+  EXPECT_TRUE(windows->openDocumentWindows.empty());
+}
+
+TEST_F(DocumentOpenCoordinatorTest, WindowsClosingAtQuitStayInTheRestorationFile) {
+  auto coordinator = makeCoordinator();
+  openBook(*coordinator, writeBook("book.epub", "quit"));
+  const auto fingerprint = windows->readerWindows.front()->identifier();
+  coordinator->prepareForTermination();
+  windows->readerWindows.front()->close();
+  EXPECT_TRUE(coordinator->isTerminating());
+  EXPECT_EQ(restorationFile(), (nlohmann::json{{"fingerprints", {fingerprint}}}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, DelegateEntriesLeaveAnUnknownWindowAlone) {
+  auto coordinator = makeCoordinator();
+  openBook(*coordinator, writeBook("book.epub", "known"));
+  const auto fingerprint = windows->readerWindows.front()->identifier();
+  // A second window claiming the same identifier is not the one in the entry.
+  auto stranger = std::make_shared<FakeWindow>(*coordinator, fingerprint, "stranger");
+  stranger->resize(WindowFrame{800, 600, false});
+  stranger->close();
+  auto unknown = std::make_shared<FakeWindow>(*coordinator, std::string(64, 'a'), "unknown");
+  unknown->close();
+
+  EXPECT_EQ(coordinator->openWindows().size(), 1u);
+  EXPECT_FALSE(platform->storedFrame.has_value());
+  EXPECT_EQ(sessions->sessions.front()->closeCount, 0);
+}
+
+TEST_F(DocumentOpenCoordinatorTest, NewWindowTakesAStoredFrameThatFitsAScreen) {
+  auto coordinator = makeCoordinator();
+  platform->storedFrame = WindowFrame{1200, 800, false};
+  openBook(*coordinator, writeBook("a.epub", "a"));
+  EXPECT_EQ(windows->requests.back().frame, (WindowFrame{1200, 800, false}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, StoredFrameFromADetachedMonitorGivesTheDefaultPlacement) {
+  auto coordinator = makeCoordinator();
+  platform->storedFrame = WindowFrame{3000, 2000, false};
+  platform->screenAreas = {{1920, 1000}};
+  openBook(*coordinator, writeBook("a.epub", "a"));
+  EXPECT_EQ(windows->requests.back().frame, (WindowFrame{920, 780, false}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, PaginationKeysReachTheSessionWhileItLives) {
+  auto coordinator = makeCoordinator();
+  openBook(*coordinator, writeBook("a.epub", "a"));
+  auto handler = windows->requests.back().handlePaginationKey;
+  EXPECT_TRUE(handler(PageKeyDirection::next));
+  EXPECT_EQ(sessions->sessions.front()->pageKeys,
+            std::vector<PageKeyDirection>{PageKeyDirection::next});
+  sessions->sessions.front()->takesPageKeys = false;
+  EXPECT_FALSE(handler(PageKeyDirection::previous));
+  windows->readerWindows.front()->close();
+  windows->requests.clear();
+  windows->readerWindows.clear();
+  sessions->sessions.clear();
+  EXPECT_FALSE(handler(PageKeyDirection::next));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, LaunchWithFilesOpensThemWithoutRestoring) {
+  auto first = makeCoordinator();
+  openBook(*first, writeBook("old.epub", "old"));
+  first->prepareForTermination();
+
+  auto coordinator = makeCoordinator();
+  const auto book = writeBook("new.epub", "new");
+  coordinator->start({book});
+  ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 1; }));
+  iterateFor(std::chrono::milliseconds(50));
+
+  EXPECT_EQ(windows->readerWindows.size(), 1u);
+  EXPECT_EQ(windows->readerWindows.front()->title, "A Title \u2014 An Author");
+  EXPECT_TRUE(windows->openDocumentWindows.empty());
+  EXPECT_TRUE(platform->alerts.empty());
+  // The new window rewrote the file: the old book is forgotten for the next launch.
+  EXPECT_EQ(restorationFile(),
+            (nlohmann::json{{"fingerprints", {windows->readerWindows.front()->identifier()}}}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, LaunchRestoresTheBooksOpenAtQuit) {
+  auto first = makeCoordinator();
+  openBook(*first, writeBook("a.epub", "a"));
+  openBook(*first, writeBook("b.epub", "b"));
+  first->prepareForTermination();
+  const nlohmann::json saved = restorationFile();
+
+  auto coordinator = makeCoordinator();
+  coordinator->start({});
+  ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 2; }));
+  EXPECT_TRUE(windows->openDocumentWindows.empty());
+  EXPECT_TRUE(platform->alerts.empty());
+  // Restoration does not touch the recent documents.
+  EXPECT_TRUE(platform->recent.empty());
+  EXPECT_EQ(restorationFile(), saved);
+}
+
+TEST_F(DocumentOpenCoordinatorTest,
+       LaunchWithNothingRestorableRemovesTheFileAndShowsTheOpenWindow) {
+  writeRestorationFile(nlohmann::json({{"fingerprints", {std::string(64, 'c')}}}).dump());
+  auto coordinator = makeCoordinator();
+  platform->alertAnswers = {1};  // "Not Now"
+  coordinator->start({});
+  ASSERT_TRUE(iterateUntil([&] { return !windows->openDocumentWindows.empty(); }));
+
+  ASSERT_EQ(platform->alerts.size(), 1u);
+  EXPECT_EQ(platform->alerts.front().message, "The original EPUB can\u2019t be accessed");
+  EXPECT_EQ(platform->alerts.front().information,
+            "Locate the same EPUB to restore this reading window. A different file or edition "
+            "won\u2019t be accepted.");
+  EXPECT_EQ(platform->alerts.front().buttons,
+            (std::vector<std::string>{"Locate EPUB\u2026", "Not Now"}));
+  EXPECT_TRUE(platform->selections.empty());
+  EXPECT_FALSE(std::filesystem::exists(coordinator->restorationFileURL()));
+  EXPECT_TRUE(windows->openDocumentWindows.front()->visible);
+  EXPECT_EQ(coordinator->openDocumentWindow(), windows->openDocumentWindows.front());
+}
+
+TEST_F(DocumentOpenCoordinatorTest, MalformedRestorationFileGivesAnEmptyList) {
+  const auto file = directory / "restoration.json";
+  for (const std::string contents :
+       {"not json", "[]", "{\"fingerprints\": \"x\"}", "{\"fingerprints\": [1]}", "{}"}) {
+    std::ofstream(file) << contents;
+    EXPECT_TRUE(DocumentOpenCoordinator::readRestorationList(file).empty()) << contents;
+  }
+  EXPECT_TRUE(DocumentOpenCoordinator::readRestorationList(directory / "missing.json").empty());
+  std::ofstream(file) << "{\"fingerprints\": [\"b\", \"a\"], \"other\": 1}";
+  EXPECT_EQ(DocumentOpenCoordinator::readRestorationList(file),
+            (std::vector<std::string>{"b", "a"}));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, LaunchWithNoRestorationFileShowsTheOpenWindow) {
+  auto coordinator = makeCoordinator();
+  coordinator->start({});
+  ASSERT_EQ(windows->openDocumentWindows.size(), 1u);
+  EXPECT_TRUE(windows->openDocumentWindows.front()->visible);
+  EXPECT_EQ(windows->openDocumentWindows.front()->title, "Tomekeeper");
+}
+
+TEST_F(DocumentOpenCoordinatorTest, LostBookIsLocatedAndOpenedFromItsNewPlace) {
+  auto first = makeCoordinator();
+  const auto book = writeBook("lost.epub", "lost");
+  openBook(*first, book);
+  const auto fingerprint = windows->readerWindows.front()->identifier();
+  first->prepareForTermination();
+  const auto moved = directory / "elsewhere" / "found.epub";
+  std::filesystem::create_directories(moved.parent_path());
+  std::filesystem::copy_file(book, moved);
+  std::filesystem::remove(book);
+
+  auto coordinator = makeCoordinator();
+  platform->alertAnswers = {0};  // "Locate EPUB…"
+  platform->fileChoices = {{moved}};
+  coordinator->start({});
+  ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 1; }));
+  EXPECT_EQ(coordinator->openWindows().begin()->first, fingerprint);
+  EXPECT_EQ(platform->selections, std::vector<FileSelection>{FileSelection::single});
+  EXPECT_EQ(platform->recent, std::vector<std::filesystem::path>{moved});
+  iterateFor(std::chrono::milliseconds(50));
+  EXPECT_EQ(platform->alerts.size(), 1u);
+  EXPECT_TRUE(windows->openDocumentWindows.empty());
+}
+
+TEST_F(DocumentOpenCoordinatorTest, RelocatingToAnotherEditionIsRefusedAndChangesNothing) {
+  auto first = makeCoordinator();
+  const auto book = writeBook("lost.epub", "first edition");
+  openBook(*first, book);
+  const auto fingerprint = windows->readerWindows.front()->identifier();
+  first->prepareForTermination();
+  // Written while the first edition still exists, so that the file system cannot hand the new
+  // file the inode of the removed one: the source bookmark would take that for a rename.
+  const auto other = writeBook("other.epub", "second edition");
+  std::filesystem::remove(book);
+  const auto positionDirectory = directory / "support" / "Publications" / fingerprint;
+  std::vector<std::filesystem::path> before;
+  for (const auto& entry : std::filesystem::directory_iterator(positionDirectory)) {
+    before.push_back(entry.path());
+  }
+
+  auto coordinator = makeCoordinator();
+  platform->alertAnswers = {0};
+  platform->fileChoices = {{other}};
+  coordinator->start({});
+  ASSERT_TRUE(iterateUntil([&] { return platform->alerts.size() == 2; }));
+  EXPECT_EQ(platform->alerts[1],
+            (AlertContent{AlertStyle::warning,
+                          "This isn\u2019t the same EPUB",
+                          "Tomekeeper kept the existing reading position and annotations "
+                          "unchanged. Choose the original file or an identical copy.",
+                          {"OK"}}));
+  ASSERT_TRUE(iterateUntil([&] { return !windows->openDocumentWindows.empty(); }));
+  EXPECT_TRUE(coordinator->openWindows().empty());
+  EXPECT_TRUE(sessions->sessions.empty());
+  std::vector<std::filesystem::path> after;
+  for (const auto& entry : std::filesystem::directory_iterator(positionDirectory)) {
+    after.push_back(entry.path());
+  }
+  EXPECT_EQ(after, before);
+}
+
+TEST_F(DocumentOpenCoordinatorTest, ClearingTheCacheIsRefusedWhileABookIsOpen) {
+  auto coordinator = makeCoordinator();
+  openBook(*coordinator, writeBook("a.epub", "a"));
+  try {
+    async::runUntilDone(coordinator->clearReadingCache());
+    FAIL() << "the clear ran";
+  } catch (const ReadingCacheMaintenanceErrorError& failure) {
+    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::readersAreOpen);
+  }
+  EXPECT_TRUE(std::filesystem::exists(directory / "caches"));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, ClearingTheCacheIsRefusedWhileAnOpenRuns) {
+  auto gated = std::make_shared<GatedPublicationCache>(directory / "caches");
+  publicationCache = gated;
+  auto coordinator = makeCoordinator();
+  coordinator->requestOpen(writeBook("a.epub", "a"));
+  ASSERT_TRUE(iterateUntil([&] { return coordinator->activeOpenOperations() == 1; }));
+  try {
+    async::runUntilDone(coordinator->clearReadingCache());
+    FAIL() << "the clear ran";
+  } catch (const ReadingCacheMaintenanceErrorError& failure) {
+    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::readersAreOpen);
+  }
+  gated->gate->resolve();
+  ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 1; }));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, ClearRemovesTheCacheAndKeepsReadingState) {
+  auto coordinator = makeCoordinator();
+  const auto book = writeBook("a.epub", "a");
+  openBook(*coordinator, book);
+  const auto fingerprint = windows->readerWindows.front()->identifier();
+  windows->readerWindows.front()->close();
+  EXPECT_GT(async::runUntilDone(coordinator->readingCacheSize()), 0);
+
+  async::runUntilDone(coordinator->clearReadingCache());
+  EXPECT_FALSE(coordinator->isClearingReadingCache());
+  EXPECT_FALSE(std::filesystem::exists(directory / "caches"));
+  EXPECT_EQ(async::runUntilDone(coordinator->readingCacheSize()), 0);
+  EXPECT_TRUE(std::filesystem::exists(directory / "support" / "Publications" / fingerprint /
+                                      "source-bookmark.data"));
+  // The next open extracts the book again.
+  openBook(*coordinator, book);
+  EXPECT_TRUE(std::filesystem::exists(directory / "caches" / fingerprint / "Extracted"));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, OpensFailAtOnceWhileTheCacheIsBeingCleared) {
+  auto coordinator = makeCoordinator();
+  const auto book = writeBook("a.epub", "a");
+  openBook(*coordinator, book);
+  windows->readerWindows.front()->close();
+  std::optional<std::exception_ptr> openOutcome;
+  auto clearing = coordinator->clearReadingCache();
+  // Start the clear, then try an open before it has finished.
+  bool cleared = false;
+  async::spawn([](async::Task<void> clear, bool& done) -> async::Task<void> {
+    co_await std::move(clear);
+    done = true;
+  }(std::move(clearing), cleared));
+  ASSERT_TRUE(coordinator->isClearingReadingCache());
+  try {
+    async::runUntilDone(coordinator->open(book, RecentDocumentUse::remember, std::nullopt));
+    FAIL() << "the open ran";
+  } catch (const ReadingCacheMaintenanceErrorError& failure) {
+    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::maintenanceInProgress);
+  }
+  EXPECT_EQ(coordinator->activeOpenOperations(), 0);
+  try {
+    async::runUntilDone(coordinator->clearReadingCache());
+    FAIL() << "a second clear ran";
+  } catch (const ReadingCacheMaintenanceErrorError& failure) {
+    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::maintenanceInProgress);
+  }
+  ASSERT_TRUE(iterateUntil([&] { return cleared; }));
+}
+
+TEST_F(DocumentOpenCoordinatorTest, SlowOpenShowsProgressWithTheBooksNameUntilItIsPrepared) {
+  auto gated = std::make_shared<GatedPublicationCache>(directory / "caches");
+  publicationCache = gated;
+  auto coordinator = makeCoordinator();
+  coordinator->requestOpen(writeBook("Large Book.epub", "large"));
+  ASSERT_TRUE(iterateUntil([&] { return platform->progressShownCount == 1; }));
+  EXPECT_EQ(platform->progressNames, std::vector<std::string>{"Large Book.epub"});
+  gated->gate->resolve();
+  ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 1; }));
+  EXPECT_EQ(platform->progressShownCount, 0);
+}
+
+TEST_F(DocumentOpenCoordinatorTest, BookFromTheCacheShowsNoProgress) {
+  auto coordinator = makeCoordinator();
+  const auto book = writeBook("a.epub", "a");
+  openBook(*coordinator, book);
+  windows->readerWindows.front()->close();
+  openBook(*coordinator, book);
+  iterateFor(DocumentOpenCoordinator::kOpenProgressDelay + std::chrono::milliseconds(100));
+  EXPECT_TRUE(platform->progressNames.empty());
+}
+
+TEST_F(DocumentOpenCoordinatorTest, RecentDocumentsClearAndAnnounceTheChange) {
+  auto coordinator = makeCoordinator();
+  int changes = 0;
+  coordinator->recentDocumentURLsChanged.connect([&] { ++changes; });
+  openBook(*coordinator, writeBook("a.epub", "a"));
+  EXPECT_EQ(coordinator->recentDocumentURLs().size(), 1u);
+  coordinator->clearRecentDocuments();
+  EXPECT_TRUE(coordinator->recentDocumentURLs().empty());
+  EXPECT_EQ(changes, 2);
+}
+
+TEST_F(DocumentOpenCoordinatorTest, OpenWindowClosesWhenABookOpens) {
+  auto coordinator = makeCoordinator();
+  coordinator->showOpenDocumentWindow();
+  auto openWindow = windows->openDocumentWindows.front();
+  openWindow->open(writeBook("a.epub", "a"));
+  ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 1; }));
+  EXPECT_TRUE(openWindow->closed);
+  EXPECT_EQ(coordinator->openDocumentWindow(), nullptr);
+  // With a book open, the open window is not shown again.
+  coordinator->showOpenDocumentWindow();
+  EXPECT_EQ(windows->openDocumentWindows.size(), 1u);
+}
+
+TEST(DocumentOpenCoordinatorWindowTitle, UsesTheFileNameWithoutATitle) {
+  EXPECT_EQ(DocumentOpenCoordinator::windowTitle(std::nullopt, "/books/My Book.epub"), "My Book");
+  EXPECT_EQ(DocumentOpenCoordinator::windowTitle(PublicationTitle{" \t", {"Author"}},
+                                                 "/books/My Book.epub"),
+            "My Book \u2014 Author");
+  EXPECT_EQ(DocumentOpenCoordinator::windowTitle(PublicationTitle{"Title", {" ", ""}}, "/b/x.epub"),
+            "Title");
+}
+
+}  // namespace
+}  // namespace tomekeeper::testing
