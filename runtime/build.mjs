@@ -1,11 +1,17 @@
-// Bundles the reader runtime into dist/: index.html, runtime.js (one classic script) and runtime.css.
+// Bundles the reader runtime into dist/ (or the directory after --out-dir): index.html, runtime.js
+// (one classic script) and runtime.css. The CMake build writes into its own tree this way, so that
+// build directories never share an output.
 import { build } from 'esbuild';
 import { copyFile, mkdir, rm } from 'node:fs/promises';
-import { dirname, join } from 'node:path';
+import { dirname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 const root = dirname(fileURLToPath(import.meta.url));
-const outputDirectory = join(root, 'dist');
+const outDirectoryFlag = process.argv.indexOf('--out-dir');
+const outputDirectory =
+  outDirectoryFlag >= 0 && process.argv[outDirectoryFlag + 1] !== undefined
+    ? resolve(process.argv[outDirectoryFlag + 1])
+    : join(root, 'dist');
 
 await rm(outputDirectory, { recursive: true, force: true });
 await mkdir(outputDirectory, { recursive: true });
