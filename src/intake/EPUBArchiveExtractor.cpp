@@ -51,9 +51,10 @@ class OutputFile {
     }
   }
 
-  // Flushes to stable storage, then closes.
-  void synchronizeAndClose() {
-    const bool synchronized = ::fsync(descriptor_) == 0;
+  // Flushes to stable storage when asked to, then closes.
+  void close(EPUBArchiveExtractor::Durability durability) {
+    const bool synchronized = durability != EPUBArchiveExtractor::Durability::synchronizeEachFile ||
+                              ::fsync(descriptor_) == 0;
     const bool closed = ::close(descriptor_) == 0;
     descriptor_ = -1;
     if (!synchronized || !closed) fail(ExtractionFailure::cannotCreateOutput);
@@ -181,7 +182,7 @@ void inflateEntry(ArchiveFile& archive, const EPUBArchiveEntry& entry, Buffers& 
 
 void extractEntry(ArchiveFile& archive, const EPUBArchiveEntry& entry, const fs::path& staging,
                   const std::string& stagingPrefix, Buffers& buffers,
-                  const std::stop_token& stopToken) {
+                  EPUBArchiveExtractor::Durability durability, const std::stop_token& stopToken) {
   async::throwIfCancelled(stopToken);
   // A second check, independent of the inspector's, on the real path.
   const fs::path outputPath = (staging / entry.path).lexically_normal();
@@ -211,14 +212,24 @@ void extractEntry(ArchiveFile& archive, const EPUBArchiveEntry& entry, const fs:
       fail(ExtractionFailure::invalidEntryMetadata);
   }
   verification.finish();
-  output.synchronizeAndClose();
+  output.close(durability);
+}
+
+// Everything written under `staging` goes to stable storage.
+void synchronizeFileSystemOf(const fs::path& staging) {
+  const int descriptor = ::open(staging.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) fail(ExtractionFailure::cannotCreateOutput);
+  const bool synchronized = ::syncfs(descriptor) == 0;
+  ::close(descriptor);
+  if (!synchronized) fail(ExtractionFailure::cannotCreateOutput);
 }
 
 }  // namespace
 
 EPUBArchiveExtractor::EPUBArchiveExtractor(std::int64_t bufferSize,
-                                           std::shared_ptr<const ArchiveFileOpening> files)
-    : bufferSize_(bufferSize), files_(std::move(files)) {}
+                                           std::shared_ptr<const ArchiveFileOpening> files,
+                                           Durability durability)
+    : bufferSize_(bufferSize), files_(std::move(files)), durability_(durability) {}
 
 ExtractedPublication EPUBArchiveExtractor::extract(const fs::path& archivePath,
                                                    const EPUBArchiveInspection& inspection,
@@ -247,8 +258,9 @@ ExtractedPublication EPUBArchiveExtractor::extract(const fs::path& archivePath,
                     std::vector<std::uint8_t>(bufferLength)};
     const std::string stagingPrefix = staging.native() + "/";
     for (const EPUBArchiveEntry& entry : inspection.entries) {
-      extractEntry(*archive, entry, staging, stagingPrefix, buffers, stopToken);
+      extractEntry(*archive, entry, staging, stagingPrefix, buffers, durability_, stopToken);
     }
+    if (durability_ == Durability::synchronizeOnceBeforeCommit) synchronizeFileSystemOf(staging);
 
     async::throwIfCancelled(stopToken);
     moveWithoutReplacing(staging, target, error);

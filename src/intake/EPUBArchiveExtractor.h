@@ -33,13 +33,26 @@ class EPUBArchiveExtractor {
  public:
   static constexpr std::int64_t kStandardBufferSize = 262144;
 
+  // How the extracted files reach stable storage before the commit. Either
+  // way nothing is committed before all of it is durable, so no final name
+  // ever holds an incomplete file, even after a power loss.
+  enum class Durability {
+    // fsync of each file before the next entry starts.
+    synchronizeEachFile,
+    // One syncfs of the staging directory's file system just before the move:
+    // the disk sees one flush instead of one per file.
+    synchronizeOnceBeforeCommit,
+  };
+
   explicit EPUBArchiveExtractor(
       std::int64_t bufferSize = kStandardBufferSize,
-      std::shared_ptr<const ArchiveFileOpening> files = ArchiveFileOpening::fileSystem());
+      std::shared_ptr<const ArchiveFileOpening> files = ArchiveFileOpening::fileSystem(),
+      Durability durability = Durability::synchronizeOnceBeforeCommit);
 
   // Largest read from the archive, and the size of the output buffer of one
   // round of inflating.
   std::int64_t bufferSize() const { return bufferSize_; }
+  Durability durability() const { return durability_; }
 
   // Blocking; run it off the main executor. Checks `stopToken` at the head of
   // each entry, before every block read and once before the commit. Throws
@@ -56,6 +69,7 @@ class EPUBArchiveExtractor {
  private:
   std::int64_t bufferSize_;
   std::shared_ptr<const ArchiveFileOpening> files_;
+  Durability durability_;
 };
 
 }  // namespace tomekeeper

@@ -91,6 +91,19 @@ TEST(ZipCRC32Test, AgreesWithZlibOnArbitraryBytes) {
             0xCBF43926u);
 }
 
+TEST(ZipCRC32Test, ARunningStateFedInPiecesGivesTheWholeChecksum) {
+  const std::string bytes = randomBytes(70001, 5);
+  const auto whole = std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  for (std::size_t piece : {1, 3, 4096, 65536}) {
+    std::uint32_t state = ZipCRC32::kInitialState;
+    for (std::size_t offset = 0; offset < whole.size(); offset += piece) {
+      state =
+          ZipCRC32::update(state, whole.subspan(offset, std::min(piece, whole.size() - offset)));
+    }
+    EXPECT_EQ(ZipCRC32::finish(state), ZipCRC32::of(whole)) << piece;
+  }
+}
+
 TEST_F(EPUBArchiveExtractorTest, WritesEveryEntryAndReportsTheCounts) {
   EpubBuilder book;
   const std::string image = randomBytes(700000, 1);

@@ -1,0 +1,214 @@
+// Generates a book of about 100 MB (2 000 chapters, 400 incompressible
+// images), then measures in one run, side by side: a cold prepare of the
+// extraction cache and `bsdtar -x` of the same file, their ratio, and the peak
+// resident size of the process that prepared. Each tool runs in a child
+// process of its own so that its peak RSS is its own; the medians of a few
+// alternating rounds are reported.
+//
+// Prepare runs twice per round: with the default durability (one syncfs of the
+// staging tree before the commit move) and with an fsync of every file. bsdtar
+// runs twice too: as it is, and followed by `sync -f` of what it wrote, which
+// gives its files the durability that prepare guarantees before its commit.
+//
+//   bench_intake_prepare [ROUNDS]                 the whole comparison
+//   bench_intake_prepare --generate BOOK          writes the book (used by the above)
+//   bench_intake_prepare --prepare BOOK DIR MODE  one cold prepare; MODE is once or each
+
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "async/RunUntilDone.h"
+#include "intake/PublicationExtractionCache.h"
+#include "opening/PublicationFingerprintService.h"
+#include "support/EpubBuilder.h"
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kChapters = 2000;
+constexpr int kImages = 400;
+constexpr std::size_t kImageSize = 230 * 1024;
+
+void generateBook(const fs::path& path) {
+  tomekeeper::testing::EpubBuilder book;
+  std::mt19937_64 generator(2024);
+  std::string manifest;
+  for (int chapter = 0; chapter < kChapters; ++chapter) {
+    std::string text = "<?xml version=\"1.0\"?><html xmlns=\"http://www.w3.org/1999/xhtml\"><body>";
+    for (int paragraph = 0; paragraph < 40; ++paragraph) {
+      text += "<p>Chapter " + std::to_string(chapter) + ", paragraph " + std::to_string(paragraph) +
+              ": " + std::to_string(generator()) +
+              " the river ran past the mill and the town slept under its bridges.</p>\n";
+    }
+    text += "</body></html>";
+    book.addFile("OEBPS/Text/chapter" + std::to_string(chapter) + ".xhtml", text);
+  }
+  for (int image = 0; image < kImages; ++image) {
+    std::string bytes(kImageSize, '\0');
+    for (std::size_t offset = 0; offset + 8 <= bytes.size(); offset += 8) {
+      const std::uint64_t value = generator();
+      std::copy_n(reinterpret_cast<const char*>(&value), 8, bytes.data() + offset);
+    }
+    book.addFile("OEBPS/Images/image" + std::to_string(image) + ".jpg", std::move(bytes),
+                 tomekeeper::testing::ZipArchiveBuilder::kStored);
+  }
+  book.writeTo(path);
+}
+
+int prepareOnce(const fs::path& bookPath, const fs::path& cachesRoot, const std::string& mode) {
+  using tomekeeper::EPUBArchiveExtractor;
+  const std::string fingerprint =
+      tomekeeper::PublicationFingerprintService::fingerprintFile(bookPath, {});
+  const EPUBArchiveExtractor extractor(
+      EPUBArchiveExtractor::kStandardBufferSize, tomekeeper::ArchiveFileOpening::fileSystem(),
+      mode == "each" ? EPUBArchiveExtractor::Durability::synchronizeEachFile
+                     : EPUBArchiveExtractor::Durability::synchronizeOnceBeforeCommit);
+  const tomekeeper::PublicationExtractionCache cache(cachesRoot, tomekeeper::EPUBArchiveInspector(),
+                                                     extractor,
+                                                     tomekeeper::EPUBContainerValidator());
+  const auto start = Clock::now();
+  tomekeeper::async::runUntilDone(cache.prepare(bookPath, fingerprint));
+  const double milliseconds =
+      std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+  std::cout << milliseconds << std::endl;
+  return 0;
+}
+
+struct ChildRun {
+  double milliseconds = 0;
+  long peakKilobytes = 0;
+  std::string output;
+};
+
+// Runs `arguments` as a child, timing it from spawn to exit and reading its
+// peak RSS from wait4.
+ChildRun runChild(const std::vector<std::string>& arguments) {
+  int pipeEnds[2];
+  if (::pipe(pipeEnds) != 0) throw std::runtime_error("pipe");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], STDOUT_FILENO);
+  posix_spawn_file_actions_addclose(&actions, pipeEnds[0]);
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  pid_t child = 0;
+  const auto start = Clock::now();
+  if (posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
+    throw std::runtime_error("cannot start " + arguments[0]);
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  ::close(pipeEnds[1]);
+  ChildRun run;
+  char buffer[256];
+  for (ssize_t count; (count = ::read(pipeEnds[0], buffer, sizeof buffer)) > 0;) {
+    run.output.append(buffer, static_cast<std::size_t>(count));
+  }
+  ::close(pipeEnds[0]);
+  int status = 0;
+  rusage usage{};
+  ::wait4(child, &status, 0, &usage);
+  run.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+  run.peakKilobytes = usage.ru_maxrss;
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    throw std::runtime_error(arguments[0] + " failed");
+  }
+  return run;
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 5 && std::string(argv[1]) == "--prepare") {
+    return prepareOnce(argv[2], argv[3], argv[4]);
+  }
+  if (argc == 3 && std::string(argv[1]) == "--generate") {
+    generateBook(argv[2]);
+    return 0;
+  }
+  const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 3;
+
+  std::string pattern = (fs::temp_directory_path() / "tomekeeper-bench-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) return 1;
+  const fs::path work = pattern;
+  const fs::path book = work / "large.epub";
+  const std::string self = fs::canonical("/proc/self/exe").string();
+  // In a child, so that this process stays small: a spawned child starts with
+  // its parent's resident size as its peak.
+  runChild({self, "--generate", book.string()});
+  std::cout << "book: " << fs::file_size(book) / (1024.0 * 1024.0) << " MiB, " << kChapters
+            << " chapters, " << kImages << " images\n";
+
+  std::vector<double> prepareTimes, prepareInner, eachFileInner, tarTimes, durableTarTimes;
+  long preparePeak = 0, tarPeak = 0;
+  // Every run writes into a directory of its own and nothing is deleted
+  // until the end: ext4 scans for recently deleted inodes when it creates
+  // files, and a deletion just before a run would charge that run for it.
+  auto runDirectory = [&work, index = 0](const char* name) mutable {
+    return work / (std::string(name) + std::to_string(index++));
+  };
+  for (int round = 0; round < rounds; ++round) {
+    const ChildRun prepared =
+        runChild({self, "--prepare", book.string(), runDirectory("caches").string(), "once"});
+    prepareInner.push_back(std::stod(prepared.output));
+    prepareTimes.push_back(prepared.milliseconds);
+    preparePeak = std::max(preparePeak, prepared.peakKilobytes);
+    const ChildRun eachFile =
+        runChild({self, "--prepare", book.string(), runDirectory("caches").string(), "each"});
+    eachFileInner.push_back(std::stod(eachFile.output));
+
+    const fs::path target = runDirectory("tar");
+    fs::create_directories(target);
+    const ChildRun tar = runChild({"bsdtar", "-x", "-f", book.string(), "-C", target.string()});
+    tarTimes.push_back(tar.milliseconds);
+    tarPeak = std::max(tarPeak, tar.peakKilobytes);
+    // bsdtar leaves its files in the page cache; prepare does not commit
+    // before they are on the disk. The same promise costs bsdtar a syncfs.
+    const fs::path durableTarget = runDirectory("tar");
+    fs::create_directories(durableTarget);
+    const ChildRun durableTar =
+        runChild({"sh", "-c", "bsdtar -x -f \"$0\" -C \"$1\" && sync -f \"$1\"", book.string(),
+                  durableTarget.string()});
+    durableTarTimes.push_back(durableTar.milliseconds);
+  }
+
+  const double prepareMedian = median(prepareInner);
+  const double tarMedian = median(tarTimes);
+  std::printf(
+      "cold prepare, one syncfs before the commit (median of %d): %.1f ms  (whole child with "
+      "hashing: %.1f ms)\n",
+      rounds, prepareMedian, median(prepareTimes));
+  std::printf("cold prepare, fsync of every file (median of %d): %.1f ms\n", rounds,
+              median(eachFileInner));
+  std::printf("bsdtar -x    (median of %d): %.1f ms\n", rounds, tarMedian);
+  const double durableTarMedian = median(durableTarTimes);
+  std::printf("bsdtar -x, then sync -f of its tree (median of %d): %.1f ms\n", rounds,
+              durableTarMedian);
+  std::printf("ratio prepare / bsdtar: %.2f\n", prepareMedian / tarMedian);
+  std::printf("ratio prepare / bsdtar with the same durability: %.2f\n",
+              prepareMedian / durableTarMedian);
+  std::printf("peak RSS: prepare process %ld KiB, bsdtar %ld KiB\n", preparePeak, tarPeak);
+  fs::remove_all(work);
+  return 0;
+}
