@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "async/BackgroundPool.h"
 #include "async/RunUntilDone.h"
@@ -69,20 +71,27 @@ TEST(SleepTest, StopAfterTheSleepEndedHasNoEffectOnIt) {
   }
 }
 
-TEST(SleepTest, ManySleepersWakeInDeadlineOrder) {
-  std::vector<int> woke;
+TEST(SleepTest, ManySleepersEachSleepAtLeastTheirDuration) {
+  // GLib dispatches timers that became ready in the same iteration in the
+  // order they were attached, so under load the wake order is not the
+  // deadline order; what holds is that nobody wakes early and everyone wakes.
+  std::vector<std::pair<int, std::chrono::steady_clock::duration>> woke;
+  const auto start = std::chrono::steady_clock::now();
   auto one = [&](int milliseconds) -> Task<void> {
     co_await sleepFor(std::chrono::milliseconds(milliseconds));
-    woke.push_back(milliseconds);
+    woke.emplace_back(milliseconds, std::chrono::steady_clock::now() - start);
   };
   auto all = [&]() -> Task<void> {
     spawn(one(40));
     spawn(one(10));
     spawn(one(25));
-    co_await sleepFor(80ms);
+    while (woke.size() < 3) co_await sleepFor(5ms);
   };
   runUntilDone(all(), 5s);
-  EXPECT_EQ(woke, (std::vector<int>{10, 25, 40}));
+  ASSERT_EQ(woke.size(), 3u);
+  for (const auto& [milliseconds, elapsed] : woke) {
+    EXPECT_GE(elapsed, std::chrono::milliseconds(milliseconds)) << milliseconds;
+  }
 }
 
 }  // namespace
