@@ -7,7 +7,6 @@
 
 #include "async/Sleep.h"
 #include "async/Spawn.h"
-#include "runtime/JSONVariant.h"
 #include "runtime/PublicationSchemeRoute.h"
 
 namespace tomekeeper {
@@ -31,7 +30,9 @@ class WebViewBridgeTransport final : public ReaderBridgeTransport {
     }
     GVariantBuilder arguments;
     g_variant_builder_init(&arguments, G_VARIANT_TYPE("a{sv}"));
-    g_variant_builder_add(&arguments, "{sv}", "request", variantFromJSON(envelope));
+    // The envelope passed JSON coding on its way here, so dumping it cannot fail.
+    const std::string request = envelope.dump();
+    g_variant_builder_add(&arguments, "{sv}", "request", g_variant_new_string(request.c_str()));
     const std::string body(kReaderBridgeRequestFunctionBody);
     // No world: the page's own, where window.readerRuntime lives.
     webkit_web_view_call_async_javascript_function(

@@ -42,9 +42,12 @@ inline constexpr std::string_view kReaderBridgeForwarderScript =
     "    window.webkit.messageHandlers.readerBridge.postMessage({...value, kind: 'event'});\n"
     "  });\n"
     "})();";
-// The body of the function that delivers each request, in the page world.
+// The body of the function that delivers each request, in the page world. The envelope travels
+// as JSON text and is parsed there: WebKitGTK refuses any GVariant argument that holds an array
+// (or a maybe), and payloads such as a font's fallback stack or the bookmark candidates are
+// arrays. The runtime still receives the envelope as a plain object.
 inline constexpr std::string_view kReaderBridgeRequestFunctionBody =
-    "window.readerRuntime.receive(request)";
+    "window.readerRuntime.receive(JSON.parse(request))";
 
 // Opens a web address in the desktop's browser; returns whether it was opened.
 bool openExternalURL(const std::string& url);
