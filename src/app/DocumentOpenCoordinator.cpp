@@ -359,7 +359,8 @@ async::Task<void> DocumentOpenCoordinator::runRequestedOpen(
   } catch (...) {
     failure = std::current_exception();
   }
-  if (failure) self->present(failure);
+  // An open that quitting cut short is no failure the user needs to hear about.
+  if (failure && !self->isTerminating_) self->present(failure);
 }
 
 void DocumentOpenCoordinator::present(const std::exception_ptr& error) {

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/ReaderSessionHandle.h"
+#include "persistence/JSONPreferenceValueRepository.h"
+#include "persistence/JSONTypographyPreferencesRepository.h"
+#include "persistence/PublicationStateRepositoryFactory.h"
+#include "session/ReaderSession.h"
+
+namespace tomekeeper {
+
+// The reading session of one reader window: a ReaderSession over a web view host whose view the
+// window shows. Main executor only; owned by the window's entry in the coordinator.
+class ApplicationReaderSession final : public ReaderSessionHandle {
+ public:
+  // `webView` is the widget of the host inside `dependencies.host`.
+  ApplicationReaderSession(std::shared_ptr<ReaderSession> session, GtkWidget* webView);
+
+  async::Task<void> open(PreparedPublicationResources resources, std::filesystem::path runtimeRoot,
+                         std::string fingerprint) override;
+  void close() override;
+  std::optional<PublicationTitle> publicationTitle() const override;
+  bool handlePaginationKey(PageKeyDirection direction) override;
+
+  const std::shared_ptr<ReaderSession>& session() const { return session_; }
+  // The web view; owned by the session's host and alive as long as this object.
+  GtkWidget* webView() const { return webView_; }
+
+ private:
+  std::shared_ptr<ReaderSession> session_;
+  GtkWidget* webView_;
+};
+
+// Makes each window's session with the book's own position, bookmark and annotation stores and
+// the five global preference stores, all under the application support directory. The global
+// stores are made at first use and shared by every session. Main executor only.
+class ApplicationSessionFactory final : public ReaderSessionFactory {
+ public:
+  explicit ApplicationSessionFactory(std::filesystem::path supportDirectory);
+
+  std::shared_ptr<ReaderSessionHandle> makeSession(const std::string& fingerprint) override;
+
+ private:
+  std::filesystem::path supportDirectory_;
+  PublicationStateRepositoryFactory stateRepositories_;
+  std::shared_ptr<JSONTypographyPreferencesRepository> typographyRepository_;
+  std::shared_ptr<JSONReadingThemeRepository> themeRepository_;
+  std::shared_ptr<JSONReadingModeRepository> readingModeRepository_;
+  std::shared_ptr<JSONPageLayoutRepository> pageLayoutRepository_;
+  std::shared_ptr<JSONScrolledContentWidthRepository> scrolledContentWidthRepository_;
+};
+
+}  // namespace tomekeeper

@@ -1,0 +1,221 @@
+#include "app/SettingsWindow.h"
+
+#include <exception>
+#include <optional>
+#include <string>
+
+#include <sigc++/connection.h>
+
+#include "app/GtkShellPlatform.h"
+#include "async/Spawn.h"
+
+namespace tomekeeper {
+
+namespace {
+
+constexpr const char* kClearCacheDescription =
+    "Extracted book files make previously opened EPUBs faster to reopen. Clearing the cache "
+    "preserves reading positions, bookmarks, highlights, notes, and original EPUB files. Books "
+    "may take longer to open next time.";
+
+// The description of a failed clear, as the alert shows it.
+std::string localizedDescription(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const ReadingCacheMaintenanceErrorError& error) {
+    return std::string(localizedDescription(error.failure()));
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "";
+  }
+}
+
+GtkWidget* makeLabel(const char* text, const char* cssClass) {
+  GtkWidget* label = gtk_label_new(text);
+  gtk_label_set_wrap(GTK_LABEL(label), TRUE);
+  gtk_label_set_xalign(GTK_LABEL(label), 0);
+  if (cssClass != nullptr) gtk_widget_add_css_class(label, cssClass);
+  return label;
+}
+
+// The state of one settings window; deleted with the window.
+class SettingsView {
+ public:
+  SettingsView(GtkApplication* application, std::shared_ptr<DocumentOpenCoordinator> coordinator)
+      : coordinator_(std::move(coordinator)) {
+    window_ = adw_preferences_window_new();
+    gtk_window_set_application(GTK_WINDOW(window_), application);
+    gtk_window_set_title(GTK_WINDOW(window_), "Settings");
+    gtk_window_set_default_size(GTK_WINDOW(window_), 560, 440);
+    adw_preferences_window_set_search_enabled(ADW_PREFERENCES_WINDOW(window_), FALSE);
+
+    GtkWidget* page = adw_preferences_page_new();
+    GtkWidget* reading = adw_preferences_group_new();
+    adw_preferences_group_set_title(ADW_PREFERENCES_GROUP(reading), "Reading");
+    adw_preferences_group_set_description(
+        ADW_PREFERENCES_GROUP(reading),
+        "Reading preferences are stored locally and apply across books. Tomekeeper does not "
+        "require an account or cloud connection.");
+    GtkWidget* typography = adw_action_row_new();
+    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(typography), "Typography");
+    adw_action_row_set_subtitle(ADW_ACTION_ROW(typography),
+                                "Open a book and use Reading Font in the toolbar");
+    adw_preferences_group_add(ADW_PREFERENCES_GROUP(reading), typography);
+    GtkWidget* appearance = adw_action_row_new();
+    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(appearance), "Appearance");
+    adw_action_row_set_subtitle(ADW_ACTION_ROW(appearance),
+                                "Themes and layout are available in the reader toolbar");
+    adw_preferences_group_add(ADW_PREFERENCES_GROUP(reading), appearance);
+    adw_preferences_page_add(ADW_PREFERENCES_PAGE(page), ADW_PREFERENCES_GROUP(reading));
+
+    GtkWidget* storage = adw_preferences_group_new();
+    adw_preferences_group_set_title(ADW_PREFERENCES_GROUP(storage), "Storage");
+    GtkWidget* cacheRow = adw_action_row_new();
+    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(cacheRow), "Reading Cache");
+    cacheSizeLabel_ = gtk_label_new("Calculating\u2026");
+    gtk_widget_add_css_class(cacheSizeLabel_, "dim-label");
+    adw_action_row_add_suffix(ADW_ACTION_ROW(cacheRow), cacheSizeLabel_);
+    adw_preferences_group_add(ADW_PREFERENCES_GROUP(storage), cacheRow);
+
+    GtkWidget* details = gtk_box_new(GTK_ORIENTATION_VERTICAL, 12);
+    gtk_widget_set_margin_top(details, 12);
+    gtk_box_append(GTK_BOX(details), makeLabel(kClearCacheDescription, "dim-label"));
+    clearButton_ = gtk_button_new_with_label("Clear Reading Cache\u2026");
+    gtk_widget_set_halign(clearButton_, GTK_ALIGN_START);
+    gtk_widget_add_css_class(clearButton_, "destructive-action");
+    g_signal_connect(clearButton_, "clicked", G_CALLBACK(handleClearClicked), this);
+    gtk_box_append(GTK_BOX(details), clearButton_);
+    openBooksNotice_ = makeLabel("Close all book windows before clearing the cache.", "dim-label");
+    gtk_box_append(GTK_BOX(details), openBooksNotice_);
+    adw_preferences_group_add(ADW_PREFERENCES_GROUP(storage), details);
+    adw_preferences_page_add(ADW_PREFERENCES_PAGE(page), ADW_PREFERENCES_GROUP(storage));
+    adw_preferences_window_add(ADW_PREFERENCES_WINDOW(window_), ADW_PREFERENCES_PAGE(page));
+
+    windowCountConnection_ =
+        coordinator_->activeReaderWindowCountChanged.connect([this] { updateClearButton(); });
+    updateClearButton();
+    // The view goes with its window.
+    g_object_set_data_full(G_OBJECT(window_), "tomekeeper-settings-view", this,
+                           [](gpointer view) { delete static_cast<SettingsView*>(view); });
+    g_signal_connect(window_, "close-request", G_CALLBACK(handleCloseRequest), this);
+  }
+
+  ~SettingsView() {
+    windowCountConnection_.disconnect();
+    *alive_ = false;
+  }
+  SettingsView(const SettingsView&) = delete;
+  SettingsView& operator=(const SettingsView&) = delete;
+
+  void present() {
+    gtk_window_present(GTK_WINDOW(window_));
+    measure();
+  }
+
+ private:
+  // Tasks reach the view through this flag and the window, which they hold.
+  struct Reference {
+    GObjectHandle<GtkWidget> window;
+    std::shared_ptr<bool> alive;
+    SettingsView* view() const { return *alive ? view_ : nullptr; }
+    SettingsView* view_;
+  };
+  Reference reference() {
+    return Reference{GObjectHandle<GtkWidget>::retain(window_), alive_, this};
+  }
+
+  void updateClearButton() {
+    const bool booksAreOpen = coordinator_->activeReaderWindowCount() != 0;
+    gtk_widget_set_sensitive(clearButton_, !isClearingCache_ && !booksAreOpen);
+    gtk_widget_set_visible(openBooksNotice_, booksAreOpen);
+  }
+
+  void showCacheSize(std::int64_t bytes) {
+    char* text = g_format_size(static_cast<guint64>(std::max<std::int64_t>(bytes, 0)));
+    gtk_label_set_text(GTK_LABEL(cacheSizeLabel_), text);
+    g_free(text);
+  }
+
+  void measure() { async::spawn(measureCache(reference(), coordinator_)); }
+
+  static async::Task<void> measureCache(Reference reference,
+                                        std::shared_ptr<DocumentOpenCoordinator> coordinator) {
+    std::optional<std::int64_t> size;
+    try {
+      size = co_await coordinator->readingCacheSize();
+    } catch (...) {
+      // The label keeps "Calculating…" or the last size.
+    }
+    if (SettingsView* view = reference.view(); view != nullptr && size) view->showCacheSize(*size);
+  }
+
+  static async::Task<void> confirmAndClear(Reference reference,
+                                           std::shared_ptr<DocumentOpenCoordinator> coordinator) {
+    const std::size_t choice = co_await runMessageDialog(
+        GTK_WINDOW(reference.window.get()),
+        AlertContent{AlertStyle::warning,
+                     "Clear Reading Cache?",
+                     "This frees storage used by extracted book files. Your reading progress, "
+                     "bookmarks, highlights, notes, and original EPUB files will be preserved.",
+                     {"Clear Cache", "Cancel"}});
+    SettingsView* view = reference.view();
+    if (choice != 0 || view == nullptr) co_return;
+    view->isClearingCache_ = true;
+    view->updateClearButton();
+    std::exception_ptr failure;
+    try {
+      co_await coordinator->clearReadingCache();
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    view = reference.view();
+    if (view == nullptr) co_return;
+    if (!failure) {
+      view->measure();
+      view->isClearingCache_ = false;
+      view->updateClearButton();
+      co_return;
+    }
+    view->isClearingCache_ = false;
+    view->updateClearButton();
+    std::string message = localizedDescription(failure);
+    if (message.empty()) message = "Try again.";
+    co_await runMessageDialog(
+        GTK_WINDOW(reference.window.get()),
+        AlertContent{AlertStyle::warning, "Couldn\u2019t Clear Reading Cache", message, {"OK"}});
+  }
+
+  static void handleClearClicked(GtkButton*, gpointer data) {
+    auto* self = static_cast<SettingsView*>(data);
+    async::spawn(confirmAndClear(self->reference(), self->coordinator_));
+  }
+
+  static gboolean handleCloseRequest(GtkWindow*, gpointer data) {
+    auto* self = static_cast<SettingsView*>(data);
+    // The window's widgets go now; the view itself goes when the last task lets the window go.
+    self->windowCountConnection_.disconnect();
+    *self->alive_ = false;
+    return FALSE;
+  }
+
+  std::shared_ptr<DocumentOpenCoordinator> coordinator_;
+  GtkWidget* window_ = nullptr;
+  GtkWidget* cacheSizeLabel_ = nullptr;
+  GtkWidget* clearButton_ = nullptr;
+  GtkWidget* openBooksNotice_ = nullptr;
+  bool isClearingCache_ = false;
+  sigc::connection windowCountConnection_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace
+
+void presentSettingsWindow(GtkApplication* application,
+                           std::shared_ptr<DocumentOpenCoordinator> coordinator) {
+  // Owned by its window from here on.
+  auto* view = new SettingsView(application, std::move(coordinator));
+  view->present();
+}
+
+}  // namespace tomekeeper

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <adwaita.h>
+
+#include <memory>
+
+#include "app/DocumentOpenCoordinator.h"
+
+namespace tomekeeper {
+
+// Shows the settings window (an AdwPreferencesWindow, 560 by 440, "Settings"): where reading
+// preferences live, the size of the reading cache, and "Clear Reading Cache…" with its
+// confirmation and its failure alert. The window measures the cache when it appears and follows
+// the coordinator's count of reader windows. Main thread only; the window owns its state and
+// goes when it is closed.
+void presentSettingsWindow(GtkApplication* application,
+                           std::shared_ptr<DocumentOpenCoordinator> coordinator);
+
+}  // namespace tomekeeper

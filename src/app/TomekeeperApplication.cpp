@@ -1,0 +1,273 @@
+#include "app/TomekeeperApplication.h"
+
+#include <glib-unix.h>
+
+#include <csignal>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/ApplicationReaderSession.h"
+#include "app/ApplicationResources.h"
+#include "app/GtkReaderWindows.h"
+#include "app/SettingsWindow.h"
+
+namespace tomekeeper {
+
+namespace {
+
+// The sessions save their last position on tasks of the main loop when their windows close;
+// quitting waits this long for them.
+constexpr guint kQuitGraceMilliseconds = 300;
+
+struct Accelerator {
+  const char* action;
+  std::vector<const char*> keys;
+};
+
+const std::vector<Accelerator>& accelerators() {
+  static const std::vector<Accelerator> table = {
+      {"app.open", {"<Control>o"}},
+      {"app.settings", {"<Control>comma"}},
+      {"app.quit", {"<Control>q"}},
+      {"window.close", {"<Control>w"}},
+      {"win.previous-page", {"<Control>bracketleft"}},
+      {"win.next-page", {"<Control>bracketright"}},
+      {"win.toggle-sidebar", {"<Control><Alt>s", "F9"}},
+      {"win.show-contents", {"<Control>1"}},
+      {"win.decrease-text-size", {"<Control>minus"}},
+      {"win.increase-text-size", {"<Control>plus", "<Control>equal"}},
+      {"win.search", {"<Control>f"}},
+      {"win.toggle-fullscreen", {"F11"}},
+      {"win.toggle-reading-controls", {"<Control><Shift>f"}},
+  };
+  return table;
+}
+
+GMenu* makeReadingMenu() {
+  GMenu* menu = g_menu_new();
+  g_menu_append(menu, "Previous Page", "win.previous-page");
+  g_menu_append(menu, "Next Page", "win.next-page");
+  g_menu_append(menu, "Toggle Sidebar", "win.toggle-sidebar");
+  g_menu_append(menu, "Show Contents", "win.show-contents");
+  g_menu_append(menu, "Decrease Text Size", "win.decrease-text-size");
+  g_menu_append(menu, "Increase Text Size", "win.increase-text-size");
+  g_menu_append(menu, "Search Book", "win.search");
+  g_menu_append(menu, "Toggle Full Screen", "win.toggle-fullscreen");
+  g_menu_append(menu, "Toggle Reading Controls", "win.toggle-reading-controls");
+  return menu;
+}
+
+void addAction(GActionMap* map, const char* name, const GVariantType* parameterType,
+               GCallback callback, gpointer data) {
+  GSimpleAction* action = g_simple_action_new(name, parameterType);
+  g_signal_connect(action, "activate", callback, data);
+  g_action_map_add_action(map, G_ACTION(action));
+  g_object_unref(action);
+}
+
+}  // namespace
+
+TomekeeperApplication::TomekeeperApplication()
+    : application_(GObjectHandle<AdwApplication>::adopt(
+          adw_application_new(kApplicationID, G_APPLICATION_HANDLES_OPEN))) {
+  g_signal_connect(application_.get(), "startup", G_CALLBACK(handleStartup), this);
+  g_signal_connect(application_.get(), "activate", G_CALLBACK(handleActivate), this);
+  g_signal_connect(application_.get(), "open", G_CALLBACK(handleOpen), this);
+  g_signal_connect(application_.get(), "shutdown", G_CALLBACK(handleShutdown), this);
+}
+
+TomekeeperApplication::~TomekeeperApplication() {
+  recentDocumentsConnection_.disconnect();
+  for (guint source : terminationSources_) {
+    if (source != 0) g_source_remove(source);
+  }
+  g_signal_handlers_disconnect_by_data(application_.get(), this);
+}
+
+int TomekeeperApplication::run(int argc, char** argv) {
+  return g_application_run(G_APPLICATION(application_.get()), argc, argv);
+}
+
+void TomekeeperApplication::handleStartup(GApplication*, gpointer data) {
+  static_cast<TomekeeperApplication*>(data)->start();
+}
+
+void TomekeeperApplication::start() {
+  GtkApplication* application = GTK_APPLICATION(application_.get());
+  // The application stays when its last window closes; Quit ends it.
+  g_application_hold(G_APPLICATION(application));
+  isHeld_ = true;
+
+  primaryMenu_ = GObjectHandle<GMenu>::adopt(g_menu_new());
+  recentMenu_ = GObjectHandle<GMenu>::adopt(g_menu_new());
+  GMenu* fileSection = g_menu_new();
+  g_menu_append(fileSection, "Open\u2026", "app.open");
+  g_menu_append_submenu(fileSection, "Open Recent", G_MENU_MODEL(recentMenu_.get()));
+  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(fileSection));
+  g_object_unref(fileSection);
+  GMenu* readingSection = g_menu_new();
+  GMenu* readingMenu = makeReadingMenu();
+  g_menu_append_submenu(readingSection, "Reading", G_MENU_MODEL(readingMenu));
+  g_object_unref(readingMenu);
+  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(readingSection));
+  g_object_unref(readingSection);
+  GMenu* applicationSection = g_menu_new();
+  g_menu_append(applicationSection, "Settings", "app.settings");
+  g_menu_append(applicationSection, "Quit", "app.quit");
+  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(applicationSection));
+  g_object_unref(applicationSection);
+
+  platform_ = std::make_shared<GtkShellPlatform>(application);
+  DocumentOpenCoordinator::Environment environment =
+      DocumentOpenCoordinator::standardEnvironment(readerRuntimeDirectory());
+  if (!environment.runtimeRoot) {
+    g_warning("The reader runtime page was not found beside the executable; books cannot open");
+  }
+  auto sessions = std::make_shared<ApplicationSessionFactory>(environment.supportDirectory);
+  auto windows =
+      std::make_shared<GtkReaderWindowFactory>(application, G_MENU_MODEL(primaryMenu_.get()));
+  coordinator_ = DocumentOpenCoordinator::create(std::move(environment), platform_,
+                                                 std::move(windows), std::move(sessions));
+  delegate_ = std::make_shared<TomekeeperAppDelegate>(coordinator_);
+  recentDocumentsConnection_ =
+      coordinator_->recentDocumentURLsChanged.connect([this] { rebuildRecentMenu(); });
+  rebuildRecentMenu();
+  installActions();
+
+  terminationSources_[0] = g_unix_signal_add(SIGTERM, handleTerminationSignal, this);
+  terminationSources_[1] = g_unix_signal_add(SIGINT, handleTerminationSignal, this);
+  isStarted_ = true;
+  delegate_->applicationDidFinishLaunching();
+}
+
+void TomekeeperApplication::installActions() {
+  GActionMap* map = G_ACTION_MAP(application_.get());
+  addAction(map, "open", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
+              static_cast<TomekeeperApplication*>(data)->coordinator_->presentOpenPanel();
+            }),
+            this);
+  addAction(map, "open-recent", G_VARIANT_TYPE_STRING,
+            G_CALLBACK(+[](GSimpleAction*, GVariant* parameter, gpointer data) {
+              const std::filesystem::path file(g_variant_get_string(parameter, nullptr));
+              static_cast<TomekeeperApplication*>(data)->coordinator_->requestOpen(file);
+            }),
+            this);
+  addAction(map, "clear-recent", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
+              static_cast<TomekeeperApplication*>(data)->coordinator_->clearRecentDocuments();
+            }),
+            this);
+  addAction(map, "settings", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
+              auto* self = static_cast<TomekeeperApplication*>(data);
+              presentSettingsWindow(GTK_APPLICATION(self->application_.get()), self->coordinator_);
+            }),
+            this);
+  addAction(map, "quit", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
+              static_cast<TomekeeperApplication*>(data)->quit();
+            }),
+            this);
+  for (const Accelerator& accelerator : accelerators()) {
+    std::vector<const char*> keys = accelerator.keys;
+    keys.push_back(nullptr);
+    gtk_application_set_accels_for_action(GTK_APPLICATION(application_.get()), accelerator.action,
+                                          keys.data());
+  }
+}
+
+void TomekeeperApplication::rebuildRecentMenu() {
+  GMenu* menu = recentMenu_.get();
+  g_menu_remove_all(menu);
+  const std::vector<std::filesystem::path>& documents = coordinator_->recentDocumentURLs();
+  if (documents.empty()) {
+    // An item without an action is shown insensitive: a line of text.
+    g_menu_append(menu, "No Recent Documents", nullptr);
+    return;
+  }
+  GMenu* documentSection = g_menu_new();
+  for (const auto& document : documents) {
+    GMenuItem* item = g_menu_item_new(document.filename().c_str(), nullptr);
+    g_menu_item_set_action_and_target_value(item, "app.open-recent",
+                                            g_variant_new_string(document.c_str()));
+    g_menu_append_item(documentSection, item);
+    g_object_unref(item);
+  }
+  g_menu_append_section(menu, nullptr, G_MENU_MODEL(documentSection));
+  g_object_unref(documentSection);
+  GMenu* clearSection = g_menu_new();
+  g_menu_append(clearSection, "Clear Menu", "app.clear-recent");
+  g_menu_append_section(menu, nullptr, G_MENU_MODEL(clearSection));
+  g_object_unref(clearSection);
+}
+
+void TomekeeperApplication::handleActivate(GApplication* application, gpointer data) {
+  auto* self = static_cast<TomekeeperApplication*>(data);
+  // The first activation is the launch itself, whose decision waits for files.
+  if (std::exchange(self->isFirstActivation_, false)) return;
+  bool someVisible = false;
+  for (GList* window = gtk_application_get_windows(GTK_APPLICATION(application)); window != nullptr;
+       window = window->next) {
+    if (gtk_widget_get_visible(GTK_WIDGET(window->data))) someVisible = true;
+  }
+  self->delegate_->applicationShouldHandleReopen(someVisible ? WindowVisibility::someVisible
+                                                             : WindowVisibility::noneVisible);
+  if (someVisible) {
+    if (GtkWindow* active = gtk_application_get_active_window(GTK_APPLICATION(application))) {
+      gtk_window_present(active);
+    }
+  }
+}
+
+void TomekeeperApplication::handleOpen(GApplication*, GFile** files, int count, const char*,
+                                       gpointer data) {
+  auto* self = static_cast<TomekeeperApplication*>(data);
+  self->isFirstActivation_ = false;
+  std::vector<std::filesystem::path> paths;
+  for (int index = 0; index < count; ++index) {
+    if (char* path = g_file_get_path(files[index])) {
+      paths.emplace_back(path);
+      g_free(path);
+    }
+  }
+  self->delegate_->applicationOpen(paths);
+}
+
+gboolean TomekeeperApplication::handleTerminationSignal(gpointer data) {
+  static_cast<TomekeeperApplication*>(data)->quit();
+  return G_SOURCE_CONTINUE;
+}
+
+void TomekeeperApplication::terminate() {
+  if (!isStarted_ || isQuitting_) return;
+  isQuitting_ = true;
+  delegate_->applicationWillTerminate();
+  std::vector<std::shared_ptr<ShellWindow>> windows;
+  for (const auto& [fingerprint, entry] : coordinator_->openWindows()) {
+    windows.push_back(entry.controller);
+  }
+  if (coordinator_->openDocumentWindow()) windows.push_back(coordinator_->openDocumentWindow());
+  for (const auto& window : windows) window->close();
+}
+
+void TomekeeperApplication::quit() {
+  if (isQuitting_) return;
+  terminate();
+  g_timeout_add(
+      kQuitGraceMilliseconds,
+      [](gpointer data) -> gboolean {
+        auto* self = static_cast<TomekeeperApplication*>(data);
+        if (std::exchange(self->isHeld_, false))
+          g_application_release(G_APPLICATION(self->application_.get()));
+        g_application_quit(G_APPLICATION(self->application_.get()));
+        return G_SOURCE_REMOVE;
+      },
+      this);
+}
+
+void TomekeeperApplication::handleShutdown(GApplication*, gpointer data) {
+  auto* self = static_cast<TomekeeperApplication*>(data);
+  self->terminate();
+  if (std::exchange(self->isHeld_, false))
+    g_application_release(G_APPLICATION(self->application_.get()));
+}
+
+}  // namespace tomekeeper
