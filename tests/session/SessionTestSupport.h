@@ -1,0 +1,671 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "../runtime/FakeReaderBridgeTransport.h"
+#include "async/MainContext.h"
+#include "async/RunUntilDone.h"
+#include "async/SerialExecutor.h"
+#include "model/SystemFontCataloging.h"
+#include "persistence/AnnotationRepository.h"
+#include "persistence/BookmarkRepository.h"
+#include "persistence/PageLayoutRepository.h"
+#include "persistence/PersistenceFailures.h"
+#include "persistence/ReadingModeRepository.h"
+#include "persistence/ReadingPositionRepository.h"
+#include "persistence/ReadingThemeRepository.h"
+#include "persistence/ScrolledContentWidthRepository.h"
+#include "persistence/TypographyPreferencesRepository.h"
+#include "session/LocationDiagnostics.h"
+#include "session/ReaderHosting.h"
+#include "session/ReaderSession.h"
+
+namespace tomekeeper::testing {
+
+using json = nlohmann::json;
+
+// How the scripted runtime answers one request.
+struct RuntimeAnswer {
+  enum class Kind { result, failure, silence, timeout };
+  Kind kind = Kind::result;
+  json value = json::object();
+
+  static RuntimeAnswer result(json value) { return {Kind::result, std::move(value)}; }
+  // An `ok` false reply with the runtime's error code.
+  static RuntimeAnswer failure(std::string code) {
+    return {Kind::failure, json{{"code", std::move(code)}, {"message", "refused by the script"}}};
+  }
+  // No reply at all: the request waits for its ten-second timeout or for the host to close.
+  static RuntimeAnswer silence() { return {Kind::silence, json()}; }
+  // No reply, and the request's timer runs out at once: the bridge finishes it with `timedOut`
+  // exactly as its own timer would, without the test waiting ten seconds.
+  static RuntimeAnswer timeout() { return {Kind::timeout, json()}; }
+};
+
+inline json locatorJSON(const Locator& locator) {
+  return json(locator);
+}
+
+inline Locator locatorAt(std::int64_t spineIndex, std::string cfi, double progression = 0.25) {
+  Locator locator;
+  locator.spineHref = "OEBPS/chapter" + std::to_string(spineIndex) + ".xhtml";
+  locator.spineIndex = spineIndex;
+  locator.cfi = std::move(cfi);
+  locator.sectionProgression = progression;
+  locator.totalProgression = progression / 2;
+  return locator;
+}
+
+// A reader runtime without a page: it answers every bridge method through the real bridge and
+// the fake transport, keeps a current locator that goTo and page turns move, and records each
+// request in order. A test replaces the answer of any method.
+class ScriptedReaderRuntime {
+ public:
+  struct Call {
+    std::string method;
+    json payload;
+  };
+
+  ScriptedReaderRuntime(std::shared_ptr<FakeReaderBridgeTransport> transport,
+                        std::weak_ptr<ReaderBridge> bridge)
+      : transport_(std::move(transport)), bridge_(std::move(bridge)) {
+    transport_->onDeliver = [this](const json& envelope) { receive(envelope); };
+    installDefaults();
+  }
+
+  std::vector<Call> calls;
+  std::map<std::string, std::function<RuntimeAnswer(const json& payload)>> handlers;
+  Locator current = locatorAt(0, "/6/2!/4/2/1:0", 0.0);
+  std::int64_t page = 1;
+  std::int64_t revision = 0;
+
+  std::vector<std::string> methods() const {
+    std::vector<std::string> names;
+    for (const Call& call : calls) names.push_back(call.method);
+    return names;
+  }
+  std::size_t count(const std::string& method) const {
+    std::size_t found = 0;
+    for (const Call& call : calls) found += call.method == method ? 1 : 0;
+    return found;
+  }
+  std::vector<json> payloads(const std::string& method) const {
+    std::vector<json> found;
+    for (const Call& call : calls) {
+      if (call.method == method) found.push_back(call.payload);
+    }
+    return found;
+  }
+  // Index of the last call of `method` in `calls`, or -1.
+  long lastIndexOf(const std::string& method) const {
+    for (long index = static_cast<long>(calls.size()) - 1; index >= 0; --index) {
+      if (calls[static_cast<std::size_t>(index)].method == method) return index;
+    }
+    return -1;
+  }
+
+  // Sends an event up, as the page's forwarder would.
+  void sendEvent(const std::string& name, json payload) {
+    const auto bridge = bridge_.lock();
+    if (!bridge) return;
+    bridge->receiveMessage(json{{"kind", "event"},
+                                {"version", 1},
+                                {"generation", bridge->generation()},
+                                {"event", name},
+                                {"payload", std::move(payload)}});
+  }
+
+ private:
+  json position() const {
+    return json{{"spineIndex", current.spineIndex},
+                {"page", page},
+                {"pageCount", 12},
+                {"atStart", page <= 1},
+                {"atEnd", page >= 12},
+                {"locatorResolution", "exact"}};
+  }
+
+  void installDefaults() {
+    const json rendered = json{{"rendered", true}, {"resolution", "exact"}};
+    handlers["open"] = [](const json&) {
+      return RuntimeAnswer::result({{"title", "A Book"},
+                                    {"authors", json::array({"An Author"})},
+                                    {"spineItemCount", 3},
+                                    {"initialResourceURL", "tomekeeper://publication/x/c0.xhtml"}});
+    };
+    handlers["tableOfContents"] = [](const json&) {
+      return RuntimeAnswer::result(
+          {{"items", json::array({json{
+                         {"title", "One"}, {"href", "c1.xhtml"}, {"children", json::array()}}})}});
+    };
+    const auto turn = [this](std::int64_t step) {
+      return [this, step](const json&) {
+        page += step;
+        current.sectionProgression = static_cast<double>(page) / 12.0;
+        current.cfi = "/6/2!/4/" + std::to_string(2 * page) + "/1:0";
+        return RuntimeAnswer::result(position());
+      };
+    };
+    handlers["next"] = turn(1);
+    handlers["previous"] = turn(-1);
+    handlers["nextSection"] = [this](const json&) {
+      current = locatorAt(current.spineIndex + 1, "/6/4!/4/2/1:0", 0.0);
+      page = 1;
+      return RuntimeAnswer::result(position());
+    };
+    handlers["previousSection"] = [this](const json&) {
+      current = locatorAt(std::max<std::int64_t>(0, current.spineIndex - 1), "/6/2!/4/2/1:0", 0.0);
+      page = 1;
+      return RuntimeAnswer::result(position());
+    };
+    handlers["goTo"] = [this](const json& payload) {
+      if (payload.contains("locator")) current = payload["locator"].get<Locator>();
+      return RuntimeAnswer::result(position());
+    };
+    handlers["currentLocator"] = [this](const json&) {
+      return RuntimeAnswer::result(locatorJSON(current));
+    };
+    handlers["currentSelection"] = [](const json&) {
+      return RuntimeAnswer::result({{"selection", nullptr}});
+    };
+    handlers["configureTypography"] = [this](const json&) {
+      return RuntimeAnswer::result({{"applied", true},
+                                    {"configurationRevision", ++revision},
+                                    {"computedRootFontSize", 16.0},
+                                    {"computedBodyFontFamily", "serif"}});
+    };
+    handlers["configureTheme"] = [this](const json&) {
+      return RuntimeAnswer::result({{"configurationRevision", ++revision},
+                                    {"computedBodyColor", "rgb(0, 0, 0)"},
+                                    {"computedBodyBackgroundColor", "rgb(255, 255, 255)"}});
+    };
+    handlers["configureReadingMode"] = [this](const json& payload) {
+      return RuntimeAnswer::result({{"requestedMode", payload["mode"]},
+                                    {"effectiveMode", payload["mode"]},
+                                    {"computedContainerOverflow", "hidden"},
+                                    {"configurationRevision", ++revision}});
+    };
+    handlers["configurePageLayout"] = [this](const json& payload) {
+      return RuntimeAnswer::result(
+          {{"requestedLayout", payload["layout"]},
+           {"effectiveColumnCount", payload["layout"] == "doublePage" ? 2 : 1},
+           {"computedContainerOverflow", "hidden"},
+           {"configurationRevision", ++revision}});
+    };
+    handlers["configureScrolledContentWidth"] = [this](const json& payload) {
+      return RuntimeAnswer::result({{"preset", payload["preset"]},
+                                    {"computedBodyMaxInlineSize", payload["maxInlineSize"]},
+                                    {"configurationRevision", ++revision}});
+    };
+    handlers["configureBookmarkVisibility"] = [](const json&) {
+      return RuntimeAnswer::result({{"visibleBookmarkIDs", json::array()}});
+    };
+    handlers["addAnnotation"] = [rendered](const json&) { return RuntimeAnswer::result(rendered); };
+    handlers["removeAnnotation"] = [rendered](const json&) {
+      return RuntimeAnswer::result(rendered);
+    };
+    handlers["pulseAnnotation"] = [rendered](const json&) {
+      return RuntimeAnswer::result(rendered);
+    };
+    handlers["startSearch"] = [](const json& payload) {
+      return RuntimeAnswer::result({{"searchID", payload["searchID"]}});
+    };
+    handlers["cancelSearch"] = [](const json&) { return RuntimeAnswer::result(json::object()); };
+  }
+
+  void receive(const json& envelope) {
+    const std::string method = envelope["method"].get<std::string>();
+    const json payload = envelope.contains("payload") ? envelope["payload"] : json::object();
+    calls.push_back({method, payload});
+    const auto handler = handlers.find(method);
+    RuntimeAnswer answer = handler == handlers.end() ? RuntimeAnswer::failure("unknown-method")
+                                                     : handler->second(payload);
+    if (answer.kind == RuntimeAnswer::Kind::silence) return;
+    if (answer.kind == RuntimeAnswer::Kind::timeout) {
+      const std::optional<Uuid> id = Uuid::fromString(envelope["id"].get<std::string>());
+      async::postToMain([bridge = bridge_, id] {
+        if (auto alive = bridge.lock(); alive && id) {
+          alive->completeRequest(*id, ReaderBridgeFailure(ReaderBridgeFailure::Case::timedOut));
+        }
+      });
+      return;
+    }
+    json reply = {{"kind", "response"},
+                  {"version", 1},
+                  {"id", envelope["id"]},
+                  {"generation", envelope["generation"]}};
+    if (answer.kind == RuntimeAnswer::Kind::result) {
+      reply["ok"] = true;
+      reply["result"] = std::move(answer.value);
+    } else {
+      reply["ok"] = false;
+      reply["error"] = std::move(answer.value);
+    }
+    async::postToMain([bridge = bridge_, reply = std::move(reply)] {
+      if (auto alive = bridge.lock()) alive->receiveMessage(reply);
+    });
+  }
+
+  std::shared_ptr<FakeReaderBridgeTransport> transport_;
+  std::weak_ptr<ReaderBridge> bridge_;
+};
+
+// A host without a display: a real bridge over the fake transport, driven by the scripted
+// runtime.
+class FakeReaderHost final : public ReaderHosting {
+ public:
+  FakeReaderHost()
+      : transport(std::make_shared<FakeReaderBridgeTransport>()),
+        bridge_(ReaderBridge::create(transport)),
+        runtime(transport, bridge_) {}
+
+  std::shared_ptr<FakeReaderBridgeTransport> transport;
+
+ private:
+  std::shared_ptr<ReaderBridge> bridge_;
+
+ public:
+  ScriptedReaderRuntime runtime;
+  std::vector<std::pair<Uuid, std::filesystem::path>> registrations;
+  std::exception_ptr registrationFailure;
+  std::exception_ptr runtimeFailure;
+  int closeCount = 0;
+  struct MenuPresentation {
+    ReaderAnnotationContextMenuRequest request;
+    AnnotationNotePresence notePresence;
+  };
+  std::vector<MenuPresentation> menus;
+
+  const std::shared_ptr<ReaderBridge>& bridge() const override { return bridge_; }
+  void registerPublication(const Uuid& publicationID, const std::filesystem::path& root) override {
+    if (registrationFailure) std::rethrow_exception(registrationFailure);
+    registrations.emplace_back(publicationID, root);
+  }
+  async::Task<void> prepareRuntime(std::filesystem::path,
+                                   std::chrono::steady_clock::duration) override {
+    if (runtimeFailure) std::rethrow_exception(runtimeFailure);
+    co_return;
+  }
+  void close() override {
+    ++closeCount;
+    bridge_->failAllPending(ReaderBridgeFailure(ReaderBridgeFailure::Case::readerClosed));
+  }
+  ReaderViewportSize viewportSize() const override { return {800, 600}; }
+  void presentAnnotationMenu(const ReaderAnnotationContextMenuRequest& request,
+                             AnnotationNotePresence notePresence) override {
+    menus.push_back({request, notePresence});
+  }
+};
+
+// ---- Stores in memory, on a serial executor like the real ones ------------------------------
+
+class MemoryPositionRepository final : public ReadingPositionRepository {
+ public:
+  std::map<std::string, Locator> locators;
+  std::optional<ReadingPositionPersistenceFailure> readFailure;
+  std::optional<ReadingPositionPersistenceFailure> writeFailure;
+  std::vector<Locator> saves;
+  std::vector<std::chrono::steady_clock::time_point> saveTimes;
+  int deleteCount = 0;
+
+  async::Task<std::optional<Locator>> locator(std::string fingerprint) override {
+    co_await executor_.run([] {});
+    if (readFailure) throwFailure(*readFailure);
+    const auto found = locators.find(fingerprint);
+    if (found == locators.end()) co_return std::nullopt;
+    co_return found->second;
+  }
+  async::Task<void> save(Locator value, std::string fingerprint) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    saves.push_back(value);
+    saveTimes.push_back(std::chrono::steady_clock::now());
+    locators[fingerprint] = std::move(value);
+  }
+  async::Task<void> deleteLocator(std::string fingerprint) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    ++deleteCount;
+    locators.erase(fingerprint);
+  }
+
+ private:
+  async::SerialExecutor executor_;
+};
+
+class MemoryBookmarkRepository final : public BookmarkRepository {
+ public:
+  std::vector<Bookmark> stored;
+  std::optional<BookmarkPersistenceFailure> readFailure;
+  std::optional<BookmarkPersistenceFailure> writeFailure;
+
+  async::Task<std::vector<Bookmark>> bookmarks(std::string fingerprint) override {
+    co_await executor_.run([] {});
+    if (readFailure) throwFailure(*readFailure);
+    std::vector<Bookmark> found;
+    for (const Bookmark& bookmark : stored) {
+      if (bookmark.bookFingerprint == fingerprint) found.push_back(bookmark);
+    }
+    co_return found;
+  }
+  async::Task<void> save(Bookmark bookmark) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    stored.push_back(std::move(bookmark));
+  }
+  async::Task<void> deleteBookmark(Uuid id, std::string) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    std::erase_if(stored, [&](const Bookmark& bookmark) { return bookmark.id == id; });
+  }
+  async::Task<void> deleteAll(std::string fingerprint) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    std::erase_if(
+        stored, [&](const Bookmark& bookmark) { return bookmark.bookFingerprint == fingerprint; });
+  }
+
+ private:
+  async::SerialExecutor executor_;
+};
+
+class MemoryAnnotationRepository final : public AnnotationRepository {
+ public:
+  std::vector<Annotation> stored;
+  std::optional<AnnotationPersistenceFailure> readFailure;
+  std::optional<AnnotationPersistenceFailure> writeFailure;
+
+  async::Task<std::vector<Annotation>> annotations(std::string fingerprint) override {
+    co_await executor_.run([] {});
+    if (readFailure) throwFailure(*readFailure);
+    std::vector<Annotation> found;
+    for (const Annotation& annotation : stored) {
+      if (annotation.bookFingerprint == fingerprint) found.push_back(annotation);
+    }
+    co_return found;
+  }
+  async::Task<void> save(Annotation annotation) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    for (Annotation& entry : stored) {
+      if (entry.id == annotation.id) {
+        entry = std::move(annotation);
+        co_return;
+      }
+    }
+    stored.push_back(std::move(annotation));
+  }
+  async::Task<void> deleteAnnotation(Uuid id, std::string) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    std::erase_if(stored, [&](const Annotation& annotation) { return annotation.id == id; });
+  }
+  async::Task<void> deleteAll(std::string fingerprint) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    std::erase_if(stored, [&](const Annotation& annotation) {
+      return annotation.bookFingerprint == fingerprint;
+    });
+  }
+
+ private:
+  async::SerialExecutor executor_;
+};
+
+// One of the four simple global stores.
+template <typename Interface, typename Value, typename FailureEnumeration>
+class MemoryValueRepository final : public Interface {
+ public:
+  explicit MemoryValueRepository(Value initial) : value(initial) {}
+  Value value;
+  std::optional<FailureEnumeration> readFailure;
+  std::optional<FailureEnumeration> writeFailure;
+  std::vector<Value> saves;
+
+  async::Task<Value> load() override {
+    co_await executor_.run([] {});
+    if (readFailure) throwFailure(*readFailure);
+    co_return value;
+  }
+  async::Task<void> save(Value newValue) override {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    saves.push_back(newValue);
+    value = newValue;
+  }
+
+ private:
+  async::SerialExecutor executor_;
+};
+
+using MemoryThemeRepository = MemoryValueRepository<ReadingThemeRepository, ReadingThemeSelection,
+                                                    ReadingThemePersistenceFailure>;
+using MemoryReadingModeRepository =
+    MemoryValueRepository<ReadingModeRepository, ReadingMode, ReadingModePersistenceFailure>;
+using MemoryPageLayoutRepository =
+    MemoryValueRepository<PageLayoutRepository, PageLayout, PageLayoutPersistenceFailure>;
+using MemoryScrolledWidthRepository =
+    MemoryValueRepository<ScrolledContentWidthRepository, ScrolledContentWidth,
+                          ScrolledContentWidthPersistenceFailure>;
+
+class MemoryTypographyRepository final : public TypographyPreferencesRepository {
+ public:
+  TypographyPreferences value;
+  std::optional<TypographyPreferencesPersistenceFailure> readFailure;
+  std::optional<TypographyPreferencesPersistenceFailure> writeFailure;
+  int writeCount = 0;
+
+  async::Task<TypographyPreferences> load() override {
+    co_await executor_.run([] {});
+    if (readFailure) throwFailure(*readFailure);
+    co_return value;
+  }
+  async::Task<void> saveFont(TypographyFontSelection selection) override {
+    co_await write();
+    value.font = selection;
+  }
+  async::Task<void> saveFontScale(TypographyFontScaleSelection selection) override {
+    co_await write();
+    value.fontScale = selection;
+  }
+  async::Task<void> saveLineHeight(TypographyLineHeightSelection selection) override {
+    co_await write();
+    value.lineHeight = selection;
+  }
+  async::Task<void> saveLetterSpacing(TypographyLetterSpacingSelection selection) override {
+    co_await write();
+    value.letterSpacing = selection;
+  }
+  async::Task<void> savePageMargins(TypographyPageMarginsSelection selection) override {
+    co_await write();
+    value.pageMargins = selection;
+  }
+  async::Task<void> restoreDefaults() override {
+    co_await write();
+    value = TypographyPreferences{};
+  }
+
+ private:
+  async::Task<void> write() {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+    ++writeCount;
+  }
+  async::SerialExecutor executor_;
+};
+
+// ---- Fonts, location log ----------------------------------------------------------------------
+
+class FakeFontCatalog final : public SystemFontCataloging {
+ public:
+  std::set<std::string> installed;
+  sigc::signal<void()>& fontSetChanged() override { return changed_; }
+  std::vector<SystemFontRecord> availableFonts() const override {
+    std::vector<SystemFontRecord> records;
+    for (const std::string& name : installed) records.push_back({name, name + " Regular", name});
+    return records;
+  }
+  TypographyFontResolution resolve(const TypographyFontSelection& selection) const override {
+    if (selection.kind() == TypographyFontSelection::Kind::bookDefault) return {};
+    const std::string& name = *selection.stableName();
+    if (!installed.contains(name)) return TypographyFontResolution::fallback(name);
+    return TypographyFontResolution::available({name, name + " Regular", name});
+  }
+
+ private:
+  sigc::signal<void()> changed_;
+};
+
+class SwitchableDiagnosticsSetting final : public LocationDiagnosticsSetting {
+ public:
+  bool enabled = true;
+  int reads = 0;
+  bool isEnabled() override {
+    ++reads;
+    return enabled;
+  }
+};
+
+class RecordingLocationLog final : public LocationLog {
+ public:
+  std::vector<std::string> lines;
+  void write(const std::string& line) override { lines.push_back(line); }
+  // The stages written, in order.
+  std::vector<std::string> stages() const {
+    std::vector<std::string> found;
+    for (const std::string& line : lines) {
+      const auto start = line.find(" stage=") + 7;
+      found.push_back(line.substr(start, line.find(' ', start) - start));
+    }
+    return found;
+  }
+  std::optional<std::string> lineOf(const std::string& stage) const {
+    for (const std::string& line : lines) {
+      if (line.find(" stage=" + stage + " ") != std::string::npos) return line;
+    }
+    return std::nullopt;
+  }
+};
+
+// ---- A session with its fakes ------------------------------------------------------------------
+
+inline constexpr std::string_view kFingerprint =
+    "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
+
+// Which stores a harness gives its session.
+enum class StorePresence { all, none };
+
+// Runs `task` on the main context until it ends; rethrows what it threw.
+template <typename T>
+T runToEnd(async::Task<T> task) {
+  return async::runUntilDone(std::move(task), std::chrono::seconds(60));
+}
+
+// Runs `task` and gives back the ReaderError that it threw, or absent when it ended normally.
+// Any other exception fails the test with a description of it.
+inline std::optional<ReaderError> failureOf(async::Task<void> task) {
+  try {
+    runToEnd(std::move(task));
+  } catch (const ReaderError& error) {
+    return error;
+  }
+  return std::nullopt;
+}
+
+// A session over the scripted runtime and stores in memory, with the location log recorded.
+struct SessionHarness {
+  std::shared_ptr<FakeReaderHost> host = std::make_shared<FakeReaderHost>();
+  std::shared_ptr<MemoryPositionRepository> positions =
+      std::make_shared<MemoryPositionRepository>();
+  std::shared_ptr<MemoryBookmarkRepository> bookmarkStore =
+      std::make_shared<MemoryBookmarkRepository>();
+  std::shared_ptr<MemoryAnnotationRepository> annotationStore =
+      std::make_shared<MemoryAnnotationRepository>();
+  std::shared_ptr<FakeFontCatalog> fonts = std::make_shared<FakeFontCatalog>();
+  std::shared_ptr<MemoryTypographyRepository> typography =
+      std::make_shared<MemoryTypographyRepository>();
+  std::shared_ptr<MemoryThemeRepository> theme =
+      std::make_shared<MemoryThemeRepository>(ReadingThemeSelection::system);
+  std::shared_ptr<MemoryReadingModeRepository> mode =
+      std::make_shared<MemoryReadingModeRepository>(ReadingMode::paginated);
+  std::shared_ptr<MemoryPageLayoutRepository> layout =
+      std::make_shared<MemoryPageLayoutRepository>(PageLayout::adaptive);
+  std::shared_ptr<MemoryScrolledWidthRepository> width =
+      std::make_shared<MemoryScrolledWidthRepository>(ScrolledContentWidth::comfortable);
+  std::shared_ptr<SwitchableDiagnosticsSetting> diagnostics =
+      std::make_shared<SwitchableDiagnosticsSetting>();
+  std::shared_ptr<RecordingLocationLog> log = std::make_shared<RecordingLocationLog>();
+  std::shared_ptr<ReaderSession> session;
+
+  ScriptedReaderRuntime& runtime() { return host->runtime; }
+
+  std::shared_ptr<ReaderSession> create(
+      StorePresence stores = StorePresence::all,
+      std::chrono::steady_clock::duration locatorSaveDelay = std::chrono::milliseconds(350)) {
+    ReaderSessionDependencies dependencies;
+    dependencies.host = host;
+    dependencies.fontCatalog = fonts;
+    dependencies.locationDiagnosticsSetting = diagnostics;
+    dependencies.locationDiagnosticLog = log;
+    dependencies.locatorSaveDelay = locatorSaveDelay;
+    if (stores == StorePresence::all) {
+      dependencies.positionRepository = positions;
+      dependencies.bookmarkRepository = bookmarkStore;
+      dependencies.annotationRepository = annotationStore;
+      dependencies.typographyRepository = typography;
+      dependencies.themeRepository = theme;
+      dependencies.readingModeRepository = mode;
+      dependencies.pageLayoutRepository = layout;
+      dependencies.scrolledContentWidthRepository = width;
+    }
+    session = ReaderSession::create(std::move(dependencies));
+    return session;
+  }
+
+  PublicationDescriptor descriptor() const {
+    PublicationDescriptor value;
+    value.publicationID = *Uuid::fromString("11111111-2222-4333-8444-555555555555");
+    value.packageURL =
+        "tomekeeper://publication/11111111-2222-4333-8444-555555555555/OEBPS/content.opf";
+    value.resourceBaseURL = "tomekeeper://publication/11111111-2222-4333-8444-555555555555/OEBPS/";
+    return value;
+  }
+
+  async::Task<void> openTask(std::optional<Locator> initialLocator = std::nullopt) {
+    return session->open(descriptor(), "/extracted/book", "/runtime", std::string(kFingerprint),
+                         std::move(initialLocator));
+  }
+
+  // Opens and gives the failure of the open, or absent when it reached `ready`.
+  std::optional<ReaderError> open(std::optional<Locator> initialLocator = std::nullopt) {
+    return failureOf(openTask(std::move(initialLocator)));
+  }
+
+  // An annotation of this book, as the store holds it.
+  static Annotation annotation(std::string selectedText, std::optional<std::string> note = {}) {
+    const Date moment = Date::now();
+    return Annotation{Uuid::random(),
+                      std::string(kFingerprint),
+                      locatorAt(1, "/6/4!/4/2/1:0", 0.5),
+                      std::move(selectedText),
+                      AnnotationColor::yellow,
+                      std::move(note),
+                      moment,
+                      moment};
+  }
+
+  static Bookmark bookmark(Locator locator, std::string fingerprint = std::string(kFingerprint)) {
+    return Bookmark{Uuid::random(), std::move(fingerprint), locator, "A mark", Date::now()};
+  }
+};
+
+}  // namespace tomekeeper::testing
