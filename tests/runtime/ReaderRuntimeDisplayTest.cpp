@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,16 @@ using testing::iterateUntil;
 
 constexpr int kWindowWidth = 900;
 constexpr int kWindowHeight = 700;
+
+}  // namespace
+
+// Locators print as their JSON in failure messages.
+void PrintTo(const Locator& locator, std::ostream* stream);
+void PrintTo(const Locator& locator, std::ostream* stream) {
+  *stream << json(locator).dump();
+}
+
+namespace {
 
 // ---- A book of a few long sections -----------------------------------------------------------
 
@@ -252,6 +264,101 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
     )");
   }
 
+  // Whether the first character of the excerpt's `exact` (white space collapsed) lies inside the
+  // viewport in the section on screen; `prefix` and `suffix` tell repeated words apart. Measured
+  // in the page, independently of the runtime.
+  bool isTextOnScreen(const TextContext& context) {
+    const json answer = evaluate("const exact = " + json(context.exact).dump() +
+                                 ", prefix = " + json(context.prefix.value_or("")).dump() +
+                                 ", suffix = " + json(context.suffix.value_or("")).dump() + ";" +
+                                 R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      if (!frame) return false;
+      const doc = frame.contentDocument;
+      const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
+      let text = '';
+      const map = [];
+      let inSpace = false;
+      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+        for (let offset = 0; offset < node.data.length; offset += 1) {
+          const character = node.data[offset];
+          if (/\s/.test(character)) {
+            if (inSpace) continue;
+            inSpace = true;
+            text += ' ';
+          } else {
+            inSpace = false;
+            text += character;
+          }
+          map.push([node, offset]);
+        }
+      }
+      const collapse = (words) => words.replace(/\s+/g, ' ');
+      let found = text.indexOf(collapse(prefix + exact + suffix));
+      if (found < 0) return false;
+      found += collapse(prefix).length;
+      while (text[found] === ' ') found += 1;
+      const [node, offset] = map[found];
+      const range = doc.createRange();
+      range.setStart(node, offset);
+      range.setEnd(node, offset + 1);
+      const box = range.getClientRects()[0];
+      if (!box) return false;
+      const frameBox = frame.getBoundingClientRect();
+      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
+      const x = frameBox.left + box.left + box.width / 2;
+      const y = frameBox.top + box.top + box.height / 2;
+      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+    )");
+    return answer == true;
+  }
+
+  // Reads pages forward until `predicate` holds for the position, at most `limit` turns.
+  std::optional<ReaderPositionResult> nextUntil(
+      const std::function<bool(const ReaderPositionResult&)>& predicate, int limit = 100) {
+    for (int turn = 0; turn < limit; ++turn) {
+      const ReaderPositionResult position = run(bridge().next());
+      if (predicate(position)) return position;
+    }
+    return std::nullopt;
+  }
+
+  // Opens the test book and stands on the third page of its second section.
+  Locator standInTheMiddleOfTheBook() {
+    openBook(keeperBook());
+    run(bridge().nextSection());
+    run(bridge().next());
+    const ReaderPositionResult position = run(bridge().next());
+    EXPECT_EQ(position.spineIndex, 1);
+    EXPECT_EQ(position.page, 3);
+    return run(bridge().currentLocator());
+  }
+
+  // Asserts that what stood first on the page is still on screen, and that going to the stored
+  // locator keeps it there.
+  void expectStillShown(const Locator& before, const std::string& what) {
+    ASSERT_TRUE(before.excerpt) << what;
+    EXPECT_TRUE(isTextOnScreen(*before.excerpt))
+        << what << ": \"" << before.excerpt->exact << "\" left the screen; now shown "
+        << visibleSection().dump()
+        << evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      const viewport = document.getElementById('reader-viewport');
+      return { top: viewport.scrollTop, left: viewport.scrollLeft, frameX: frame.contentWindow.scrollX,
+               frameY: frame.contentWindow.scrollY, transform: frame.contentDocument.documentElement.style.transform,
+               frameStyle: frame.getAttribute('style'), rootStyle: frame.contentDocument.documentElement.getAttribute('style'),
+               scrollWidth: frame.contentDocument.documentElement.scrollWidth };
+    )")
+               .dump()
+        << " from \"" << run(bridge().currentLocator()).excerpt.value_or(TextContext{}).exact
+        << "\"";
+    const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
+    EXPECT_EQ(position.spineIndex, before.spineIndex) << what;
+    EXPECT_EQ(position.locatorResolution, "cfi") << what;
+    EXPECT_TRUE(isTextOnScreen(*before.excerpt))
+        << what << ": \"" << before.excerpt->exact << "\" not on screen after goTo";
+  }
+
   testing::TemporaryDirectory directory_;
   std::shared_ptr<ReaderWebViewHost> host_;
   GtkWidget* window_ = nullptr;
@@ -267,8 +374,7 @@ TEST_F(ReaderRuntimeDisplayTest, OpensABookAndShowsItsFirstPage) {
   const Locator locator = run(bridge().currentLocator());
   EXPECT_EQ(locator.spineIndex, 0);
   EXPECT_EQ(locator.spineHref, "text/chapter1.xhtml");
-  // Only the white space before the heading lies before the first visible character.
-  EXPECT_LT(locator.sectionProgression.value_or(1), 0.001);
+  EXPECT_EQ(locator.sectionProgression, 0.0);
   ASSERT_TRUE(locator.excerpt);
   EXPECT_EQ(locator.excerpt->exact.rfind("Chapter 1", 0), 0u) << locator.excerpt->exact;
 
@@ -292,6 +398,364 @@ TEST_F(ReaderRuntimeDisplayTest, NextTurnsToTheFollowingPageOfTheSection) {
   EXPECT_NE(after["visible"], before["visible"]);
   const Locator locator = run(bridge().currentLocator());
   EXPECT_GT(locator.sectionProgression.value_or(0), 0.0);
+}
+
+TEST_F(ReaderRuntimeDisplayTest, SectionsAreReachedByNextSectionPreviousSectionAndHref) {
+  openBook(keeperBook());
+  ReaderPositionResult position = run(bridge().nextSection());
+  EXPECT_EQ(position.spineIndex, 1);
+  EXPECT_EQ(position.page, 1);
+  EXPECT_EQ(visibleSection()["visible"][0], "top");
+  position = run(bridge().nextSection());
+  EXPECT_EQ(position.spineIndex, 2);
+  position = run(bridge().previousSection());
+  EXPECT_EQ(position.spineIndex, 1);
+  EXPECT_EQ(position.page, 1);
+
+  position = run(bridge().goTo(GoToRequest{"text/chapter2.xhtml#c2p20"}));
+  EXPECT_EQ(position.spineIndex, 1);
+  EXPECT_GT(position.page, 1);
+  const json shown = visibleSection();
+  EXPECT_NE(std::find(shown["visible"].begin(), shown["visible"].end(), "c2p20"),
+            shown["visible"].end())
+      << shown.dump();
+  position = run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+  EXPECT_EQ(position.spineIndex, 2);
+  EXPECT_EQ(position.page, 1);
+}
+
+TEST_F(ReaderRuntimeDisplayTest, TheContentsComeFromTheNavigationDocument) {
+  openBook(keeperBook());
+  const TableOfContentsResult contents = run(bridge().tableOfContents());
+  ASSERT_EQ(contents.items.size(), 3u);
+  EXPECT_EQ(contents.items[0].title, "The First Chapter");
+  EXPECT_EQ(contents.items[0].href, "text/chapter1.xhtml");
+  ASSERT_EQ(contents.items[1].children.size(), 1u);
+  EXPECT_EQ(contents.items[1].children[0].href, "text/chapter2.xhtml#c2p20");
+  // Each entry leads where it says.
+  const ReaderPositionResult position =
+      run(bridge().goTo(GoToRequest{contents.items[1].children[0].href}));
+  EXPECT_EQ(position.spineIndex, 1);
+}
+
+TEST_F(ReaderRuntimeDisplayTest, WalksToTheEndAndBackToTheStart) {
+  openBook(keeperBook());
+  std::vector<std::pair<std::int64_t, std::int64_t>> forward{{0, 1}};
+  const auto atEnd = nextUntil([&](const ReaderPositionResult& position) {
+    forward.emplace_back(position.spineIndex, position.page);
+    return position.atEnd;
+  });
+  ASSERT_TRUE(atEnd) << "no end within 100 pages";
+  EXPECT_EQ(atEnd->spineIndex, 2);
+  EXPECT_EQ(atEnd->page, atEnd->pageCount);
+  // Every page came once, in order.
+  for (std::size_t step = 1; step < forward.size(); ++step) {
+    EXPECT_LT(forward[step - 1], forward[step]) << "step " << step;
+  }
+  // Past the end nothing moves.
+  const ReaderPositionResult stay = run(bridge().next());
+  EXPECT_TRUE(stay.atEnd);
+  EXPECT_EQ(stay.page, atEnd->page);
+
+  std::vector<std::pair<std::int64_t, std::int64_t>> backward{{atEnd->spineIndex, atEnd->page}};
+  for (int turn = 0; turn < 100; ++turn) {
+    const ReaderPositionResult position = run(bridge().previous());
+    backward.emplace_back(position.spineIndex, position.page);
+    if (position.atStart) break;
+  }
+  std::reverse(backward.begin(), backward.end());
+  EXPECT_EQ(backward, forward);
+  EXPECT_EQ(visibleSection()["visible"][0], "top");
+}
+
+TEST_F(ReaderRuntimeDisplayTest, GoingToTheCurrentLocatorDoesNotDrift) {
+  const Locator before = standInTheMiddleOfTheBook();
+  ASSERT_TRUE(before.cfi);
+  for (int round = 0; round < 3; ++round) {
+    const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
+    EXPECT_EQ(position.page, 3);
+    EXPECT_EQ(position.locatorResolution, "cfi");
+    EXPECT_EQ(run(bridge().currentLocator()), before) << "round " << round;
+  }
+  // From elsewhere in the book, too.
+  run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+  run(bridge().goTo(GoToLocatorRequest{before}));
+  EXPECT_EQ(run(bridge().currentLocator()), before);
+}
+
+TEST_F(ReaderRuntimeDisplayTest, ALocatorWithoutCfiIsFoundByItsExcerpt) {
+  Locator before = standInTheMiddleOfTheBook();
+  run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
+  before.cfi.reset();
+  const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
+  EXPECT_EQ(position.locatorResolution, "excerpt");
+  EXPECT_EQ(position.page, 3);
+  ASSERT_TRUE(before.excerpt);
+  EXPECT_TRUE(isTextOnScreen(*before.excerpt));
+}
+
+TEST_F(ReaderRuntimeDisplayTest, ALargerFontKeepsTheFirstVisibleCharacter) {
+  const Locator before = standInTheMiddleOfTheBook();
+  ConfigureTypographyRequest typography;
+  typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
+  typography.fontScale.value = 1.6;
+  const ConfigureTypographyResult result = run(bridge().configureTypography(typography));
+  EXPECT_TRUE(result.applied);
+  ASSERT_TRUE(result.computedRootFontSize);
+  EXPECT_NEAR(*result.computedRootFontSize, 16 * 1.6, 0.5);
+  expectStillShown(before, "font scale 1.6");
+  const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
+  EXPECT_GT(position.page, 3) << "larger type takes more pages to reach the same words";
+}
+
+TEST_F(ReaderRuntimeDisplayTest, ADarkThemeKeepsTheFirstVisibleCharacter) {
+  const Locator before = standInTheMiddleOfTheBook();
+  const ConfigureThemeResult result =
+      run(bridge().configureTheme(ConfigureThemeRequest{{ReadingThemeSelection::dark}}));
+  EXPECT_GT(result.configurationRevision, 0);
+  EXPECT_EQ(result.computedBodyBackgroundColor, "rgb(28, 28, 30)");
+  EXPECT_EQ(result.computedBodyColor, "rgb(227, 227, 227)");
+  expectStillShown(before, "dark theme");
+}
+
+TEST_F(ReaderRuntimeDisplayTest, ScrolledModeKeepsTheFirstVisibleCharacter) {
+  const Locator before = standInTheMiddleOfTheBook();
+  const ConfigureReadingModeResult result =
+      run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
+  EXPECT_EQ(result.effectiveMode, ReadingMode::scrolled);
+  EXPECT_EQ(result.computedContainerOverflow, "hidden auto");
+  expectStillShown(before, "scrolled mode");
+  // And back to pages, from where the scrolled view stands.
+  const Locator scrolled = run(bridge().currentLocator());
+  run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::paginated}));
+  expectStillShown(scrolled, "paginated again");
+}
+
+TEST_F(ReaderRuntimeDisplayTest, TwoPagesASpreadKeepTheFirstVisibleCharacter) {
+  const Locator before = standInTheMiddleOfTheBook();
+  const ConfigurePageLayoutResult result =
+      run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+  EXPECT_EQ(result.effectiveColumnCount, 2);
+  expectStillShown(before, "double page");
+  // A spread begins before the page that it holds; a single page again keeps its beginning.
+  const Locator spread = run(bridge().currentLocator());
+  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::singlePage}));
+  expectStillShown(spread, "single page");
+}
+
+TEST_F(ReaderRuntimeDisplayTest, AScriptInASectionDoesNotRun) {
+  openBook(keeperBook());
+  run(bridge().goTo(GoToRequest{"text/chapter2.xhtml"}));
+  const json state = evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    return { src: frame.src, title: frame.contentDocument.title,
+             marker: frame.contentDocument.documentElement.getAttribute('data-marker') };
+  )");
+  EXPECT_NE(state["src"].get<std::string>().find("chapter2.xhtml"), std::string::npos);
+  EXPECT_EQ(state["title"], "Chapter 2");
+  EXPECT_EQ(state["marker"], nullptr);
+}
+
+TEST_F(ReaderRuntimeDisplayTest, ASearchResultLeadsToItsMatch) {
+  openBook(keeperBook());
+  std::vector<PublicationSearchResult> results;
+  bool complete = false;
+  const Uuid searchID = Uuid::random();
+  bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult> batch,
+                                 bool isComplete) {
+    if (id != searchID) return;
+    results.insert(results.end(), batch.begin(), batch.end());
+    complete = complete || isComplete;
+  };
+  const StartSearchResult started =
+      run(bridge().startSearch(StartSearchRequest{searchID, "Zebra  Marmalade"}));
+  EXPECT_EQ(started.searchID, searchID);
+  ASSERT_TRUE(iterateUntil([&] { return complete; }, 10s));
+  ASSERT_EQ(results.size(), 1u);
+  EXPECT_EQ(results[0].locator.spineIndex, 1);
+  EXPECT_NE(results[0].excerpt.find("zebra marmalade"), std::string::npos) << results[0].excerpt;
+
+  const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{results[0].locator}));
+  EXPECT_EQ(position.spineIndex, 1);
+  EXPECT_EQ(position.page, position.pageCount) << "the match is on the section's last page";
+  EXPECT_TRUE(isTextOnScreen(TextContext{"zebra marmalade", std::nullopt, std::nullopt}));
+}
+
+TEST_F(ReaderRuntimeDisplayTest, AHighlightIsDrawnOverItsWords) {
+  openBook(keeperBook());
+  // The reader selects the words of the first paragraph's opening.
+  evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    const doc = frame.contentDocument;
+    const text = doc.getElementById('c1p0').firstChild;
+    const range = doc.createRange();
+    range.setStart(text, 0);
+    range.setEnd(text, 'Chapter 1 paragraph 0 begins here'.length);
+    doc.getSelection().removeAllRanges();
+    doc.getSelection().addRange(range);
+    return true;
+  )");
+  const CurrentSelectionResult selection = run(bridge().currentSelection());
+  ASSERT_TRUE(selection.selection);
+  EXPECT_EQ(selection.selection->selectedText, "Chapter 1 paragraph 0 begins here");
+
+  std::vector<std::set<Uuid>> resolvedReports;
+  bridge().onAnnotationResolutionChanged = [&](std::set<Uuid> resolved, std::set<Uuid>) {
+    resolvedReports.push_back(std::move(resolved));
+  };
+  RuntimeAnnotation annotation;
+  annotation.id = Uuid::random();
+  annotation.locator = selection.selection->locator;
+  annotation.selectedText = selection.selection->selectedText;
+  const AnnotationRenderResult rendered =
+      run(bridge().addAnnotation(AnnotationRequest{annotation}));
+  EXPECT_TRUE(rendered.rendered);
+  EXPECT_EQ(rendered.resolution, "cfi");
+
+  const json drawn = evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    const view = frame.contentWindow;
+    const highlights = view.CSS && view.CSS.highlights;
+    if (highlights) {
+      const highlight = highlights.get('tomekeeper-annotation');
+      return { api: true, words: highlight ? [...highlight].map((range) => range.toString()) : [] };
+    }
+    const overlay = frame.contentDocument.querySelector('[data-tomekeeper-runtime="highlight-overlay"]');
+    return { api: false, boxes: overlay ? overlay.children.length : 0 };
+  )");
+  if (drawn["api"] == true) {
+    EXPECT_EQ(drawn["words"], json::array({"Chapter 1 paragraph 0 begins here"})) << drawn.dump();
+  } else {
+    EXPECT_GT(drawn["boxes"].get<int>(), 0) << drawn.dump();
+  }
+  ASSERT_TRUE(iterateUntil([&] { return !resolvedReports.empty(); }, 2s));
+  EXPECT_TRUE(resolvedReports.back().contains(annotation.id));
+
+  const AnnotationRenderResult removed =
+      run(bridge().removeAnnotation(RemoveAnnotationRequest{annotation.id}));
+  EXPECT_FALSE(removed.rendered);
+}
+
+TEST_F(ReaderRuntimeDisplayTest, AHighlightInASectionNotOnScreenIsPlacedAndDrawnLater) {
+  openBook(keeperBook());
+  std::vector<PublicationSearchResult> results;
+  bool complete = false;
+  const Uuid searchID = Uuid::random();
+  bridge().onSearchResults = [&](Uuid, std::vector<PublicationSearchResult> batch,
+                                 bool isComplete) {
+    results.insert(results.end(), batch.begin(), batch.end());
+    complete = complete || isComplete;
+  };
+  run(bridge().startSearch(StartSearchRequest{searchID, "zebra marmalade"}));
+  ASSERT_TRUE(iterateUntil([&] { return complete; }, 10s));
+  ASSERT_EQ(results.size(), 1u);
+  RuntimeAnnotation annotation;
+  annotation.id = Uuid::random();
+  annotation.locator = results[0].locator;
+  annotation.selectedText = "zebra marmalade";
+  const AnnotationRenderResult rendered =
+      run(bridge().addAnnotation(AnnotationRequest{annotation}));
+  EXPECT_TRUE(rendered.rendered);
+  EXPECT_EQ(rendered.resolution, "cfi");
+
+  run(bridge().goTo(GoToLocatorRequest{annotation.locator}));
+  const json words = evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    const highlight = frame.contentWindow.CSS.highlights.get('tomekeeper-annotation');
+    return highlight ? [...highlight].map((range) => range.toString()) : [];
+  )");
+  EXPECT_EQ(words, json::array({"zebra marmalade"}));
+  const AnnotationRenderResult pulsed =
+      run(bridge().pulseAnnotation(AnnotationPulseRequest{annotation.id}));
+  EXPECT_TRUE(pulsed.rendered);
+}
+
+TEST_F(ReaderRuntimeDisplayTest, ABookmarkIsVisibleOnlyOnItsPage) {
+  const Locator here = standInTheMiddleOfTheBook();
+  std::vector<std::set<Uuid>> changes;
+  bridge().onBookmarkVisibilityChanged = [&](std::set<Uuid> visible) {
+    changes.push_back(std::move(visible));
+  };
+  const Uuid bookmarkID = Uuid::random();
+  const Uuid elsewhereID = Uuid::random();
+  run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+  const Locator elsewhere = run(bridge().currentLocator());
+  run(bridge().goTo(GoToLocatorRequest{here}));
+
+  const BookmarkVisibilityResult visible = run(bridge().configureBookmarkVisibility(
+      ConfigureBookmarkVisibilityRequest{{{bookmarkID, here}, {elsewhereID, elsewhere}}}));
+  EXPECT_EQ(visible.visibleBookmarkIDs, std::vector<Uuid>{bookmarkID});
+
+  run(bridge().next());
+  ASSERT_TRUE(iterateUntil([&] { return !changes.empty(); }, 2s));
+  EXPECT_TRUE(changes.back().empty());
+  run(bridge().previous());
+  ASSERT_TRUE(iterateUntil([&] { return changes.size() >= 2; }, 2s));
+  EXPECT_EQ(changes.back(), std::set<Uuid>{bookmarkID});
+  run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+  ASSERT_TRUE(iterateUntil([&] { return changes.size() >= 3; }, 2s));
+  EXPECT_EQ(changes.back(), std::set<Uuid>{elsewhereID});
+}
+
+// ---- Every sample book of the shared corpus, when it is there --------------------------------
+
+std::filesystem::path sampleCorpusDirectory() {
+  if (const char* directory = std::getenv("TOMEKEEPER_SAMPLE_CORPUS_DIRECTORY")) return directory;
+  return TOMEKEEPER_SAMPLE_CORPUS_DIRECTORY;
+}
+
+std::vector<std::filesystem::path> sampleBooks() {
+  std::vector<std::filesystem::path> books;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(sampleCorpusDirectory(), error)) {
+    if (entry.path().extension() == ".epub") books.push_back(entry.path());
+  }
+  std::sort(books.begin(), books.end());
+  return books;
+}
+
+TEST_F(ReaderRuntimeDisplayTest, EverySampleBookOpensPagesToItsEndAndKeepsItsPlace) {
+  const std::vector<std::filesystem::path> books = sampleBooks();
+  if (books.empty()) GTEST_SKIP() << "no sample corpus at " << sampleCorpusDirectory();
+  for (const std::filesystem::path& book : books) {
+    SCOPED_TRACE(book.filename().string());
+    // A fresh web view and extraction for each book.
+    TearDown();
+    std::filesystem::remove_all(directory_ / "Extracted");
+    SetUp();
+    OpenPublicationResult opened;
+    try {
+      opened = openArchive(book);
+    } catch (const ReaderBridgeFailure& failure) {
+      ADD_FAILURE() << "open failed: " << failure.payload().code << " " << failure.payload().message
+                    << " " << failure.payload().diagnostic.value_or("");
+      continue;
+    }
+    EXPECT_GT(opened.spineItemCount, 0);
+    const Locator first = run(bridge().currentLocator());
+    EXPECT_EQ(first.sectionProgression.value_or(1), 0.0);
+
+    // Pages forward, a bounded number of turns; each turn moves or ends the book.
+    ReaderPositionResult position{};
+    std::pair<std::int64_t, std::int64_t> last{-1, 0};
+    int turns = 0;
+    for (; turns < 60; ++turns) {
+      position = run(bridge().next());
+      const std::pair<std::int64_t, std::int64_t> now{position.spineIndex, position.page};
+      if (position.atEnd) break;
+      EXPECT_NE(now, last) << "a turn did not move, turn " << turns;
+      last = now;
+    }
+    const Locator here = run(bridge().currentLocator());
+    const ReaderPositionResult back = run(bridge().goTo(GoToLocatorRequest{here}));
+    EXPECT_EQ(back.spineIndex, position.spineIndex);
+    EXPECT_EQ(back.page, position.page) << "after " << turns << " turns";
+    // The book's progression is refined while the lengths of its sections are read in the
+    // background, so only the place itself is compared.
+    Locator again = run(bridge().currentLocator());
+    again.totalProgression = here.totalProgression;
+    EXPECT_EQ(again, here);
+  }
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ export interface Viewport {
 }
 
 const loadTimeoutMilliseconds = 8000;
+const fontWaitMilliseconds = 3000;
 const columnGap = 48;
 
 export class SectionView {
@@ -78,6 +79,21 @@ export class SectionView {
       this.frame.src = url;
       stage.appendChild(this.frame);
     });
+  }
+
+  // Waits, for a while at most, for fonts that the section's layout started to load. Says whether
+  // any were loading, in which case the section must be laid out again.
+  async fontsSettled(limitMilliseconds = fontWaitMilliseconds): Promise<boolean> {
+    const fonts = this.document.fonts as FontFaceSet | undefined;
+    if (fonts === undefined || fonts.status !== 'loading') return false;
+    await Promise.race([fonts.ready, new Promise((resolve) => setTimeout(resolve, limitMilliseconds))]);
+    return true;
+  }
+
+  // Calls `relayout` whenever fonts finish loading after the section was laid out.
+  onLateFonts(relayout: () => void): void {
+    const fonts = this.document.fonts as FontFaceSet | undefined;
+    fonts?.addEventListener('loadingdone', () => relayout());
   }
 
   remove(): void {
@@ -196,6 +212,11 @@ export class SectionView {
   syncScrolledPage(container: HTMLElement): void {
     if (this.mode !== 'scrolled') return;
     this.currentPage = clampPage(Math.floor((container.scrollTop + 1) / this.geometry.pageSize), this.pageCount);
+  }
+
+  // Whether a scrolled section has moved away from its very top; paginated sections never have.
+  isScrolledPastStart(container: HTMLElement): boolean {
+    return this.mode === 'scrolled' && container.scrollTop > 0;
   }
 
   // The rectangle that is on screen, in the frame's own coordinates.

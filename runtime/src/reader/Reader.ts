@@ -184,8 +184,13 @@ export class Reader implements ReaderOperations {
     const view = new SectionView(spineIndex, item.layout === 'pre-paginated');
     const loading = view
       .load(item.url, this.environment.stage)
-      .then(() => {
+      .then(async () => {
         view.layout(this.settings, this.viewportMeasures());
+        // The book's own fonts load once the laid-out text asks for them, and change the pages.
+        if (await view.fontsSettled()) view.layout(this.settings, this.viewportMeasures());
+        view.onLateFonts(() => {
+          if (this.loaded.has(view)) this.handleResize();
+        });
         // A frame that was let go while it loaded is not announced.
         if (this.prepared.get(spineIndex) === loading) {
           this.loaded.add(view);
@@ -444,6 +449,9 @@ export class Reader implements ReaderOperations {
     } else {
       sectionProgression = view.pageCount <= 1 ? 0 : view.page / view.pageCount;
     }
+    // The first page of a section is its start, whatever unseen text (white space, hidden
+    // elements) comes before its first visible character.
+    if (view.page === 0 && !view.isScrolledPastStart(this.environment.viewport)) sectionProgression = 0;
     locator.sectionProgression = clampUnit(sectionProgression);
     locator.totalProgression = state.weights.totalProgression(item.index, locator.sectionProgression);
     return locator;
