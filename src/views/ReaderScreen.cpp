@@ -1,0 +1,376 @@
+#include "views/ReaderScreen.h"
+
+#include <adwaita.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "async/Sleep.h"
+#include "async/Spawn.h"
+#include "views/SessionCommand.h"
+
+namespace tomekeeper {
+
+namespace {
+
+constexpr auto kBookmarkFeedbackDuration = std::chrono::seconds(2);
+constexpr int kCalloutGap = 8;
+
+async::Task<void> saveNoteCommand(std::shared_ptr<ReaderSession> session, Annotation annotation,
+                                  std::string draft) {
+  co_await session->saveNote(std::move(annotation), std::move(draft));
+}
+
+GtkWidget* padded(GtkWidget* child, int horizontal, int vertical) {
+  gtk_widget_set_margin_start(child, horizontal);
+  gtk_widget_set_margin_end(child, horizontal);
+  gtk_widget_set_margin_top(child, vertical);
+  gtk_widget_set_margin_bottom(child, vertical);
+  return child;
+}
+
+}  // namespace
+
+ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* webView,
+                           SidebarVisibility initialSidebarVisibility)
+    : session_(std::move(session)),
+      lifetime_(std::make_shared<ReaderScreen*>(this)),
+      webView_(views::WidgetHandle::retain(webView)),
+      sidebar_(session_),
+      fontSelectionView_(session_),
+      searchView_(session_) {
+  GtkWidget* flap = adw_flap_new();
+  root_ = views::WidgetHandle::adopt(flap);
+  // The reader's choice holds whatever the window's width: folding never shows or hides it.
+  adw_flap_set_locked(ADW_FLAP(flap), TRUE);
+  adw_flap_set_flap(ADW_FLAP(flap), sidebar_.widget());
+  adw_flap_set_separator(ADW_FLAP(flap), gtk_separator_new(GTK_ORIENTATION_VERTICAL));
+  adw_flap_set_reveal_flap(ADW_FLAP(flap), initialSidebarVisibility == SidebarVisibility::visible);
+  gtk_widget_add_css_class(sidebar_.widget(), "background");
+
+  overlay_ = gtk_overlay_new();
+  gtk_widget_set_hexpand(overlay_, TRUE);
+  gtk_widget_set_vexpand(overlay_, TRUE);
+  if (webView != nullptr) {
+    gtk_widget_set_hexpand(webView, TRUE);
+    gtk_widget_set_vexpand(webView, TRUE);
+    gtk_overlay_set_child(GTK_OVERLAY(overlay_), webView);
+  }
+  adw_flap_set_content(ADW_FLAP(flap), overlay_);
+  buildOverlays();
+
+  connections_.add(flap, "notify::reveal-flap", G_CALLBACK(onFlapRevealChanged), this);
+  connections_.add(overlay_, "get-child-position", G_CALLBACK(onGetChildPosition), this);
+  const auto watch = [this](const auto& property, void (ReaderScreen::*show)()) {
+    connections_.add(property.changed().connect([this, show] { (this->*show)(); }));
+  };
+  watch(session_->position(), &ReaderScreen::showPageLabel);
+  watch(session_->readingMode(), &ReaderScreen::showPageLabel);
+  watch(session_->effectiveColumnCount(), &ReaderScreen::showPageLabel);
+  watch(session_->error(), &ReaderScreen::showError);
+  watch(session_->currentSelectionRect(), &ReaderScreen::showSelectionCallout);
+  watch(session_->annotationPendingRemoval(), &ReaderScreen::showPendingRemoval);
+  watch(session_->noteEditingRequest(), &ReaderScreen::showNoteEditingRequest);
+  showPageLabel();
+  showError();
+  showSelectionCallout();
+  showPendingRemoval();
+  showNoteEditingRequest();
+}
+
+ReaderScreen::~ReaderScreen() {
+  lifetime_.reset();
+  if (bookmarkFeedbackTimer_) bookmarkFeedbackTimer_->request_stop();
+  connections_.disconnectAll();
+  dialogConnections_.disconnectAll();
+  inlineNoteEditor_.reset();
+  noteSheet_.reset();
+  for (views::WidgetHandle* dialog : {&removalDialog_, &clearDialog_}) {
+    if (*dialog) gtk_window_destroy(GTK_WINDOW(dialog->get()));
+    dialog->reset();
+  }
+}
+
+void ReaderScreen::buildOverlays() {
+  pageLabel_ = gtk_label_new(nullptr);
+  gtk_widget_add_css_class(pageLabel_, "caption");
+  gtk_widget_add_css_class(pageLabel_, "monospace");
+  gtk_widget_add_css_class(pageLabel_, "numeric");
+  gtk_widget_add_css_class(pageLabel_, "dim-label");
+  pageLabelPill_ = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+  gtk_box_append(GTK_BOX(pageLabelPill_), padded(pageLabel_, 10, 4));
+  gtk_widget_add_css_class(pageLabelPill_, "osd");
+  gtk_widget_add_css_class(pageLabelPill_, "card");
+  gtk_widget_set_halign(pageLabelPill_, GTK_ALIGN_CENTER);
+  gtk_widget_set_valign(pageLabelPill_, GTK_ALIGN_END);
+  gtk_widget_set_margin_bottom(pageLabelPill_, 10);
+  gtk_widget_set_can_target(pageLabelPill_, FALSE);
+  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), pageLabelPill_);
+
+  errorLabel_ = views::makeLabel("", {});
+  errorBanner_ = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+  gtk_box_append(GTK_BOX(errorBanner_), padded(errorLabel_, 12, 8));
+  gtk_widget_add_css_class(errorBanner_, "card");
+  gtk_widget_set_halign(errorBanner_, GTK_ALIGN_CENTER);
+  gtk_widget_set_valign(errorBanner_, GTK_ALIGN_START);
+  gtk_widget_set_margin_top(errorBanner_, 12);
+  gtk_widget_set_margin_start(errorBanner_, 24);
+  gtk_widget_set_margin_end(errorBanner_, 24);
+  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), errorBanner_);
+
+  feedbackIcon_ = gtk_image_new();
+  feedbackLabel_ = gtk_label_new(nullptr);
+  GtkWidget* feedback = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
+  gtk_box_append(GTK_BOX(feedback), feedbackIcon_);
+  gtk_box_append(GTK_BOX(feedback), feedbackLabel_);
+  GtkWidget* feedbackCard = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+  gtk_box_append(GTK_BOX(feedbackCard), padded(feedback, 12, 8));
+  gtk_widget_add_css_class(feedbackCard, "card");
+  feedbackRevealer_ = gtk_revealer_new();
+  gtk_revealer_set_transition_type(GTK_REVEALER(feedbackRevealer_),
+                                   GTK_REVEALER_TRANSITION_TYPE_SLIDE_UP);
+  gtk_revealer_set_child(GTK_REVEALER(feedbackRevealer_), feedbackCard);
+  gtk_widget_set_halign(feedbackRevealer_, GTK_ALIGN_CENTER);
+  gtk_widget_set_valign(feedbackRevealer_, GTK_ALIGN_END);
+  gtk_widget_set_margin_bottom(feedbackRevealer_, 48);
+  gtk_widget_set_can_target(feedbackRevealer_, FALSE);
+  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), feedbackRevealer_);
+
+  GtkWidget* content = adw_button_content_new();
+  adw_button_content_set_label(ADW_BUTTON_CONTENT(content), "Highlight");
+  adw_button_content_set_icon_name(ADW_BUTTON_CONTENT(content), "document-edit-symbolic");
+  highlightButton_ = gtk_button_new();
+  gtk_button_set_child(GTK_BUTTON(highlightButton_), content);
+  gtk_widget_add_css_class(highlightButton_, "suggested-action");
+  gtk_widget_add_css_class(highlightButton_, "pill");
+  views::setAccessibleLabel(highlightButton_, "Highlight selected text");
+  connections_.add(highlightButton_, "clicked", G_CALLBACK(onHighlightClicked), this);
+  selectionCallout_ = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+  gtk_box_append(GTK_BOX(selectionCallout_), highlightButton_);
+  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), selectionCallout_);
+}
+
+bool ReaderScreen::sidebarIsVisible() const {
+  return adw_flap_get_reveal_flap(ADW_FLAP(root_.get())) != FALSE;
+}
+
+void ReaderScreen::setSidebarVisibility(SidebarVisibility visibility) {
+  adw_flap_set_reveal_flap(ADW_FLAP(root_.get()), visibility == SidebarVisibility::visible);
+}
+
+void ReaderScreen::toggleSidebar() {
+  setSidebarVisibility(sidebarIsVisible() ? SidebarVisibility::hidden : SidebarVisibility::visible);
+}
+
+void ReaderScreen::toggleBookmark() {
+  async::spawn(toggleBookmarkCommand(session_, lifetime_));
+}
+
+async::Task<void> ReaderScreen::toggleBookmarkCommand(std::shared_ptr<ReaderSession> session,
+                                                      std::weak_ptr<ReaderScreen*> screen) {
+  std::optional<BookmarkFeedback> feedback;
+  try {
+    const std::optional<BookmarkToggle> toggle = co_await session->toggleBookmark();
+    if (toggle) {
+      feedback =
+          *toggle == BookmarkToggle::added ? BookmarkFeedback::added : BookmarkFeedback::removed;
+    }
+  } catch (const ReaderError&) {
+    feedback = BookmarkFeedback::failed;
+  }
+  const auto alive = screen.lock();
+  if (alive && feedback) (*alive)->showBookmarkFeedback(*feedback);
+}
+
+void ReaderScreen::showBookmarkFeedback(BookmarkFeedback feedback) {
+  bookmarkFeedback_ = feedback;
+  const std::uint64_t generation = ++bookmarkFeedbackGeneration_;
+  const std::string text = bookmarkFeedbackText(feedback);
+  views::setLabelText(feedbackLabel_, text);
+  gtk_image_set_from_icon_name(GTK_IMAGE(feedbackIcon_), bookmarkFeedbackIconName(feedback));
+  views::setAccessibleLabel(feedbackRevealer_, text);
+  gtk_revealer_set_reveal_child(GTK_REVEALER(feedbackRevealer_), TRUE);
+  // A newer note restarts the clock: the older sleep is interrupted and clears nothing.
+  if (bookmarkFeedbackTimer_) bookmarkFeedbackTimer_->request_stop();
+  bookmarkFeedbackTimer_.emplace();
+  async::spawn(clearFeedbackLater(lifetime_, generation), bookmarkFeedbackTimer_->get_token());
+}
+
+async::Task<void> ReaderScreen::clearFeedbackLater(std::weak_ptr<ReaderScreen*> screen,
+                                                   std::uint64_t generation) {
+  co_await async::sleepFor(kBookmarkFeedbackDuration);
+  if (const auto alive = screen.lock()) (*alive)->clearBookmarkFeedback(generation);
+}
+
+void ReaderScreen::clearBookmarkFeedback(std::uint64_t generation) {
+  if (generation != bookmarkFeedbackGeneration_) return;
+  bookmarkFeedback_.reset();
+  gtk_revealer_set_reveal_child(GTK_REVEALER(feedbackRevealer_), FALSE);
+}
+
+void ReaderScreen::highlightSelection() {
+  views::runSessionCommand(session_, [](ReaderSession& session) { return session.addHighlight(); });
+}
+
+GtkWindow* ReaderScreen::window() const {
+  GtkRoot* root = gtk_widget_get_root(root_.get());
+  return root != nullptr && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
+}
+
+void ReaderScreen::presentClearReadingDataConfirmation() {
+  if (clearDialog_) return;
+  GtkWidget* dialog = adw_message_dialog_new(
+      window(), "Delete Reading Progress and Annotations?",
+      "This permanently deletes this book\u2019s reading position, bookmarks, highlights, and "
+      "notes. The EPUB file and cached book files are not removed.");
+  clearDialog_ = views::WidgetHandle::retain(dialog);
+  adw_message_dialog_add_responses(ADW_MESSAGE_DIALOG(dialog), "cancel", "Cancel", "delete",
+                                   "Delete Reading History", nullptr);
+  adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), "delete",
+                                             ADW_RESPONSE_DESTRUCTIVE);
+  adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
+  adw_message_dialog_set_close_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
+  dialogConnections_.add(dialog, "response", G_CALLBACK(onClearResponse), this);
+  gtk_window_present(GTK_WINDOW(dialog));
+}
+
+void ReaderScreen::onClearResponse(GtkWidget*, const char* response, gpointer self) {
+  auto* screen = static_cast<ReaderScreen*>(self);
+  // The dialog closes itself after the response.
+  screen->clearDialog_.reset();
+  if (std::string_view(response) == "delete") {
+    views::runSessionCommand(screen->session_,
+                             [](ReaderSession& session) { return session.clearReadingData(); });
+  }
+}
+
+void ReaderScreen::showPendingRemoval() {
+  const std::optional<Annotation>& pending = session_->annotationPendingRemoval().value();
+  if (!pending || removalDialog_) return;
+  GtkWidget* dialog =
+      adw_message_dialog_new(window(), "Remove Highlight and Note?",
+                             "This also deletes the note attached to this highlight.");
+  removalDialog_ = views::WidgetHandle::retain(dialog);
+  adw_message_dialog_add_responses(ADW_MESSAGE_DIALOG(dialog), "cancel", "Cancel", "remove",
+                                   "Remove", nullptr);
+  adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), "remove",
+                                             ADW_RESPONSE_DESTRUCTIVE);
+  adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
+  adw_message_dialog_set_close_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
+  dialogConnections_.add(dialog, "response", G_CALLBACK(onRemovalResponse), this);
+  gtk_window_present(GTK_WINDOW(dialog));
+}
+
+void ReaderScreen::onRemovalResponse(GtkWidget*, const char* response, gpointer self) {
+  auto* screen = static_cast<ReaderScreen*>(self);
+  screen->removalDialog_.reset();
+  if (std::string_view(response) == "remove") {
+    views::runSessionCommand(screen->session_, [](ReaderSession& session) {
+      return session.confirmAnnotationRemoval();
+    });
+  } else {
+    screen->session_->cancelAnnotationRemoval();
+  }
+}
+
+std::shared_ptr<AnnotationNoteEditor> ReaderScreen::makeNoteEditor(
+    const Annotation& annotation, std::shared_ptr<AnnotationNoteEditor>& slot) {
+  const auto draft = noteDrafts_.find(annotation.id);
+  std::string text = draft != noteDrafts_.end() ? draft->second : annotation.note.value_or("");
+  AnnotationNoteEditor::Callbacks callbacks;
+  callbacks.save = [session = session_, annotation](std::string note) {
+    return saveNoteCommand(session, annotation, std::move(note));
+  };
+  callbacks.draftChanged = [this, id = annotation.id](const std::string& changed) {
+    noteDrafts_[id] = changed;
+  };
+  std::shared_ptr<AnnotationNoteEditor>* editorSlot = &slot;
+  callbacks.finished = [this, id = annotation.id, editorSlot,
+                        inlineForm =
+                            &slot == &inlineNoteEditor_](AnnotationNoteEditor::Ending ending) {
+    if (ending == AnnotationNoteEditor::Ending::saved) noteDrafts_.erase(id);
+    editorSlot->reset();
+    if (inlineForm) session_->endNoteEditing();
+  };
+  // The editor's callbacks point back here; the screen drops its editors before it goes.
+  slot =
+      AnnotationNoteEditor::create(annotation.selectedText, std::move(text), std::move(callbacks));
+  return slot;
+}
+
+void ReaderScreen::presentNoteEditor(const Annotation& annotation) {
+  makeNoteEditor(annotation, noteSheet_)->presentInDialog(window());
+}
+
+void ReaderScreen::showNoteEditingRequest() {
+  const std::optional<ReaderAnnotationContextMenuRequest>& request =
+      session_->noteEditingRequest().value();
+  if (!request) {
+    inlineNoteEditor_.reset();
+    return;
+  }
+  const std::vector<Annotation>& annotations = session_->annotations().value();
+  const auto found = std::find_if(annotations.begin(), annotations.end(), [&](const Annotation& a) {
+    return a.id == request->annotationID;
+  });
+  if (found == annotations.end()) return;
+  const GdkRectangle point{static_cast<int>(request->x), static_cast<int>(request->y), 1, 1};
+  makeNoteEditor(*found, inlineNoteEditor_)->presentInPopover(overlay_, point);
+}
+
+void ReaderScreen::showPageLabel() {
+  const std::optional<std::string> label = session_->pageLabel();
+  gtk_widget_set_visible(pageLabelPill_, label.has_value());
+  views::setLabelText(pageLabel_, label.value_or(""));
+  if (label) views::setAccessibleLabel(pageLabelPill_, *label);
+}
+
+void ReaderScreen::showError() {
+  const std::optional<ReaderError>& error = session_->error().value();
+  gtk_widget_set_visible(errorBanner_, error.has_value());
+  views::setLabelText(errorLabel_, error ? error->userMessage() : "");
+}
+
+void ReaderScreen::showSelectionCallout() {
+  gtk_widget_set_visible(selectionCallout_, session_->currentSelectionRect().value().has_value());
+  gtk_widget_queue_allocate(overlay_);
+}
+
+bool ReaderScreen::placeSelectionCallout(GdkRectangle* allocation) const {
+  const std::optional<ReaderSelectionRect>& rect = session_->currentSelectionRect().value();
+  if (!rect) return false;
+  int width = 0;
+  int height = 0;
+  gtk_widget_measure(selectionCallout_, GTK_ORIENTATION_HORIZONTAL, -1, nullptr, &width, nullptr,
+                     nullptr);
+  gtk_widget_measure(selectionCallout_, GTK_ORIENTATION_VERTICAL, width, nullptr, &height, nullptr,
+                     nullptr);
+  const int overlayWidth = gtk_widget_get_width(overlay_);
+  const int overlayHeight = gtk_widget_get_height(overlay_);
+  // Centred above the selection; below it when there is no room above; inside the page always.
+  const int centre = static_cast<int>(rect->x + rect->width / 2);
+  int x = centre - width / 2;
+  int y = static_cast<int>(rect->y) - height - kCalloutGap;
+  if (y < kCalloutGap) y = static_cast<int>(rect->y + rect->height) + kCalloutGap;
+  x = std::clamp(x, kCalloutGap, std::max(kCalloutGap, overlayWidth - width - kCalloutGap));
+  y = std::clamp(y, kCalloutGap, std::max(kCalloutGap, overlayHeight - height - kCalloutGap));
+  *allocation = GdkRectangle{x, y, width, height};
+  return true;
+}
+
+void ReaderScreen::onHighlightClicked(GtkButton*, gpointer self) {
+  static_cast<ReaderScreen*>(self)->highlightSelection();
+}
+
+void ReaderScreen::onFlapRevealChanged(GObject*, GParamSpec*, gpointer self) {
+  static_cast<ReaderScreen*>(self)->sidebarVisibilityChanged_.emit();
+}
+
+gboolean ReaderScreen::onGetChildPosition(GtkOverlay*, GtkWidget* child, GdkRectangle* allocation,
+                                          gpointer self) {
+  auto* screen = static_cast<ReaderScreen*>(self);
+  if (child != screen->selectionCallout_) return FALSE;
+  return screen->placeSelectionCallout(allocation) ? TRUE : FALSE;
+}
+
+}  // namespace tomekeeper

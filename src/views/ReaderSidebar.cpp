@@ -1,0 +1,397 @@
+#include "views/ReaderSidebar.h"
+
+#include <adwaita.h>
+
+#include <algorithm>
+#include <string>
+
+#include "model/TableOfContentsOutlineNode.h"
+#include "views/SessionCommand.h"
+#include "views/ViewRow.h"
+
+namespace tomekeeper {
+
+namespace {
+
+constexpr const char* kUnresolvedLocationText = "Original location unavailable";
+
+const char* stackPageName(SidebarSection section) {
+  switch (section) {
+    case SidebarSection::contents:
+      return "contents";
+    case SidebarSection::bookmarks:
+      return "bookmarks";
+    case SidebarSection::highlights:
+      return "highlights";
+  }
+  return "contents";
+}
+
+// The children of a contents row for the tree model, or none for a leaf (no disclosure).
+GListModel* createContentsChildren(gpointer item, gpointer) {
+  const auto& node = views::viewRowValueAs<TableOfContentsOutlineNode>(item);
+  if (!node.children) return nullptr;
+  GListStore* children = g_list_store_new(tomekeeper_view_row_get_type());
+  for (const TableOfContentsOutlineNode& child : *node.children) {
+    g_list_store_append(children, views::makeViewRow(child).get());
+  }
+  return G_LIST_MODEL(children);
+}
+
+void popUpRowMenu(GtkGestureClick* gesture, int, double, double, gpointer menuButton) {
+  gtk_gesture_set_state(GTK_GESTURE(gesture), GTK_EVENT_SEQUENCE_CLAIMED);
+  gtk_menu_button_popup(GTK_MENU_BUTTON(menuButton));
+}
+
+// A row with its texts in a column and a menu button holding its one context action, which a
+// secondary click on the row opens too.
+GtkWidget* makeRowWithMenu(GtkWidget* texts, const char* actionLabel, const char* actionName,
+                           const std::string& target, const char* menuAccessibleLabel) {
+  GtkWidget* box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
+  gtk_widget_set_margin_start(box, 6);
+  gtk_widget_set_margin_end(box, 6);
+  gtk_widget_set_margin_top(box, 6);
+  gtk_widget_set_margin_bottom(box, 6);
+  gtk_widget_set_hexpand(texts, TRUE);
+  gtk_box_append(GTK_BOX(box), texts);
+
+  GMenu* menu = g_menu_new();
+  GMenuItem* item = g_menu_item_new(actionLabel, nullptr);
+  g_menu_item_set_action_and_target_value(item, actionName, g_variant_new_string(target.c_str()));
+  g_menu_append_item(menu, item);
+  g_object_unref(item);
+  GtkWidget* menuButton = gtk_menu_button_new();
+  gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(menuButton), "view-more-symbolic");
+  gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(menuButton), G_MENU_MODEL(menu));
+  g_object_unref(menu);
+  gtk_widget_add_css_class(menuButton, "flat");
+  gtk_widget_set_valign(menuButton, GTK_ALIGN_CENTER);
+  gtk_widget_set_tooltip_text(menuButton, menuAccessibleLabel);
+  views::setAccessibleLabel(menuButton, menuAccessibleLabel);
+  gtk_box_append(GTK_BOX(box), menuButton);
+
+  GtkWidget* row = gtk_list_box_row_new();
+  gtk_list_box_row_set_child(GTK_LIST_BOX_ROW(row), box);
+  GtkGesture* secondaryClick = gtk_gesture_click_new();
+  gtk_gesture_single_set_button(GTK_GESTURE_SINGLE(secondaryClick), GDK_BUTTON_SECONDARY);
+  g_signal_connect(secondaryClick, "pressed", G_CALLBACK(popUpRowMenu), menuButton);
+  gtk_widget_add_controller(row, GTK_EVENT_CONTROLLER(secondaryClick));
+  return row;
+}
+
+GtkWidget* makeEmptyState(const char* title, const char* description, const char* iconName) {
+  GtkWidget* status = adw_status_page_new();
+  adw_status_page_set_title(ADW_STATUS_PAGE(status), title);
+  adw_status_page_set_description(ADW_STATUS_PAGE(status), description);
+  adw_status_page_set_icon_name(ADW_STATUS_PAGE(status), iconName);
+  gtk_widget_add_css_class(status, "compact");
+  gtk_widget_set_vexpand(status, TRUE);
+  return status;
+}
+
+GtkWidget* scrolled(GtkWidget* child) {
+  GtkWidget* window = gtk_scrolled_window_new();
+  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(window), GTK_POLICY_NEVER,
+                                 GTK_POLICY_AUTOMATIC);
+  gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(window), child);
+  gtk_widget_set_vexpand(window, TRUE);
+  return window;
+}
+
+GtkWidget* makeListBox() {
+  GtkWidget* list = gtk_list_box_new();
+  gtk_list_box_set_selection_mode(GTK_LIST_BOX(list), GTK_SELECTION_NONE);
+  gtk_list_box_set_activate_on_single_click(GTK_LIST_BOX(list), TRUE);
+  gtk_widget_add_css_class(list, "navigation-sidebar");
+  return list;
+}
+
+}  // namespace
+
+ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session)
+    : session_(std::move(session)) {
+  GtkWidget* root = gtk_box_new(GTK_ORIENTATION_VERTICAL, 6);
+  root_ = views::WidgetHandle::adopt(root);
+  gtk_widget_set_size_request(root, 240, -1);
+
+  GtkWidget* stack = gtk_stack_new();
+  stack_ = GTK_STACK(stack);
+  gtk_stack_add_titled(stack_, buildContentsPage(), "contents", "Contents");
+  gtk_stack_add_titled(stack_, buildBookmarksPage(), "bookmarks", "Bookmarks");
+  gtk_stack_add_titled(stack_, buildHighlightsPage(), "highlights", "Highlights");
+
+  GtkWidget* switcher = gtk_stack_switcher_new();
+  gtk_stack_switcher_set_stack(GTK_STACK_SWITCHER(switcher), stack_);
+  gtk_widget_set_halign(switcher, GTK_ALIGN_CENTER);
+  gtk_widget_set_margin_top(switcher, 6);
+  gtk_widget_set_margin_start(switcher, 6);
+  gtk_widget_set_margin_end(switcher, 6);
+  views::setAccessibleLabel(switcher, "Reader Sidebar");
+
+  gtk_box_append(GTK_BOX(root), switcher);
+  gtk_box_append(GTK_BOX(root), stack);
+  gtk_box_append(GTK_BOX(root), buildChapterButtons());
+  installActions();
+
+  connections_.add(session_->tableOfContents().changed().connect([this] { showContents(); }));
+  connections_.add(session_->bookmarks().changed().connect([this] { showBookmarks(); }));
+  connections_.add(session_->annotations().changed().connect([this] { showHighlights(); }));
+  connections_.add(
+      session_->unresolvedAnnotationIDs().changed().connect([this] { showHighlights(); }));
+  showContents();
+  showBookmarks();
+  showHighlights();
+}
+
+ReaderSidebar::~ReaderSidebar() {
+  connections_.disconnectAll();
+  gtk_widget_insert_action_group(root_.get(), "sidebar", nullptr);
+}
+
+SidebarSection ReaderSidebar::section() const {
+  const std::string name = gtk_stack_get_visible_child_name(stack_);
+  if (name == "bookmarks") return SidebarSection::bookmarks;
+  if (name == "highlights") return SidebarSection::highlights;
+  return SidebarSection::contents;
+}
+
+void ReaderSidebar::setSection(SidebarSection section) {
+  gtk_stack_set_visible_child_name(stack_, stackPageName(section));
+}
+
+GtkWidget* ReaderSidebar::buildContentsPage() {
+  contentsRoots_ = g_list_store_new(tomekeeper_view_row_get_type());
+  GtkTreeListModel* tree = gtk_tree_list_model_new(G_LIST_MODEL(contentsRoots_), FALSE, FALSE,
+                                                   createContentsChildren, nullptr, nullptr);
+  GtkSingleSelection* selection = gtk_single_selection_new(G_LIST_MODEL(tree));
+  gtk_single_selection_set_autoselect(selection, FALSE);
+  gtk_single_selection_set_can_unselect(selection, TRUE);
+
+  GtkListItemFactory* factory = gtk_signal_list_item_factory_new();
+  connections_.add(factory, "setup", G_CALLBACK(onSetupContentsRow), this);
+  connections_.add(factory, "bind", G_CALLBACK(onBindContentsRow), this);
+
+  GtkWidget* list = gtk_list_view_new(GTK_SELECTION_MODEL(selection), factory);
+  contentsList_ = GTK_LIST_VIEW(list);
+  gtk_list_view_set_single_click_activate(contentsList_, TRUE);
+  gtk_widget_add_css_class(list, "navigation-sidebar");
+  views::setAccessibleLabel(list, "Contents");
+  connections_.add(list, "activate", G_CALLBACK(onContentsActivate), this);
+  return scrolled(list);
+}
+
+GtkWidget* ReaderSidebar::buildBookmarksPage() {
+  GtkWidget* list = makeListBox();
+  bookmarkList_ = GTK_LIST_BOX(list);
+  views::setAccessibleLabel(list, "Bookmarks");
+  connections_.add(list, "row-activated", G_CALLBACK(onBookmarkRowActivated), this);
+
+  GtkWidget* pages = gtk_stack_new();
+  bookmarkPages_ = GTK_STACK(pages);
+  gtk_stack_add_named(bookmarkPages_, scrolled(list), "list");
+  gtk_stack_add_named(bookmarkPages_,
+                      makeEmptyState("No Bookmarks", "Add a bookmark from the reader toolbar.",
+                                     "user-bookmarks-symbolic"),
+                      "empty");
+  return pages;
+}
+
+GtkWidget* ReaderSidebar::buildHighlightsPage() {
+  GtkWidget* list = makeListBox();
+  highlightList_ = GTK_LIST_BOX(list);
+  views::setAccessibleLabel(list, "Highlights");
+  connections_.add(list, "row-activated", G_CALLBACK(onHighlightRowActivated), this);
+
+  GtkWidget* pages = gtk_stack_new();
+  highlightPages_ = GTK_STACK(pages);
+  gtk_stack_add_named(highlightPages_, scrolled(list), "list");
+  gtk_stack_add_named(
+      highlightPages_,
+      makeEmptyState("No Highlights", "Select text and use Highlight Selection in the toolbar.",
+                     "document-edit-symbolic"),
+      "empty");
+  return pages;
+}
+
+GtkWidget* ReaderSidebar::buildChapterButtons() {
+  const auto makeButton = [](const char* label, const char* iconName) {
+    GtkWidget* content = adw_button_content_new();
+    adw_button_content_set_label(ADW_BUTTON_CONTENT(content), label);
+    adw_button_content_set_icon_name(ADW_BUTTON_CONTENT(content), iconName);
+    GtkWidget* button = gtk_button_new();
+    gtk_button_set_child(GTK_BUTTON(button), content);
+    gtk_widget_add_css_class(button, "flat");
+    gtk_widget_set_hexpand(button, TRUE);
+    views::setAccessibleLabel(button, label);
+    return button;
+  };
+  previousChapterButton_ = makeButton("Previous Chapter", "media-skip-backward-symbolic");
+  nextChapterButton_ = makeButton("Next Chapter", "media-skip-forward-symbolic");
+  connections_.add(previousChapterButton_, "clicked", G_CALLBACK(onPreviousChapter), this);
+  connections_.add(nextChapterButton_, "clicked", G_CALLBACK(onNextChapter), this);
+
+  GtkWidget* box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+  gtk_widget_set_margin_start(box, 6);
+  gtk_widget_set_margin_end(box, 6);
+  gtk_widget_set_margin_bottom(box, 6);
+  gtk_box_append(GTK_BOX(box), previousChapterButton_);
+  gtk_box_append(GTK_BOX(box), nextChapterButton_);
+  return box;
+}
+
+void ReaderSidebar::installActions() {
+  actions_ = GObjectHandle<GSimpleActionGroup>::adopt(g_simple_action_group_new());
+  const auto add = [this](const char* name, GCallback callback) {
+    GSimpleAction* action = g_simple_action_new(name, G_VARIANT_TYPE_STRING);
+    connections_.add(action, "activate", callback, this);
+    g_action_map_add_action(G_ACTION_MAP(actions_.get()), G_ACTION(action));
+    g_object_unref(action);
+  };
+  add("delete-bookmark", G_CALLBACK(onDeleteBookmarkAction));
+  add("remove-highlight", G_CALLBACK(onRemoveHighlightAction));
+  gtk_widget_insert_action_group(root_.get(), "sidebar", G_ACTION_GROUP(actions_.get()));
+}
+
+void ReaderSidebar::showContents() {
+  g_list_store_remove_all(contentsRoots_);
+  for (const TableOfContentsOutlineNode& node : session_->tableOfContentsOutline()) {
+    g_list_store_append(contentsRoots_, views::makeViewRow(node).get());
+  }
+}
+
+void ReaderSidebar::showBookmarks() {
+  shownBookmarks_ = session_->bookmarks().value();
+  views::removeAllRows(bookmarkList_);
+  for (const Bookmark& bookmark : shownBookmarks_) {
+    GtkWidget* title = views::makeLabel(bookmark.title);
+    gtk_label_set_wrap(GTK_LABEL(title), FALSE);
+    gtk_label_set_ellipsize(GTK_LABEL(title), PANGO_ELLIPSIZE_END);
+    gtk_list_box_append(bookmarkList_,
+                        makeRowWithMenu(title, "Delete Bookmark", "sidebar.delete-bookmark",
+                                        bookmark.id.string(), "Bookmark Actions"));
+  }
+  gtk_stack_set_visible_child_name(bookmarkPages_, shownBookmarks_.empty() ? "empty" : "list");
+}
+
+void ReaderSidebar::showHighlights() {
+  shownAnnotations_ = session_->annotations().value();
+  const std::set<Uuid>& unresolved = session_->unresolvedAnnotationIDs().value();
+  views::removeAllRows(highlightList_);
+  for (const Annotation& annotation : shownAnnotations_) {
+    GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 2);
+    GtkWidget* excerpt = views::makeLabel(annotation.selectedText);
+    gtk_label_set_lines(GTK_LABEL(excerpt), 3);
+    gtk_label_set_ellipsize(GTK_LABEL(excerpt), PANGO_ELLIPSIZE_END);
+    gtk_box_append(GTK_BOX(texts), excerpt);
+    if (annotation.note) {
+      GtkWidget* note = views::makeLabel(*annotation.note, {"caption", "dim-label"});
+      gtk_label_set_lines(GTK_LABEL(note), 2);
+      gtk_label_set_ellipsize(GTK_LABEL(note), PANGO_ELLIPSIZE_END);
+      gtk_box_append(GTK_BOX(texts), note);
+    }
+    if (unresolved.contains(annotation.id)) {
+      GtkWidget* warning = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 4);
+      gtk_box_append(GTK_BOX(warning), gtk_image_new_from_icon_name("dialog-warning-symbolic"));
+      gtk_box_append(GTK_BOX(warning), views::makeLabel(kUnresolvedLocationText, {"caption"}));
+      gtk_widget_add_css_class(warning, "warning");
+      gtk_box_append(GTK_BOX(texts), warning);
+    }
+    gtk_list_box_append(highlightList_,
+                        makeRowWithMenu(texts, "Remove Highlight", "sidebar.remove-highlight",
+                                        annotation.id.string(), "Highlight Actions"));
+  }
+  gtk_stack_set_visible_child_name(highlightPages_, shownAnnotations_.empty() ? "empty" : "list");
+}
+
+void ReaderSidebar::activateContentsRow(guint position) {
+  auto row = GObjectHandle<GtkTreeListRow>::adopt(static_cast<GtkTreeListRow*>(
+      g_list_model_get_item(G_LIST_MODEL(gtk_list_view_get_model(contentsList_)), position)));
+  if (!row) return;
+  auto item =
+      GObjectHandle<GObject>::adopt(static_cast<GObject*>(gtk_tree_list_row_get_item(row.get())));
+  const auto& node = views::viewRowValueAs<TableOfContentsOutlineNode>(item.get());
+  views::runSessionCommand(session_, [href = node.item.href](ReaderSession& session) {
+    return session.goToTableOfContentsEntry(href);
+  });
+}
+
+void ReaderSidebar::activateBookmarkRow(int index) {
+  if (index < 0 || static_cast<std::size_t>(index) >= shownBookmarks_.size()) return;
+  views::runSessionCommand(session_, [bookmark = shownBookmarks_[index]](ReaderSession& session) {
+    return session.goToBookmark(bookmark);
+  });
+}
+
+void ReaderSidebar::activateHighlightRow(int index) {
+  if (index < 0 || static_cast<std::size_t>(index) >= shownAnnotations_.size()) return;
+  views::runSessionCommand(session_,
+                           [annotation = shownAnnotations_[index]](ReaderSession& session) {
+                             return session.goToAnnotation(annotation);
+                           });
+}
+
+void ReaderSidebar::deleteBookmark(const std::string& id) {
+  const auto found =
+      std::find_if(shownBookmarks_.begin(), shownBookmarks_.end(),
+                   [&](const Bookmark& bookmark) { return bookmark.id.string() == id; });
+  if (found == shownBookmarks_.end()) return;
+  views::runSessionCommand(session_, [bookmark = *found](ReaderSession& session) {
+    return session.removeBookmark(bookmark);
+  });
+}
+
+void ReaderSidebar::removeHighlight(const std::string& id) {
+  if (const auto uuid = Uuid::fromString(id)) session_->requestAnnotationRemoval(*uuid);
+}
+
+void ReaderSidebar::onContentsActivate(GtkListView*, guint position, gpointer self) {
+  static_cast<ReaderSidebar*>(self)->activateContentsRow(position);
+}
+
+void ReaderSidebar::onBookmarkRowActivated(GtkListBox*, GtkListBoxRow* row, gpointer self) {
+  static_cast<ReaderSidebar*>(self)->activateBookmarkRow(gtk_list_box_row_get_index(row));
+}
+
+void ReaderSidebar::onHighlightRowActivated(GtkListBox*, GtkListBoxRow* row, gpointer self) {
+  static_cast<ReaderSidebar*>(self)->activateHighlightRow(gtk_list_box_row_get_index(row));
+}
+
+void ReaderSidebar::onSetupContentsRow(GtkSignalListItemFactory*, GtkListItem* item, gpointer) {
+  GtkWidget* expander = gtk_tree_expander_new();
+  GtkWidget* label = gtk_label_new(nullptr);
+  gtk_label_set_xalign(GTK_LABEL(label), 0.0F);
+  gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
+  gtk_tree_expander_set_child(GTK_TREE_EXPANDER(expander), label);
+  gtk_list_item_set_child(item, expander);
+}
+
+void ReaderSidebar::onBindContentsRow(GtkSignalListItemFactory*, GtkListItem* item, gpointer) {
+  GtkTreeListRow* row = GTK_TREE_LIST_ROW(gtk_list_item_get_item(item));
+  GtkWidget* expander = gtk_list_item_get_child(item);
+  gtk_tree_expander_set_list_row(GTK_TREE_EXPANDER(expander), row);
+  auto value =
+      GObjectHandle<GObject>::adopt(static_cast<GObject*>(gtk_tree_list_row_get_item(row)));
+  const auto& node = views::viewRowValueAs<TableOfContentsOutlineNode>(value.get());
+  GtkWidget* label = gtk_tree_expander_get_child(GTK_TREE_EXPANDER(expander));
+  views::setLabelText(label, node.item.title);
+}
+
+void ReaderSidebar::onDeleteBookmarkAction(GSimpleAction*, GVariant* parameter, gpointer self) {
+  static_cast<ReaderSidebar*>(self)->deleteBookmark(g_variant_get_string(parameter, nullptr));
+}
+
+void ReaderSidebar::onRemoveHighlightAction(GSimpleAction*, GVariant* parameter, gpointer self) {
+  static_cast<ReaderSidebar*>(self)->removeHighlight(g_variant_get_string(parameter, nullptr));
+}
+
+void ReaderSidebar::onPreviousChapter(GtkButton*, gpointer self) {
+  views::runSessionCommand(static_cast<ReaderSidebar*>(self)->session_,
+                           [](ReaderSession& session) { return session.previousSection(); });
+}
+
+void ReaderSidebar::onNextChapter(GtkButton*, gpointer self) {
+  views::runSessionCommand(static_cast<ReaderSidebar*>(self)->session_,
+                           [](ReaderSession& session) { return session.nextSection(); });
+}
+
+}  // namespace tomekeeper

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <memory>
+#include <vector>
+
+#include "model/Annotation.h"
+#include "model/Bookmark.h"
+#include "session/ReaderSession.h"
+#include "views/ViewSupport.h"
+
+namespace tomekeeper {
+
+// The segment chosen in the sidebar.
+enum class SidebarSection { contents, bookmarks, highlights };
+
+// The reader screen's sidebar: a switcher titled "Reader Sidebar" over the contents tree, the
+// bookmarks and the highlights, with "Previous Chapter" and "Next Chapter" below. It shows the
+// session's `tableOfContents`, `bookmarks`, `annotations` and `unresolvedAnnotationIDs` and
+// calls its commands; the session outlives nothing here, it is kept alive by the sidebar.
+//
+// The context actions live in the action group "sidebar" on the root widget:
+// "sidebar.delete-bookmark" and "sidebar.remove-highlight", each with the record's id as a
+// string target. Main executor only; not movable, since its widgets call back into it.
+class ReaderSidebar {
+ public:
+  explicit ReaderSidebar(std::shared_ptr<ReaderSession> session);
+  ~ReaderSidebar();
+  ReaderSidebar(const ReaderSidebar&) = delete;
+  ReaderSidebar& operator=(const ReaderSidebar&) = delete;
+
+  // The root widget, owned by the sidebar; a parent adds its own reference.
+  GtkWidget* widget() const noexcept { return root_.get(); }
+
+  SidebarSection section() const;
+  void setSection(SidebarSection section);
+
+  // The parts a test or an embedding window reaches for.
+  GtkListView* contentsList() const noexcept { return contentsList_; }
+  GtkListBox* bookmarkList() const noexcept { return bookmarkList_; }
+  GtkListBox* highlightList() const noexcept { return highlightList_; }
+  GtkWidget* previousChapterButton() const noexcept { return previousChapterButton_; }
+  GtkWidget* nextChapterButton() const noexcept { return nextChapterButton_; }
+
+ private:
+  GtkWidget* buildContentsPage();
+  GtkWidget* buildBookmarksPage();
+  GtkWidget* buildHighlightsPage();
+  GtkWidget* buildChapterButtons();
+  void installActions();
+
+  void showContents();
+  void showBookmarks();
+  void showHighlights();
+
+  void activateContentsRow(guint position);
+  void activateBookmarkRow(int index);
+  void activateHighlightRow(int index);
+  void deleteBookmark(const std::string& id);
+  void removeHighlight(const std::string& id);
+
+  static void onContentsActivate(GtkListView* list, guint position, gpointer self);
+  static void onBookmarkRowActivated(GtkListBox* list, GtkListBoxRow* row, gpointer self);
+  static void onHighlightRowActivated(GtkListBox* list, GtkListBoxRow* row, gpointer self);
+  static void onSetupContentsRow(GtkSignalListItemFactory* factory, GtkListItem* item,
+                                 gpointer self);
+  static void onBindContentsRow(GtkSignalListItemFactory* factory, GtkListItem* item,
+                                gpointer self);
+  static void onDeleteBookmarkAction(GSimpleAction* action, GVariant* parameter, gpointer self);
+  static void onRemoveHighlightAction(GSimpleAction* action, GVariant* parameter, gpointer self);
+  static void onPreviousChapter(GtkButton* button, gpointer self);
+  static void onNextChapter(GtkButton* button, gpointer self);
+
+  std::shared_ptr<ReaderSession> session_;
+  views::WidgetHandle root_;
+  GtkStack* stack_ = nullptr;
+  GListStore* contentsRoots_ = nullptr;  // Owned by the tree model of contentsList_.
+  GtkListView* contentsList_ = nullptr;
+  GtkStack* bookmarkPages_ = nullptr;
+  GtkListBox* bookmarkList_ = nullptr;
+  GtkStack* highlightPages_ = nullptr;
+  GtkListBox* highlightList_ = nullptr;
+  GtkWidget* previousChapterButton_ = nullptr;
+  GtkWidget* nextChapterButton_ = nullptr;
+  GObjectHandle<GSimpleActionGroup> actions_;
+  // What the rows show, by row index.
+  std::vector<Bookmark> shownBookmarks_;
+  std::vector<Annotation> shownAnnotations_;
+  views::ViewConnections connections_;
+};
+
+}  // namespace tomekeeper

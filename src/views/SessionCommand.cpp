@@ -1,0 +1,26 @@
+#include "views/SessionCommand.h"
+
+#include "async/Spawn.h"
+#include "opening/ReaderError.h"
+
+namespace tomekeeper::views {
+
+namespace {
+
+async::Task<void> runCommand(std::shared_ptr<ReaderSession> session,
+                             std::function<async::Task<void>(ReaderSession&)> command) {
+  try {
+    co_await command(*session);
+  } catch (const ReaderError&) {
+    // Recorded by the session and shown by the screen's banner.
+  }
+}
+
+}  // namespace
+
+void runSessionCommand(std::shared_ptr<ReaderSession> session,
+                       std::function<async::Task<void>(ReaderSession&)> command) {
+  async::spawn(runCommand(std::move(session), std::move(command)));
+}
+
+}  // namespace tomekeeper::views

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "async/Task.h"
+#include "session/ReaderSession.h"
+
+namespace tomekeeper::views {
+
+// Starts `command` on the main executor and keeps `session` alive until it has finished. A
+// failure is already in the session's `error` (the banner shows it), so it is not reported
+// again; anything else that escapes is logged by spawn. Main executor only.
+void runSessionCommand(std::shared_ptr<ReaderSession> session,
+                       std::function<async::Task<void>(ReaderSession&)> command);
+
+}  // namespace tomekeeper::views
