@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "SessionTestSupport.h"
+#include "opening/OpenPerformanceTrace.h"
 
 namespace tomekeeper::testing {
 namespace {
@@ -110,6 +111,87 @@ TEST_F(ReaderSessionLifecycleTest, WithoutStoresOpensWithInitialValuesAndSendsNo
   EXPECT_FALSE(contains(stages, "open.finalCorrection"));
   EXPECT_TRUE(contains(stages, "open.afterInitialRestore"));
   EXPECT_TRUE(contains(stages, "open.ready"));
+}
+
+TEST_F(ReaderSessionLifecycleTest, WithoutStoresEveryCommandWorksInMemoryAndNothingFails) {
+  harness.create(StorePresence::none);
+  ASSERT_EQ(harness.open(), std::nullopt);
+  ReaderSession& session = *harness.session;
+  harness.runtime().handlers["currentSelection"] = [](const json&) {
+    return RuntimeAnswer::result(
+        {{"selection",
+          {{"locator", json(locatorAt(1, "/6/4!/4/2,/1:0,/1:4"))}, {"selectedText", "word"}}}});
+  };
+
+  runToEnd(session.nextPage());
+  runToEnd(session.nextSection());
+  runToEnd(session.setFontScale(TypographyFontScaleSelection::value(1.5)));
+  runToEnd(session.setReadingTheme(ReadingThemeSelection::warm));
+  runToEnd(session.setReadingMode(ReadingMode::scrolled));
+  runToEnd(session.setScrolledContentWidth(ScrolledContentWidth::wide));
+  runToEnd(session.setPageLayout(PageLayout::singlePage));
+  runToEnd(session.toggleBookmark());
+  runToEnd(session.addHighlight());
+  ASSERT_EQ(session.annotations().value().size(), 1u);
+  runToEnd(session.saveNote(session.annotations().value()[0], "a note"));
+  EXPECT_EQ(session.annotations().value()[0].note, "a note");
+  runToEnd(session.goToAnnotation(session.annotations().value()[0]));
+  runToEnd(session.clearReadingData());
+  session.close();
+  iterateFor(std::chrono::milliseconds(20));
+
+  EXPECT_EQ(session.error().value(), std::nullopt);
+  EXPECT_EQ(session.state().value(), State::closed);
+  EXPECT_EQ(session.fontScaleSelection().value(), TypographyFontScaleSelection::value(1.5));
+  EXPECT_EQ(session.readingTheme().value(), ReadingThemeSelection::warm);
+  EXPECT_EQ(session.scrolledContentWidth().value(), ScrolledContentWidth::wide);
+  EXPECT_FALSE(contains(harness.log->stages(), "navigation.saved"));
+  EXPECT_FALSE(contains(harness.log->stages(), "close.saved"));
+}
+
+TEST_F(ReaderSessionLifecycleTest, BoundTraceMeasuresTheThreeSessionStages) {
+  harness.create();
+  const auto trace = std::make_shared<OpenPerformanceTrace>();
+
+  runToEnd(OpenPerformanceTrace::bind(trace, harness.openTask()));
+
+  const auto durations = trace->state().durationsMS;
+  for (const auto stage : {OpenPerformanceTrace::Stage::runtimePreparation,
+                           OpenPerformanceTrace::Stage::publicationOpen,
+                           OpenPerformanceTrace::Stage::readerSessionReady}) {
+    EXPECT_TRUE(durations.contains(std::string(OpenPerformanceTrace::name(stage))))
+        << OpenPerformanceTrace::name(stage);
+  }
+}
+
+TEST_F(ReaderSessionLifecycleTest, FailedOpenStillEndsTheReadyStage) {
+  harness.create();
+  harness.runtime().handlers["configureTheme"] = [](const json&) {
+    return RuntimeAnswer::failure("internal-error");
+  };
+  const auto trace = std::make_shared<OpenPerformanceTrace>();
+
+  EXPECT_TRUE(failureOf(OpenPerformanceTrace::bind(trace, harness.openTask())).has_value());
+
+  EXPECT_TRUE(trace->state().durationsMS.contains(
+      std::string(OpenPerformanceTrace::name(OpenPerformanceTrace::Stage::readerSessionReady))));
+}
+
+TEST_F(ReaderSessionLifecycleTest, OpenSavedStageLogsTheLocatorAboutToBeRestored) {
+  harness.positions->locators[std::string(kFingerprint)] =
+      locatorAt(4, "/6/10[chapter-four]!/4/2[opening]/1:5", 0.5);
+  harness.create();
+
+  ASSERT_EQ(harness.open(), std::nullopt);
+
+  const std::optional<std::string> line = harness.log->lineOf("open.saved");
+  ASSERT_TRUE(line.has_value());
+  EXPECT_NE(line->find("session=" + harness.session->locationDiagnosticID() + " "),
+            std::string::npos);
+  EXPECT_NE(line->find(" spine=4 cfi=/6/10[]!/4/2[]/1:5 fraction=0.5 "), std::string::npos);
+  EXPECT_NE(line->find(" viewport=(800.0, 600.0) mode=paginated layout=adaptive"),
+            std::string::npos);
+  EXPECT_EQ(line->find("chapter-four"), std::string::npos);
 }
 
 TEST_F(ReaderSessionLifecycleTest, WithoutSavedLocatorRestoresNothing) {
