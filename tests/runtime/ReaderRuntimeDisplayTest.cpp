@@ -359,6 +359,32 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
         << what << ": \"" << before.excerpt->exact << "\" not on screen after goTo";
   }
 
+  // Saves what the web view shows as <name>.png in $TOMEKEEPER_SCREENSHOT_DIRECTORY, when that is
+  // set; otherwise does nothing. For notes and reviews, never for assertions.
+  void saveScreenshot(const std::string& name) {
+    const char* directory = std::getenv("TOMEKEEPER_SCREENSHOT_DIRECTORY");
+    if (directory == nullptr || *directory == '\0') return;
+    std::filesystem::create_directories(directory);
+    struct Outcome {
+      bool finished = false;
+      GdkTexture* texture = nullptr;
+    } outcome;
+    webkit_web_view_get_snapshot(
+        host_->webView(), WEBKIT_SNAPSHOT_REGION_VISIBLE, WEBKIT_SNAPSHOT_OPTIONS_NONE, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer data) {
+          auto* outcome = static_cast<Outcome*>(data);
+          outcome->texture =
+              webkit_web_view_get_snapshot_finish(WEBKIT_WEB_VIEW(source), result, nullptr);
+          outcome->finished = true;
+        },
+        &outcome);
+    iterateUntil([&] { return outcome.finished; }, 60s);
+    if (outcome.texture == nullptr) return;
+    const std::string path = (std::filesystem::path(directory) / (name + ".png")).string();
+    gdk_texture_save_to_png(outcome.texture, path.c_str());
+    g_object_unref(outcome.texture);
+  }
+
   testing::TemporaryDirectory directory_;
   std::shared_ptr<ReaderWebViewHost> host_;
   GtkWidget* window_ = nullptr;
@@ -381,6 +407,7 @@ TEST_F(ReaderRuntimeDisplayTest, OpensABookAndShowsItsFirstPage) {
   const json shown = visibleSection();
   ASSERT_FALSE(shown["visible"].empty()) << shown.dump();
   EXPECT_EQ(shown["visible"][0], "top");
+  saveScreenshot("first-page");
 }
 
 TEST_F(ReaderRuntimeDisplayTest, NextTurnsToTheFollowingPageOfTheSection) {
@@ -516,6 +543,7 @@ TEST_F(ReaderRuntimeDisplayTest, ADarkThemeKeepsTheFirstVisibleCharacter) {
   EXPECT_EQ(result.computedBodyBackgroundColor, "rgb(28, 28, 30)");
   EXPECT_EQ(result.computedBodyColor, "rgb(227, 227, 227)");
   expectStillShown(before, "dark theme");
+  saveScreenshot("dark-theme");
 }
 
 TEST_F(ReaderRuntimeDisplayTest, ScrolledModeKeepsTheFirstVisibleCharacter) {
@@ -525,6 +553,7 @@ TEST_F(ReaderRuntimeDisplayTest, ScrolledModeKeepsTheFirstVisibleCharacter) {
   EXPECT_EQ(result.effectiveMode, ReadingMode::scrolled);
   EXPECT_EQ(result.computedContainerOverflow, "hidden auto");
   expectStillShown(before, "scrolled mode");
+  saveScreenshot("scrolled-mode");
   // And back to pages, from where the scrolled view stands.
   const Locator scrolled = run(bridge().currentLocator());
   run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::paginated}));
@@ -537,6 +566,7 @@ TEST_F(ReaderRuntimeDisplayTest, TwoPagesASpreadKeepTheFirstVisibleCharacter) {
       run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
   EXPECT_EQ(result.effectiveColumnCount, 2);
   expectStillShown(before, "double page");
+  saveScreenshot("double-page");
   // A spread begins before the page that it holds; a single page again keeps its beginning.
   const Locator spread = run(bridge().currentLocator());
   run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::singlePage}));
@@ -665,6 +695,7 @@ TEST_F(ReaderRuntimeDisplayTest, AHighlightInASectionNotOnScreenIsPlacedAndDrawn
     return highlight ? [...highlight].map((range) => range.toString()) : [];
   )");
   EXPECT_EQ(words, json::array({"zebra marmalade"}));
+  saveScreenshot("highlight");
   const AnnotationRenderResult pulsed =
       run(bridge().pulseAnnotation(AnnotationPulseRequest{annotation.id}));
   EXPECT_TRUE(pulsed.rendered);

@@ -139,7 +139,8 @@ export class SectionView {
     const width = Math.max(1, viewport.width - 2 * viewport.margin);
     const height = viewport.height;
     const frameStyle = this.frame.style;
-    frameStyle.left = `${viewport.margin}px`;
+    // The viewport's own padding already holds the page margin on the start side.
+    frameStyle.left = '0px';
     frameStyle.width = `${width}px`;
     root.style.setProperty('writing-mode', writingMode);
     root.style.setProperty('direction', direction);
@@ -186,7 +187,8 @@ export class SectionView {
     const style = this.frame.style;
     style.width = `${width}px`;
     style.height = `${height}px`;
-    style.left = `${Math.max(0, (viewport.width - width * scale) / 2)}px`;
+    // Centred in the whole viewport; the stage starts after the viewport's padding.
+    style.left = `${Math.max(0, (viewport.width - width * scale) / 2) - viewport.margin}px`;
     style.top = `${Math.max(0, (viewport.height - height * scale) / 2)}px`;
     style.transform = `scale(${scale})`;
     this.geometry = { axis: 'horizontal', progression: 'forward', pageSize: width, gap: 0 };
