@@ -184,6 +184,37 @@ TEST_F(AnnotationNoteEditorDisplayTest, KeepsTheDraftAndShowsTheFailureWhenTheSa
   EXPECT_EQ(session->annotations()->front().note, "A note that will not save");
 }
 
+// Real key events through the X server (xdotool), so that the text view's own handling of
+// Shift+Enter is what makes the new line.
+TEST_F(AnnotationNoteEditorDisplayTest, TypedShiftEnterMakesANewLineAndTypedEnterSaves) {
+  gchar* xdotool = g_find_program_in_path("xdotool");
+  if (xdotool == nullptr) GTEST_SKIP() << "xdotool is not installed";
+  g_free(xdotool);
+  if (std::string(G_OBJECT_TYPE_NAME(gdk_display_get_default())) != "GdkX11Display")
+    GTEST_SKIP() << "not an X11 display";
+  openEditor("line");
+  GtkTextBuffer* buffer = gtk_text_view_get_buffer(GTK_TEXT_VIEW(editor->textView()));
+  GtkTextIter end;
+  gtk_text_buffer_get_end_iter(buffer, &end);
+  gtk_text_buffer_place_cursor(buffer, &end);
+  ASSERT_TRUE(waitUntil([&] { return gtk_widget_has_focus(editor->textView()); }));
+  const auto type = [](const char* keys) {
+    const std::string command = std::string("xdotool key --delay 20 ") + keys;
+    gint status = 0;
+    ASSERT_TRUE(g_spawn_command_line_sync(command.c_str(), nullptr, nullptr, &status, nullptr));
+  };
+
+  type("shift+Return x");
+  ASSERT_TRUE(waitUntil([&] { return editor->draft() == "line\nx"; }));
+  EXPECT_EQ(countText(), "6 / 4000");
+  EXPECT_EQ(saveCalls, 0);
+
+  type("Return");
+  ASSERT_TRUE(waitUntil([&] { return !endings.empty(); }));
+  EXPECT_EQ(endings.front(), AnnotationNoteEditor::Ending::saved);
+  EXPECT_EQ(session->annotations()->front().note, "line\nx");
+}
+
 TEST_F(AnnotationNoteEditorDisplayTest, OpensAsADialog) {
   AnnotationNoteEditor::Callbacks callbacks;
   callbacks.finished = [this](AnnotationNoteEditor::Ending ending) { endings.push_back(ending); };

@@ -138,6 +138,11 @@ TEST_F(ReaderSidebarDisplayTest, MarksAnUnresolvedHighlightAndRemovesOneFromItsC
   EXPECT_TRUE(showsText(lostRow, "Original location unavailable"));
   EXPECT_EQ(firstMenuLabel(menuButtonOf(GTK_LIST_BOX_ROW(lostRow))), "Remove Highlight");
 
+  // Activating a row goes to the highlight and pulses it.
+  g_signal_emit_by_name(list, "row-activated", GTK_LIST_BOX_ROW(placedRow));
+  ASSERT_TRUE(waitUntil([&] { return host->runtime.count("pulseAnnotation") == 1; }));
+  EXPECT_EQ(host->runtime.payloads("goTo").back()["locator"].get<Locator>(), placed.locator);
+
   // Without a note the highlight goes at once.
   gtk_widget_activate_action(lostRow, "sidebar.remove-highlight", "s", lost.id.string().c_str());
   ASSERT_TRUE(waitUntil([&] { return session->annotations()->size() == 1; }));
