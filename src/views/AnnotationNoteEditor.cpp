@@ -3,6 +3,7 @@
 #include <adwaita.h>
 
 #include <exception>
+#include <memory>
 
 #include "async/MainContext.h"
 #include "async/Spawn.h"
@@ -100,10 +101,9 @@ std::string AnnotationNoteEditor::draft() const {
   GtkTextIter start;
   GtkTextIter end;
   gtk_text_buffer_get_bounds(buffer, &start, &end);
-  char* text = gtk_text_buffer_get_text(buffer, &start, &end, FALSE);
-  std::string result = text;
-  g_free(text);
-  return result;
+  const std::unique_ptr<char, decltype(&g_free)> text(
+      gtk_text_buffer_get_text(buffer, &start, &end, FALSE), &g_free);
+  return text.get();
 }
 
 void AnnotationNoteEditor::setDraft(const std::string& draft) {

@@ -55,15 +55,14 @@ GtkWidget* makeRowWithMenu(GtkWidget* texts, const char* actionLabel, const char
   gtk_widget_set_hexpand(texts, TRUE);
   gtk_box_append(GTK_BOX(box), texts);
 
-  GMenu* menu = g_menu_new();
-  GMenuItem* item = g_menu_item_new(actionLabel, nullptr);
-  g_menu_item_set_action_and_target_value(item, actionName, g_variant_new_string(target.c_str()));
-  g_menu_append_item(menu, item);
-  g_object_unref(item);
+  const auto menu = GObjectHandle<GMenu>::adopt(g_menu_new());
+  const auto item = GObjectHandle<GMenuItem>::adopt(g_menu_item_new(actionLabel, nullptr));
+  g_menu_item_set_action_and_target_value(item.get(), actionName,
+                                          g_variant_new_string(target.c_str()));
+  g_menu_append_item(menu.get(), item.get());
   GtkWidget* menuButton = gtk_menu_button_new();
   gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(menuButton), "view-more-symbolic");
-  gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(menuButton), G_MENU_MODEL(menu));
-  g_object_unref(menu);
+  gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(menuButton), G_MENU_MODEL(menu.get()));
   gtk_widget_add_css_class(menuButton, "flat");
   gtk_widget_set_valign(menuButton, GTK_ALIGN_CENTER);
   gtk_widget_set_tooltip_text(menuButton, menuAccessibleLabel);
@@ -242,10 +241,10 @@ GtkWidget* ReaderSidebar::buildChapterButtons() {
 void ReaderSidebar::installActions() {
   actions_ = GObjectHandle<GSimpleActionGroup>::adopt(g_simple_action_group_new());
   const auto add = [this](const char* name, GCallback callback) {
-    GSimpleAction* action = g_simple_action_new(name, G_VARIANT_TYPE_STRING);
-    connections_.add(action, "activate", callback, this);
-    g_action_map_add_action(G_ACTION_MAP(actions_.get()), G_ACTION(action));
-    g_object_unref(action);
+    const auto action =
+        GObjectHandle<GSimpleAction>::adopt(g_simple_action_new(name, G_VARIANT_TYPE_STRING));
+    connections_.add(action.get(), "activate", callback, this);
+    g_action_map_add_action(G_ACTION_MAP(actions_.get()), G_ACTION(action.get()));
   };
   add("delete-bookmark", G_CALLBACK(onDeleteBookmarkAction));
   add("remove-highlight", G_CALLBACK(onRemoveHighlightAction));

@@ -35,20 +35,18 @@ class AnnotationNoteEditorDisplayTest : public ViewsDisplayTest {
   }
 
   GtkEventController* captureKeyController() const {
-    GListModel* controllers = gtk_widget_observe_controllers(editor->textView());
-    GtkEventController* found = nullptr;
-    for (guint index = 0; index < g_list_model_get_n_items(controllers) && found == nullptr;
-         ++index) {
-      auto* controller =
-          static_cast<GtkEventController*>(g_list_model_get_item(controllers, index));
-      if (GTK_IS_EVENT_CONTROLLER_KEY(controller) &&
-          gtk_event_controller_get_propagation_phase(controller) == GTK_PHASE_CAPTURE) {
-        found = controller;
+    const auto controllers =
+        GObjectHandle<GListModel>::adopt(gtk_widget_observe_controllers(editor->textView()));
+    for (guint index = 0; index < g_list_model_get_n_items(controllers.get()); ++index) {
+      const auto controller = GObjectHandle<GtkEventController>::adopt(
+          static_cast<GtkEventController*>(g_list_model_get_item(controllers.get(), index)));
+      if (GTK_IS_EVENT_CONTROLLER_KEY(controller.get()) &&
+          gtk_event_controller_get_propagation_phase(controller.get()) == GTK_PHASE_CAPTURE) {
+        // The text view keeps its own reference.
+        return controller.get();
       }
-      g_object_unref(controller);
     }
-    g_object_unref(controllers);
-    return found;
+    return nullptr;
   }
 
   // Delivers a key press to the text view's key handling as GTK does, and answers whether it
