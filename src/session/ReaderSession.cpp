@@ -141,9 +141,21 @@ ReaderError ReaderSession::recordFailure(const std::exception_ptr& failure) {
 
 void ReaderSession::failOpen(const std::exception_ptr& failure) {
   ReaderError error = ReaderError::from(failure);
-  error_.set(error);
-  state_.set(State::failed);
+  // A close during the open has already emptied the session; it stays closed, and the open's
+  // caller still learns why the open ended.
+  if (state_.value() != State::closed) {
+    error_.set(error);
+    state_.set(State::failed);
+  }
   throw error;
+}
+
+void ReaderSession::throwIfClosedDuringOpen() const {
+  // After a close, the next bridge call of the open would fail on the closed host; a step that
+  // had only been waiting for a store ends the open the same way, before it refills a property.
+  if (state_.value() == State::closed) {
+    throw ReaderBridgeFailure(ReaderBridgeFailure::Case::readerClosed);
+  }
 }
 
 async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
@@ -199,6 +211,7 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
     std::optional<Locator> restored = initialLocator;
     if (!restored && positionRepository_ && fingerprint_) {
       restored = co_await positionRepository_->locator(*fingerprint_);
+      throwIfClosedDuringOpen();
     }
     if (restored) {
       logLocation("open.saved", restored);
@@ -220,6 +233,7 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
         recordFailure(std::current_exception());
         loaded.clear();
       }
+      throwIfClosedDuringOpen();
       bookmarks_.set(std::move(loaded));
     }
 
@@ -263,10 +277,13 @@ async::Task<void> ReaderSession::loadAndSendAnnotations() {
       recordFailure(std::current_exception());
       loaded.clear();
     }
+    throwIfClosedDuringOpen();
     annotations_.set(std::move(loaded));
   }
   const std::vector<Annotation> toSend = annotations_.value();
   for (const Annotation& annotation : toSend) {
+    // A refused annotation does not end the open, but a closed session does.
+    throwIfClosedDuringOpen();
     std::exception_ptr failure;
     try {
       co_await sendAnnotation(annotation);
@@ -274,6 +291,7 @@ async::Task<void> ReaderSession::loadAndSendAnnotations() {
       failure = std::current_exception();
     }
     if (failure) {
+      throwIfClosedDuringOpen();
       std::set<Uuid> unresolved = unresolvedAnnotationIDs_.value();
       unresolved.insert(annotation.id);
       unresolvedAnnotationIDs_.set(std::move(unresolved));
@@ -337,6 +355,7 @@ async::Task<void> ReaderSession::applyStoredPreferences() {
       recordFailure(std::current_exception());
       width = ScrolledContentWidth::comfortable;
     }
+    throwIfClosedDuringOpen();
     scrolledContentWidth_.set(width);
   }
   if (readingMode_.value() == ReadingMode::scrolled) {

@@ -243,6 +243,8 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   // preferences, restores the position once more and ends `ready`. A failure of a step that
   // the book cannot do without ends in `failed` and throws the ReaderError (also in `error`);
   // a broken bookmark, highlight or preference store only sets `error` and the open goes on.
+  // A close() while the open runs ends it with a thrown ReaderError, and the session stays
+  // `closed` with nothing of the book refilled.
   async::Task<void> open(PublicationDescriptor descriptor, std::filesystem::path extractedRoot,
                          std::filesystem::path runtimeRoot, std::optional<std::string> fingerprint,
                          std::optional<Locator> initialLocator = std::nullopt);
@@ -352,6 +354,7 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
 
   ReaderBridge& bridge() const { return *host_->bridge(); }
   [[noreturn]] void failOpen(const std::exception_ptr& failure);
+  void throwIfClosedDuringOpen() const;
   async::Task<void> loadAndSendAnnotations();
   async::Task<void> applyStoredPreferences();
 

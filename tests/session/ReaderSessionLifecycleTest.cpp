@@ -528,6 +528,30 @@ TEST_F(ReaderSessionLifecycleTest, CloseFailsARequestStillWaitingForTheRuntime) 
   EXPECT_EQ(harness.session->error().value(), std::nullopt);
 }
 
+TEST_F(ReaderSessionLifecycleTest, CloseDuringTheOpenEndsItAndTheSessionStaysClosed) {
+  harness.annotationStore->stored = {SessionHarness::annotation("first"),
+                                     SessionHarness::annotation("second")};
+  harness.create();
+  harness.runtime().handlers["addAnnotation"] = [](const json&) {
+    return RuntimeAnswer::silence();
+  };
+  const auto outcome = startCall(harness.openTask());
+  ASSERT_TRUE(iterateUntil([&] { return harness.runtime().count("addAnnotation") == 1; }));
+
+  harness.session->close();
+  ASSERT_TRUE(iterateUntil([&] { return outcome->finished; }));
+
+  ASSERT_TRUE(outcome->error);
+  EXPECT_THROW(std::rethrow_exception(outcome->error), ReaderError);
+  EXPECT_EQ(harness.session->state().value(), State::closed);
+  EXPECT_EQ(harness.session->error().value(), std::nullopt);
+  // Nothing of the book comes back into the closed session, and no more is sent.
+  EXPECT_TRUE(harness.session->annotations().value().empty());
+  EXPECT_TRUE(harness.session->unresolvedAnnotationIDs().value().empty());
+  EXPECT_EQ(harness.runtime().count("addAnnotation"), 1u);
+  EXPECT_EQ(harness.runtime().count("configureTheme"), 0u);
+}
+
 TEST_F(ReaderSessionLifecycleTest, ExternalLinkIsRememberedOnlyWhenTheDesktopOpenedIt) {
   class ScriptedOpener final : public ExternalURLOpening {
    public:
