@@ -98,6 +98,18 @@ void logOpenFailure(const std::string& diagnostic) {
   g_log_structured_array(G_LOG_LEVEL_WARNING, fields, G_N_ELEMENTS(fields));
 }
 
+// An informational line of category "DocumentOpen": shown with G_MESSAGES_DEBUG=Tomekeeper,
+// which is how the application's own tests follow what it did.
+void logOpenEvent(const std::string& message) {
+  const GLogField fields[] = {
+      {"GLIB_DOMAIN", "Tomekeeper", -1},
+      {"PRIORITY", "6", -1},
+      {"TOMEKEEPER_CATEGORY", "DocumentOpen", -1},
+      {"MESSAGE", message.c_str(), -1},
+  };
+  g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
+}
+
 DocumentOpenCoordinator::DocumentOpenCoordinator(
     Environment environment, std::shared_ptr<ShellPlatform> platform,
     std::shared_ptr<ReaderWindowFactory> windowFactory,
@@ -265,6 +277,7 @@ async::Task<void> DocumentOpenCoordinator::open(std::filesystem::path url,
   if (const auto* existing = std::get_if<ActivateExisting>(&decision)) {
     closeOpenDocumentWindow();
     registry()->activate(existing->fingerprint);
+    logOpenEvent("Brought the window of " + existing->fingerprint + " forward");
     if (recentDocumentUse == RecentDocumentUse::remember) rememberRecentDocument(url);
     co_return;
   }
@@ -325,6 +338,7 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
     std::rethrow_exception(failure);
   }
   window->setTitle(windowTitle(session->publicationTitle(), decision.sourceURL));
+  logOpenEvent("Opened the window of " + fingerprint);
 }
 
 std::string DocumentOpenCoordinator::windowTitle(const std::optional<PublicationTitle>& publication,

@@ -185,5 +185,7 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
 // Writes "Open failed: <diagnostic>" at error priority, domain "Tomekeeper", with the field
 // TOMEKEEPER_CATEGORY "DocumentOpen".
 void logOpenFailure(const std::string& diagnostic);
+// Writes `message` at info level with the same domain and category.
+void logOpenEvent(const std::string& message);
 
 }  // namespace tomekeeper

@@ -112,7 +112,10 @@ class DocumentOpenCoordinatorTest : public ::testing::Test {
     std::vector<std::string> messages;
     std::lock_guard lock(capturedLog().mutex);
     for (auto& line : capturedLog().lines) {
-      if (line["TOMEKEEPER_CATEGORY"] == "DocumentOpen") messages.push_back(line["MESSAGE"]);
+      // Error lines only: the informational ones tell of windows opened and brought forward.
+      if (line["TOMEKEEPER_CATEGORY"] == "DocumentOpen" && line["PRIORITY"] == "3") {
+        messages.push_back(line["MESSAGE"]);
+      }
     }
     return messages;
   }
