@@ -174,7 +174,7 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_widget_add_css_class(pageLabel_, "osd");
     gtk_widget_add_css_class(pageLabel_, "monospace");
     gtk_widget_add_css_class(pageLabel_, "caption");
-    gtk_widget_add_css_class(pageLabel_, "dim-label");
+    gtk_widget_add_css_class(pageLabel_, "reader-page-label");
     gtk_widget_set_halign(pageLabel_, GTK_ALIGN_CENTER);
     gtk_widget_set_valign(pageLabel_, GTK_ALIGN_END);
     gtk_widget_set_margin_bottom(pageLabel_, 12);
@@ -186,7 +186,7 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_label_set_wrap(GTK_LABEL(errorBanner_), TRUE);
     gtk_label_set_max_width_chars(GTK_LABEL(errorBanner_), 60);
     gtk_widget_add_css_class(errorBanner_, "osd");
-    gtk_widget_add_css_class(errorBanner_, "app-notification");
+    gtk_widget_add_css_class(errorBanner_, "reader-banner");
     gtk_widget_set_halign(errorBanner_, GTK_ALIGN_CENTER);
     gtk_widget_set_valign(errorBanner_, GTK_ALIGN_START);
     gtk_widget_set_margin_top(errorBanner_, 12);
@@ -361,6 +361,7 @@ class GtkOpenDocumentWindow final : public GtkShellWindow {
     adw_status_page_set_title(ADW_STATUS_PAGE(statusPage_), "Tomekeeper");
     adw_status_page_set_description(ADW_STATUS_PAGE(statusPage_), "Drop an EPUB here");
     gtk_widget_set_vexpand(statusPage_, TRUE);
+    gtk_widget_add_css_class(statusPage_, "compact");
     GtkWidget* button = gtk_button_new_with_label("Open EPUB\u2026");
     gtk_widget_add_css_class(button, "suggested-action");
     gtk_widget_add_css_class(button, "pill");

@@ -95,6 +95,7 @@ void TomekeeperApplication::handleStartup(GApplication*, gpointer data) {
 
 void TomekeeperApplication::start() {
   GtkApplication* application = GTK_APPLICATION(application_.get());
+  installStyle();
   // The application stays when its last window closes; Quit ends it.
   g_application_hold(G_APPLICATION(application));
   isHeld_ = true;
@@ -139,6 +140,25 @@ void TomekeeperApplication::start() {
   terminationSources_[1] = g_unix_signal_add(SIGINT, handleTerminationSignal, this);
   isStarted_ = true;
   delegate_->applicationDidFinishLaunching();
+}
+
+void TomekeeperApplication::installStyle() {
+  // The page label is a pill, the error banner a rounded card, both over the page.
+  static constexpr const char* kStyle =
+      ".reader-page-label { padding: 2px 10px; border-radius: 999px; }\n"
+      ".reader-banner { padding: 8px 12px; border-radius: 12px; }\n";
+  GtkCssProvider* provider = gtk_css_provider_new();
+  gtk_css_provider_load_from_data(provider, kStyle, -1);
+  gtk_style_context_add_provider_for_display(gdk_display_get_default(),
+                                             GTK_STYLE_PROVIDER(provider),
+                                             GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+  g_object_unref(provider);
+  // The application's icon beside its resources: share/icons of the build tree or the prefix.
+  if (const std::optional<std::filesystem::path> resources = applicationResourceDirectory()) {
+    const std::filesystem::path icons = (*resources / ".." / "icons").lexically_normal();
+    gtk_icon_theme_add_search_path(gtk_icon_theme_get_for_display(gdk_display_get_default()),
+                                   icons.c_str());
+  }
 }
 
 void TomekeeperApplication::installActions() {

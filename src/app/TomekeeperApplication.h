@@ -39,6 +39,7 @@ class TomekeeperApplication {
   static gboolean handleTerminationSignal(gpointer data);
 
   void start();
+  void installStyle();
   void installActions();
   void rebuildRecentMenu();
   // Saves what the next launch restores, closes every window, and ends the main loop once the
