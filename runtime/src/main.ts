@@ -2,7 +2,7 @@
 // is in place before the page's load finishes; requests that come before the body exists wait for it.
 import { AnnotationLayer } from './annotations/AnnotationLayer';
 import { BridgeTransport } from './bridge/BridgeTransport';
-import { loadText } from './publication/ResourceLoader';
+import { loadBinary, loadText } from './publication/ResourceLoader';
 import { SectionDocuments, textRoot } from './publication/SectionDocuments';
 import { Reader } from './reader/Reader';
 import { makeMethodHandlers, type ReaderOperations } from './reader/ReaderOperations';
@@ -43,6 +43,7 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
   let search: SearchRunner | undefined;
   const reader: Reader = new Reader({
     loadText,
+    loadBinary,
     viewport,
     stage,
     emitLocatorChanged: (locator) => {

@@ -38,6 +38,10 @@ export interface SpineItem {
 export interface PackageDocument {
   version: string;
   uniqueIdentifier: string | undefined;
+  // The unique identifier's text exactly as written, which the font obfuscation key is made from.
+  uniqueIdentifierText: string | undefined;
+  // The text of every dc:identifier, in document order, as written.
+  identifiers: string[];
   title: string | undefined;
   creators: string[];
   language: string | undefined;
@@ -173,6 +177,8 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
   return {
     version: root.getAttribute('version') ?? '',
     uniqueIdentifier: uniqueIdentifierElement === undefined ? undefined : (uniqueIdentifierElement.textContent ?? '').trim(),
+    uniqueIdentifierText: uniqueIdentifierElement === undefined ? undefined : (uniqueIdentifierElement.textContent ?? ''),
+    identifiers: identifiers.map((element) => element.textContent ?? ''),
     title: readTitle(metadata),
     creators: dublinCore(metadata, 'creator')
       .map((creator) => collapsedText(creator))

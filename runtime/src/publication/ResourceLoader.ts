@@ -16,3 +16,18 @@ export const loadText: TextLoader = (url) =>
     request.onerror = () => reject(new Error(`could not read ${url}`));
     request.send();
   });
+
+export type BinaryLoader = (url: string) => Promise<ArrayBuffer>;
+
+export const loadBinary: BinaryLoader = (url) =>
+  new Promise((resolve, reject) => {
+    const request = new XMLHttpRequest();
+    request.open('GET', url, true);
+    request.responseType = 'arraybuffer';
+    request.onload = () => {
+      if ((request.status === 200 || request.status === 0) && request.response instanceof ArrayBuffer) resolve(request.response);
+      else reject(new Error(`status ${request.status} for ${url}`));
+    };
+    request.onerror = () => reject(new Error(`could not read ${url}`));
+    request.send();
+  });

@@ -29,7 +29,8 @@ import { excerptAt, findExcerpt } from '../locator/Excerpt';
 import { SectionWeights, clampUnit } from '../locator/Progression';
 import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
 import { parsePackageDocument, type PackageDocument, type SpineItem } from '../publication/PackageDocument';
-import type { TextLoader } from '../publication/ResourceLoader';
+import { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
+import type { BinaryLoader, TextLoader } from '../publication/ResourceLoader';
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
 
@@ -38,10 +39,21 @@ interface OpenState {
   packageDocument: PackageDocument;
   weights: SectionWeights;
   tableOfContents: TableOfContentsItem[] | undefined;
+  fonts: ObfuscatedFonts | undefined;
+}
+
+// The root of the container that holds the package: the publication's own directory on the
+// scheme, whose first path segment is the publication's id.
+function containerRootURL(packageURL: string): string {
+  const url = new URL(packageURL);
+  const firstSegment = url.pathname.split('/')[1] ?? '';
+  return `${url.protocol}//${url.host}/${firstSegment}/`;
 }
 
 export interface ReaderEnvironment {
   loadText: TextLoader;
+  // Reads the book's obfuscated fonts; without it they are left as the book's CSS loads them.
+  loadBinary?: BinaryLoader;
   viewport: HTMLElement;
   stage: HTMLElement;
   emitLocatorChanged(locator: Locator): void;
@@ -101,12 +113,17 @@ export class Reader implements ReaderOperations {
     } catch (error) {
       throw new BridgeRequestError('package-invalid', 'the package document could not be parsed', String(error));
     }
+    let fonts: ObfuscatedFonts | undefined;
+    if (this.environment.loadBinary !== undefined) {
+      const identifiers = { uniqueIdentifier: packageDocument.uniqueIdentifierText, identifiers: packageDocument.identifiers };
+      fonts = await ObfuscatedFonts.load(containerRootURL(descriptor.packageURL), identifiers, this.environment.loadText, this.environment.loadBinary);
+    }
     this.closeSections();
     this.state = undefined;
     this.bookmarkCandidates = [];
     this.visibleBookmarks = undefined;
     this.environment.publicationOpening?.();
-    this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined };
+    this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined, fonts };
     this.applyPageChrome();
     void this.measureSectionLengths(this.state);
     const first = this.linearIndices()[0] ?? 0;
@@ -182,9 +199,12 @@ export class Reader implements ReaderOperations {
     const item = this.opened().packageDocument.spine[spineIndex];
     if (item === undefined) return Promise.reject(new BridgeRequestError('section-not-found', `no spine item ${spineIndex}`));
     const view = new SectionView(spineIndex, item.layout === 'pre-paginated');
+    const fonts = this.opened().fonts;
     const loading = view
       .load(item.url, this.environment.stage)
       .then(async () => {
+        // Restored fonts are in place before the first layout, so that it measures with them.
+        await fonts?.register(view.document);
         view.layout(this.settings, this.viewportMeasures());
         // The book's own fonts load once the laid-out text asks for them, and change the pages.
         if (await view.fontsSettled()) view.layout(this.settings, this.viewportMeasures());
