@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "SessionTestSupport.h"
+#include "SessionHarness.h"
 #include "opening/OpenPerformanceTrace.h"
 
 namespace tomekeeper::testing {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "SessionTestSupport.h"
+#include "SessionHarness.h"
 #include "session/PageLabel.h"
 
 namespace tomekeeper::testing {

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "SessionTestSupport.h"
+#include "SessionHarness.h"
 
 namespace tomekeeper::testing {
 namespace {

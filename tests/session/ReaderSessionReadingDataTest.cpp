@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "SessionTestSupport.h"
+#include "SessionHarness.h"
 
 namespace tomekeeper::testing {
 namespace {
