@@ -11,6 +11,7 @@
 #include "app/GtkShellPlatform.h"
 #include "app/PaginationKeyFilter.h"
 #include "async/Spawn.h"
+#include "views/ReaderScreen.h"
 
 namespace tomekeeper {
 
@@ -19,6 +20,7 @@ namespace {
 constexpr int kOpenDocumentWindowWidth = 560;
 constexpr int kOpenDocumentWindowHeight = 380;
 constexpr double kTextSizeStep = 0.1;
+constexpr const char* kSidebarVisibilityKey = "reader-sidebar-visibility";
 
 GtkWidget* makeMenuButton(GMenuModel* menu) {
   GtkWidget* button = gtk_menu_button_new();
@@ -146,6 +148,10 @@ class GtkReaderWindow final : public GtkShellWindow {
 
     GtkWidget* content = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     headerBar_ = adw_header_bar_new();
+    GtkWidget* sidebar = gtk_button_new_from_icon_name("sidebar-show-symbolic");
+    gtk_widget_set_tooltip_text(sidebar, "Show or hide sidebar (F9)");
+    gtk_actionable_set_action_name(GTK_ACTIONABLE(sidebar), "win.toggle-sidebar");
+    adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), sidebar);
     GtkWidget* previous = gtk_button_new_from_icon_name("go-previous-symbolic");
     gtk_widget_set_tooltip_text(previous, "Previous Page");
     gtk_actionable_set_action_name(GTK_ACTIONABLE(previous), "win.previous-page");
@@ -161,38 +167,17 @@ class GtkReaderWindow final : public GtkShellWindow {
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), fullScreen);
     gtk_box_append(GTK_BOX(content), headerBar_);
 
-    GtkWidget* overlay = gtk_overlay_new();
-    gtk_widget_set_vexpand(overlay, TRUE);
-    gtk_widget_set_hexpand(overlay, TRUE);
-    if (applicationSession && applicationSession->webView() != nullptr) {
-      GtkWidget* webView = applicationSession->webView();
-      gtk_widget_set_hexpand(webView, TRUE);
-      gtk_widget_set_vexpand(webView, TRUE);
-      gtk_overlay_set_child(GTK_OVERLAY(overlay), webView);
+    if (session_ && applicationSession->webView() != nullptr) {
+      screen_ = std::make_unique<ReaderScreen>(session_, applicationSession->webView(),
+                                               storedSidebarVisibility());
+      GtkWidget* screenWidget = screen_->widget();
+      gtk_widget_set_vexpand(screenWidget, TRUE);
+      gtk_widget_set_hexpand(screenWidget, TRUE);
+      gtk_box_append(GTK_BOX(content), screenWidget);
+      sidebarConnection_ =
+          screen_->sidebarVisibilityChanged().connect([this] { storeSidebarVisibility(); });
+      addScreenControls();
     }
-    pageLabel_ = gtk_label_new(nullptr);
-    gtk_widget_add_css_class(pageLabel_, "osd");
-    gtk_widget_add_css_class(pageLabel_, "monospace");
-    gtk_widget_add_css_class(pageLabel_, "caption");
-    gtk_widget_add_css_class(pageLabel_, "reader-page-label");
-    gtk_widget_set_halign(pageLabel_, GTK_ALIGN_CENTER);
-    gtk_widget_set_valign(pageLabel_, GTK_ALIGN_END);
-    gtk_widget_set_margin_bottom(pageLabel_, 12);
-    gtk_widget_set_can_target(pageLabel_, FALSE);
-    gtk_widget_set_visible(pageLabel_, FALSE);
-    gtk_overlay_add_overlay(GTK_OVERLAY(overlay), pageLabel_);
-
-    errorBanner_ = gtk_label_new(nullptr);
-    gtk_label_set_wrap(GTK_LABEL(errorBanner_), TRUE);
-    gtk_label_set_max_width_chars(GTK_LABEL(errorBanner_), 60);
-    gtk_widget_add_css_class(errorBanner_, "osd");
-    gtk_widget_add_css_class(errorBanner_, "reader-banner");
-    gtk_widget_set_halign(errorBanner_, GTK_ALIGN_CENTER);
-    gtk_widget_set_valign(errorBanner_, GTK_ALIGN_START);
-    gtk_widget_set_margin_top(errorBanner_, 12);
-    gtk_widget_set_visible(errorBanner_, FALSE);
-    gtk_overlay_add_overlay(GTK_OVERLAY(overlay), errorBanner_);
-    gtk_box_append(GTK_BOX(content), overlay);
     adw_application_window_set_content(ADW_APPLICATION_WINDOW(gtkWindow), content);
 
     // Before the web view sees them: Page Up and Page Down turn pages in paginated mode.
@@ -204,7 +189,6 @@ class GtkReaderWindow final : public GtkShellWindow {
     keyController_ = keys;
 
     installActions();
-    observeSession();
   }
 
   ~GtkReaderWindow() override {
@@ -213,9 +197,10 @@ class GtkReaderWindow final : public GtkShellWindow {
   }
 
  protected:
+  // The screen goes before the session closes.
   void windowClosing() override {
-    for (auto& connection : sessionConnections_) connection.disconnect();
-    sessionConnections_.clear();
+    sidebarConnection_.disconnect();
+    screen_.reset();
   }
 
  private:
@@ -253,6 +238,30 @@ class GtkReaderWindow final : public GtkShellWindow {
              gtk_window_fullscreen(gtkWindow);
            }
          }},
+        {"toggle-sidebar",
+         [](GtkReaderWindow& window) {
+           if (window.screen_) window.screen_->toggleSidebar();
+         }},
+        {"show-contents",
+         [](GtkReaderWindow& window) {
+           if (!window.screen_) return;
+           window.screen_->sidebar().setSection(SidebarSection::contents);
+           window.screen_->setSidebarVisibility(SidebarVisibility::visible);
+         }},
+        {"search",
+         [](GtkReaderWindow& window) {
+           if (window.searchButton_ != nullptr) {
+             gtk_menu_button_popup(GTK_MENU_BUTTON(window.searchButton_));
+           }
+         }},
+        {"toggle-bookmark",
+         [](GtkReaderWindow& window) {
+           if (window.screen_) window.screen_->toggleBookmark();
+         }},
+        {"highlight-selection",
+         [](GtkReaderWindow& window) {
+           if (window.screen_) window.screen_->highlightSelection();
+         }},
         {"toggle-reading-controls",
          [](GtkReaderWindow& window) {
            gtk_widget_set_visible(window.headerBar_, !gtk_widget_get_visible(window.headerBar_));
@@ -279,29 +288,64 @@ class GtkReaderWindow final : public GtkShellWindow {
     async::spawn(runSessionCommand(session_, std::move(command)));
   }
 
-  void observeSession() {
-    if (!session_) return;
-    ReaderSession& session = *session_;
-    auto refreshLabel = [this] { updatePageLabel(); };
-    sessionConnections_.push_back(session.position().changed().connect(refreshLabel));
-    sessionConnections_.push_back(session.readingMode().changed().connect(refreshLabel));
-    sessionConnections_.push_back(session.effectiveColumnCount().changed().connect(refreshLabel));
-    sessionConnections_.push_back(session.error().changed().connect([this] { updateError(); }));
-    updatePageLabel();
-    updateError();
+  void addScreenControls() {
+    searchButton_ = gtk_menu_button_new();
+    gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(searchButton_), "system-search-symbolic");
+    gtk_widget_set_tooltip_text(searchButton_, "Search this book (Ctrl+F)");
+    GtkWidget* searchPopover = gtk_popover_new();
+    gtk_popover_set_child(GTK_POPOVER(searchPopover), screen_->searchView().widget());
+    gtk_menu_button_set_popover(GTK_MENU_BUTTON(searchButton_), searchPopover);
+
+    GtkWidget* fontButton = gtk_menu_button_new();
+    gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(fontButton), "font-x-generic-symbolic");
+    gtk_widget_set_tooltip_text(fontButton, "Reading Font");
+    GtkWidget* fontPopover = gtk_popover_new();
+    gtk_popover_set_child(GTK_POPOVER(fontPopover), screen_->fontSelectionView().widget());
+    gtk_menu_button_set_popover(GTK_MENU_BUTTON(fontButton), fontPopover);
+
+    GtkWidget* bookmark = gtk_button_new_from_icon_name("bookmark-new-symbolic");
+    gtk_widget_set_tooltip_text(bookmark, "Add or remove a bookmark at this location");
+    gtk_actionable_set_action_name(GTK_ACTIONABLE(bookmark), "win.toggle-bookmark");
+    GtkWidget* highlight = gtk_button_new_from_icon_name("document-edit-symbolic");
+    gtk_widget_set_tooltip_text(highlight, "Highlight Selection");
+    gtk_actionable_set_action_name(GTK_ACTIONABLE(highlight), "win.highlight-selection");
+
+    adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), bookmark);
+    adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), highlight);
+    adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), fontButton);
+    adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), searchButton_);
   }
 
-  void updatePageLabel() {
-    const std::optional<std::string> label = session_ ? session_->pageLabel() : std::nullopt;
-    gtk_label_set_text(GTK_LABEL(pageLabel_), label ? label->c_str() : "");
-    gtk_widget_set_visible(pageLabel_, label.has_value());
+  // Each book keeps its own sidebar state, under its fingerprint; hidden when none is stored.
+  SidebarVisibility storedSidebarVisibility() const {
+    const GObjectHandle<GSettings> settings = applicationSettings();
+    if (!settings) return SidebarVisibility::hidden;
+    gboolean visible = FALSE;
+    GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
+    const bool found = g_variant_lookup(stored, identifier().c_str(), "b", &visible);
+    g_variant_unref(stored);
+    return found && visible ? SidebarVisibility::visible : SidebarVisibility::hidden;
   }
 
-  void updateError() {
-    const std::optional<ReaderError>& error =
-        session_ ? session_->error().value() : std::optional<ReaderError>();
-    gtk_label_set_text(GTK_LABEL(errorBanner_), error ? error->userMessage().c_str() : "");
-    gtk_widget_set_visible(errorBanner_, error.has_value());
+  void storeSidebarVisibility() {
+    const GObjectHandle<GSettings> settings = applicationSettings();
+    if (!settings || !screen_) return;
+    GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sb}"));
+    GVariantIter entries;
+    g_variant_iter_init(&entries, stored);
+    const char* fingerprint = nullptr;
+    gboolean visible = FALSE;
+    while (g_variant_iter_next(&entries, "{&sb}", &fingerprint, &visible)) {
+      if (identifier() != fingerprint) {
+        g_variant_builder_add(&builder, "{sb}", fingerprint, visible);
+      }
+    }
+    g_variant_builder_add(&builder, "{sb}", identifier().c_str(),
+                          screen_->sidebarIsVisible() ? TRUE : FALSE);
+    g_variant_unref(stored);
+    g_settings_set_value(settings.get(), kSidebarVisibilityKey, g_variant_builder_end(&builder));
   }
 
   static KeyEventDescription describe(KeyTransition transition, guint keyValue, guint keyCode,
@@ -333,11 +377,11 @@ class GtkReaderWindow final : public GtkShellWindow {
   std::function<bool(PageKeyDirection)> handlePaginationKey_;
   PaginationKeyFilter paginationKeys_;
   GtkWidget* headerBar_ = nullptr;
-  GtkWidget* pageLabel_ = nullptr;
-  GtkWidget* errorBanner_ = nullptr;
+  GtkWidget* searchButton_ = nullptr;
   GtkEventController* keyController_ = nullptr;
   std::vector<GObjectHandle<GSimpleAction>> actions_;
-  std::vector<sigc::connection> sessionConnections_;
+  std::unique_ptr<ReaderScreen> screen_;
+  sigc::connection sidebarConnection_;
 };
 
 // The empty window: a large title, a line that invites a drop and a button that opens the panel.

@@ -10,16 +10,9 @@
 
 namespace tomekeeper {
 
-// The window actions of a reader window, under "win.": the Reading menu's commands and their
-// accelerators are set up by the application.
-inline constexpr const char* kReaderWindowActionNames[] = {
-    "previous-page", "next-page",          "toggle-sidebar",
-    "show-contents", "decrease-text-size", "increase-text-size",
-    "search",        "toggle-fullscreen",  "toggle-reading-controls",
-};
-
-// Makes the coordinator's windows on GTK and libadwaita: the reader window (header bar with the
-// page buttons and the main menu, the session's web view, the page label and the error banner),
+// Makes the coordinator's windows on GTK and libadwaita: the reader window (a header bar with the
+// reading controls and the main menu over the reader screen, whose window actions "win." the
+// Reading menu names),
 // and the empty window that takes a dropped or chosen EPUB. Windows belong to `application` and
 // show `primaryMenu` in their header bar. Main thread only.
 class GtkReaderWindowFactory final : public ReaderWindowFactory {
