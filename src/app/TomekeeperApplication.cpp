@@ -252,7 +252,13 @@ void TomekeeperApplication::handleOpen(GApplication*, GFile** files, int count, 
 }
 
 gboolean TomekeeperApplication::handleTerminationSignal(gpointer data) {
-  static_cast<TomekeeperApplication*>(data)->quit();
+  auto* self = static_cast<TomekeeperApplication*>(data);
+  // A second signal while quitting ends the main loop at once.
+  if (self->isQuitting_) {
+    g_application_quit(G_APPLICATION(self->application_.get()));
+  } else {
+    self->quit();
+  }
   return G_SOURCE_CONTINUE;
 }
 
