@@ -50,17 +50,17 @@ void handlePanelResponse(GtkNativeDialog* dialog, int response, gpointer data) {
   auto* panel = static_cast<PanelResponse*>(data);
   std::vector<std::filesystem::path> chosen;
   if (response == GTK_RESPONSE_ACCEPT) {
-    GListModel* files = gtk_file_chooser_get_files(GTK_FILE_CHOOSER(dialog));
-    const guint count = g_list_model_get_n_items(files);
+    const auto files =
+        GObjectHandle<GListModel>::adopt(gtk_file_chooser_get_files(GTK_FILE_CHOOSER(dialog)));
+    const guint count = g_list_model_get_n_items(files.get());
     for (guint index = 0; index < count; ++index) {
-      auto file =
-          GObjectHandle<GFile>::adopt(static_cast<GFile*>(g_list_model_get_item(files, index)));
+      auto file = GObjectHandle<GFile>::adopt(
+          static_cast<GFile*>(g_list_model_get_item(files.get(), index)));
       if (char* path = g_file_get_path(file.get())) {
         chosen.emplace_back(path);
         g_free(path);
       }
     }
-    g_object_unref(files);
   }
   panel->completion->resolve(std::move(chosen));
 }
@@ -148,12 +148,11 @@ async::Task<std::vector<std::filesystem::path>> runEPUBOpenPanel(GtkWindow* pare
                                                                  FileSelection selection) {
   auto panel = GObjectHandle<GtkFileChooserNative>::adopt(gtk_file_chooser_native_new(
       "Open EPUB", parent, GTK_FILE_CHOOSER_ACTION_OPEN, "_Open", "_Cancel"));
-  GtkFileFilter* filter = gtk_file_filter_new();
-  gtk_file_filter_set_name(filter, "EPUB books");
-  gtk_file_filter_add_suffix(filter, "epub");
-  gtk_file_filter_add_mime_type(filter, kEPUBMimeType);
-  gtk_file_chooser_add_filter(GTK_FILE_CHOOSER(panel.get()), filter);
-  g_object_unref(filter);
+  const auto filter = GObjectHandle<GtkFileFilter>::adopt(gtk_file_filter_new());
+  gtk_file_filter_set_name(filter.get(), "EPUB books");
+  gtk_file_filter_add_suffix(filter.get(), "epub");
+  gtk_file_filter_add_mime_type(filter.get(), kEPUBMimeType);
+  gtk_file_chooser_add_filter(GTK_FILE_CHOOSER(panel.get()), filter.get());
   gtk_file_chooser_set_select_multiple(GTK_FILE_CHOOSER(panel.get()),
                                        selection == FileSelection::multiple);
   gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(panel.get()), parent != nullptr);

@@ -60,10 +60,9 @@ GMenu* makeReadingMenu() {
 
 void addAction(GActionMap* map, const char* name, const GVariantType* parameterType,
                GCallback callback, gpointer data) {
-  GSimpleAction* action = g_simple_action_new(name, parameterType);
-  g_signal_connect(action, "activate", callback, data);
-  g_action_map_add_action(map, G_ACTION(action));
-  g_object_unref(action);
+  const auto action = GObjectHandle<GSimpleAction>::adopt(g_simple_action_new(name, parameterType));
+  g_signal_connect(action.get(), "activate", callback, data);
+  g_action_map_add_action(map, G_ACTION(action.get()));
 }
 
 }  // namespace
@@ -102,22 +101,18 @@ void TomekeeperApplication::start() {
 
   primaryMenu_ = GObjectHandle<GMenu>::adopt(g_menu_new());
   recentMenu_ = GObjectHandle<GMenu>::adopt(g_menu_new());
-  GMenu* fileSection = g_menu_new();
-  g_menu_append(fileSection, "Open\u2026", "app.open");
-  g_menu_append_submenu(fileSection, "Open Recent", G_MENU_MODEL(recentMenu_.get()));
-  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(fileSection));
-  g_object_unref(fileSection);
-  GMenu* readingSection = g_menu_new();
-  GMenu* readingMenu = makeReadingMenu();
-  g_menu_append_submenu(readingSection, "Reading", G_MENU_MODEL(readingMenu));
-  g_object_unref(readingMenu);
-  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(readingSection));
-  g_object_unref(readingSection);
-  GMenu* applicationSection = g_menu_new();
-  g_menu_append(applicationSection, "Settings", "app.settings");
-  g_menu_append(applicationSection, "Quit", "app.quit");
-  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(applicationSection));
-  g_object_unref(applicationSection);
+  const auto fileSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(fileSection.get(), "Open\u2026", "app.open");
+  g_menu_append_submenu(fileSection.get(), "Open Recent", G_MENU_MODEL(recentMenu_.get()));
+  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(fileSection.get()));
+  const auto readingSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  const auto readingMenu = GObjectHandle<GMenu>::adopt(makeReadingMenu());
+  g_menu_append_submenu(readingSection.get(), "Reading", G_MENU_MODEL(readingMenu.get()));
+  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(readingSection.get()));
+  const auto applicationSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(applicationSection.get(), "Settings", "app.settings");
+  g_menu_append(applicationSection.get(), "Quit", "app.quit");
+  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(applicationSection.get()));
 
   platform_ = std::make_shared<GtkShellPlatform>(application);
   DocumentOpenCoordinator::Environment environment =
@@ -147,12 +142,11 @@ void TomekeeperApplication::installStyle() {
   static constexpr const char* kStyle =
       ".reader-page-label { padding: 2px 10px; border-radius: 999px; }\n"
       ".reader-banner { padding: 8px 12px; border-radius: 12px; }\n";
-  GtkCssProvider* provider = gtk_css_provider_new();
-  gtk_css_provider_load_from_data(provider, kStyle, -1);
+  const auto provider = GObjectHandle<GtkCssProvider>::adopt(gtk_css_provider_new());
+  gtk_css_provider_load_from_data(provider.get(), kStyle, -1);
   gtk_style_context_add_provider_for_display(gdk_display_get_default(),
-                                             GTK_STYLE_PROVIDER(provider),
+                                             GTK_STYLE_PROVIDER(provider.get()),
                                              GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
-  g_object_unref(provider);
   // The application's icon beside its resources: share/icons of the build tree or the prefix.
   if (const std::optional<std::filesystem::path> resources = applicationResourceDirectory()) {
     const std::filesystem::path icons = (*resources / ".." / "icons").lexically_normal();
@@ -203,20 +197,18 @@ void TomekeeperApplication::rebuildRecentMenu() {
     g_menu_append(menu, "No Recent Documents", nullptr);
     return;
   }
-  GMenu* documentSection = g_menu_new();
+  const auto documentSection = GObjectHandle<GMenu>::adopt(g_menu_new());
   for (const auto& document : documents) {
-    GMenuItem* item = g_menu_item_new(document.filename().c_str(), nullptr);
-    g_menu_item_set_action_and_target_value(item, "app.open-recent",
+    const auto item =
+        GObjectHandle<GMenuItem>::adopt(g_menu_item_new(document.filename().c_str(), nullptr));
+    g_menu_item_set_action_and_target_value(item.get(), "app.open-recent",
                                             g_variant_new_string(document.c_str()));
-    g_menu_append_item(documentSection, item);
-    g_object_unref(item);
+    g_menu_append_item(documentSection.get(), item.get());
   }
-  g_menu_append_section(menu, nullptr, G_MENU_MODEL(documentSection));
-  g_object_unref(documentSection);
-  GMenu* clearSection = g_menu_new();
-  g_menu_append(clearSection, "Clear Menu", "app.clear-recent");
-  g_menu_append_section(menu, nullptr, G_MENU_MODEL(clearSection));
-  g_object_unref(clearSection);
+  g_menu_append_section(menu, nullptr, G_MENU_MODEL(documentSection.get()));
+  const auto clearSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(clearSection.get(), "Clear Menu", "app.clear-recent");
+  g_menu_append_section(menu, nullptr, G_MENU_MODEL(clearSection.get()));
 }
 
 void TomekeeperApplication::handleActivate(GApplication* application, gpointer data) {
