@@ -200,6 +200,14 @@ TEST_F(ApplicationDisplayTest, OpensBookInWindowTitledWithItsTitleAndAuthor) {
   ApplicationProcess application(home, {book.string()}, logFile);
   ASSERT_TRUE(waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 1; })) << log();
   EXPECT_EQ(log().find("Open failed"), std::string::npos) << log();
+  // The book joins the desktop's recent documents as an EPUB of this application.
+  const std::filesystem::path recent = home / "data" / "recently-used.xbel";
+  EXPECT_TRUE(waitUntil([&] {
+    const std::string entries = readFile(recent);
+    return entries.find("book.epub") != std::string::npos &&
+           entries.find("application/epub+zip") != std::string::npos &&
+           entries.find("Tomekeeper") != std::string::npos;
+  })) << readFile(recent);
 }
 
 TEST_F(ApplicationDisplayTest, OpeningTheSameBookAgainBringsItsOneWindowForward) {
