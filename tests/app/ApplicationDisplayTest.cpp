@@ -108,6 +108,8 @@ class ApplicationProcess {
   ApplicationProcess(const ApplicationProcess&) = delete;
   ApplicationProcess& operator=(const ApplicationProcess&) = delete;
 
+  GPid pid() const { return pid_; }
+
   void terminate() const {
     if (pid_ != 0) kill(pid_, SIGTERM);
   }
@@ -177,6 +179,57 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
   return count;
 }
 
+// Focuses the visible window of process `pid` and types `keys` into it through the X server,
+// as a person would. (xdotool cannot match a title that is not Latin-1, so the process.)
+bool typeInto(GPid pid, const std::vector<std::string>& keys) {
+  std::vector<std::string> command = {
+      "xdotool",         "search", "--all",       "--onlyvisible", "--pid", std::to_string(pid),
+      "--name",          ".",      "windowfocus", "--sync",        "%1",    "key",
+      "--clearmodifiers"};
+  command.insert(command.end(), keys.begin(), keys.end());
+  std::vector<char*> argv;
+  for (auto& argument : command) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  int status = 0;
+  char* errors = nullptr;
+  const bool ran =
+      g_spawn_sync(nullptr, argv.data(), nullptr,
+                   static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL),
+                   nullptr, nullptr, nullptr, &errors, &status, nullptr) &&
+      g_spawn_check_wait_status(status, nullptr);
+  if (!ran) ADD_FAILURE() << "xdotool: " << (errors != nullptr ? errors : "");
+  g_free(errors);
+  return ran;
+}
+
+constexpr const char* kThreeChapterPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:7a3e2b14-9c0d-4f61-8e25-1b6c4d9f0a37</dc:identifier>
+    <dc:title>Title</dc:title>
+    <dc:creator>Author</dc:creator>
+    <dc:language>en</dc:language>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+    <item id="chapter1" href="chapter1.xhtml" media-type="application/xhtml+xml"/>
+    <item id="chapter2" href="chapter2.xhtml" media-type="application/xhtml+xml"/>
+    <item id="chapter3" href="chapter3.xhtml" media-type="application/xhtml+xml"/>
+  </manifest>
+  <spine>
+    <itemref idref="chapter1"/>
+    <itemref idref="chapter2"/>
+    <itemref idref="chapter3"/>
+  </spine>
+</package>
+)";
+
+std::string chapter(const std::string& name) {
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<html xmlns="http://www.w3.org/1999/xhtml"><head><title>)" +
+         name + "</title></head>\n<body><p>The chapter called " + name + ".</p></body></html>\n";
+}
+
 class ApplicationDisplayTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -241,6 +294,46 @@ TEST_F(ApplicationDisplayTest, QuitAndRelaunchRestoresTheOpenBook) {
   ApplicationProcess relaunched(home, {}, logFile);
   ASSERT_TRUE(waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 1; })) << log();
   EXPECT_EQ(visibleWindowsTitled("Tomekeeper"), 0);
+}
+
+TEST_F(ApplicationDisplayTest, PageKeysTurnPagesAndTheRelaunchKeepsThePlace) {
+  EpubBuilder()
+      .replaceFile(EpubBuilder::kPackageDocumentPath, kThreeChapterPackageDocument)
+      .replaceFile("OEBPS/chapter1.xhtml", chapter("One"))
+      .addFile("OEBPS/chapter2.xhtml", chapter("Two"))
+      .addFile("OEBPS/chapter3.xhtml", chapter("Three"))
+      .writeTo(book);
+  const std::filesystem::path publications = home / "data" / "tomekeeper" / "Publications";
+  auto savedPosition = [&] {
+    std::string positions;
+    if (!std::filesystem::is_directory(publications)) return positions;
+    for (const auto& entry : std::filesystem::directory_iterator(publications)) {
+      positions += readFile(entry.path() / "reading-position.json");
+    }
+    return positions;
+  };
+  {
+    ApplicationProcess application(home, {book.string()}, logFile);
+    ASSERT_TRUE(waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 1; })) << log();
+    // Each chapter is one page: Page Down and Ctrl+] each go on to the next chapter.
+    ASSERT_TRUE(typeInto(application.pid(), {"Next"}));
+    ASSERT_TRUE(waitUntil([&] {
+      return savedPosition().find("chapter2.xhtml") != std::string::npos;
+    })) << savedPosition();
+    ASSERT_TRUE(typeInto(application.pid(), {"ctrl+bracketright"}));
+    ASSERT_TRUE(waitUntil([&] {
+      return savedPosition().find("chapter3.xhtml") != std::string::npos;
+    })) << savedPosition();
+    application.terminate();
+    ASSERT_TRUE(application.waitForExit().has_value());
+  }
+  ApplicationProcess relaunched(home, {}, logFile);
+  ASSERT_TRUE(waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 1; })) << log();
+  ASSERT_TRUE(typeInto(relaunched.pid(), {"Prior"}));
+  // Back from the restored third chapter, not from the first.
+  EXPECT_TRUE(waitUntil([&] {
+    return savedPosition().find("chapter2.xhtml") != std::string::npos;
+  })) << savedPosition();
 }
 
 }  // namespace
