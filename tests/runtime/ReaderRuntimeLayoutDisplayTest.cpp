@@ -14,7 +14,10 @@ using namespace std::chrono_literals;
 using json = nlohmann::json;
 using testing::chapterDocument;
 
-class ReaderRuntimeLayoutDisplayTest : public testing::ReaderRuntimeDisplayTest {};
+class ReaderRuntimeLayoutDisplayTest : public testing::ReaderRuntimeDisplayTest {
+ protected:
+  void walkToTheEndAndBack(const std::string& what);
+};
 
 // ---- Obfuscated fonts ------------------------------------------------------------------------
 
@@ -164,6 +167,177 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, TheObfuscatedSampleBookShowsItsOwnFonts) 
   EXPECT_EQ(shown["check"], true) << shown.dump();
   EXPECT_EQ(shown["checkItalic"], true) << shown.dump();
   saveScreenshot("wasteland-obfuscated");
+}
+
+// ---- Right-to-left and vertical books -------------------------------------------------------
+
+// A sentence of a script, numbered so that every excerpt names one place.
+using SentenceMaker = std::function<std::string(int number)>;
+
+std::string arabicSentence(int number) {
+  return "مشى حارس الكتب في الممر الطويل رقم " + std::to_string(number) +
+         " وعدّ الرفوف واحدا واحدا. ";
+}
+
+std::string hebrewSentence(int number) {
+  return "שומר הספרים הלך במסדרון הארוך מספר " + std::to_string(number) +
+         " וספר את המדפים אחד אחד. ";
+}
+
+std::string japaneseSentence(int number) {
+  return "本の番人は長い廊下の" + std::to_string(number) + "番を歩き、棚を一つずつ数えた。";
+}
+
+std::string scriptSection(int section, const std::string& language, const std::string& direction,
+                          const SentenceMaker& sentence, int paragraphs) {
+  std::string body;
+  body += "<h1 id=\"top\">" + sentence(section * 1000) + "</h1>\n";
+  for (int paragraph = 0; paragraph < paragraphs; ++paragraph) {
+    std::string text;
+    for (int index = 0; index < 5; ++index)
+      text += sentence(section * 1000 + paragraph * 10 + index);
+    body += "<p id=\"s" + std::to_string(section) + "p" + std::to_string(paragraph) + "\">" + text +
+            "</p>\n";
+  }
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<html xmlns=\"http://www.w3.org/1999/xhtml\" xml:lang=\"" +
+         language + "\" lang=\"" + language + "\" dir=\"" + direction + "\"><head><title>Section " +
+         std::to_string(section) +
+         "</title><link rel=\"stylesheet\" type=\"text/css\" href=\"book.css\"/></head>\n<body>\n" +
+         body + "</body></html>\n";
+}
+
+// A book of three sections, read from right to left, in the given scripts and writing mode.
+std::string directionalBook(const std::string& language, const std::string& style,
+                            const std::vector<SentenceMaker>& sentences, int paragraphs) {
+  std::string manifest;
+  std::string spine;
+  testing::EpubBuilder builder;
+  for (std::size_t index = 0; index < sentences.size(); ++index) {
+    const std::string name = "section" + std::to_string(index + 1);
+    manifest += "<item id=\"" + name + "\" href=\"" + name +
+                ".xhtml\" media-type=\"application/xhtml+xml\"/>\n";
+    spine += "<itemref idref=\"" + name + "\"/>\n";
+    builder.addFile("OEBPS/" + name + ".xhtml",
+                    scriptSection(static_cast<int>(index + 1), language,
+                                  language == "ja" ? "ltr" : "rtl", sentences[index], paragraphs));
+  }
+  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath,
+                      R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:5d1f2c3b-1a2b-4c3d-8e4f-5a6b7c8d9e0f</dc:identifier>
+    <dc:title>Directions</dc:title>
+    <dc:language>)" + language +
+                          R"(</dc:language>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+<item id="style" href="book.css" media-type="text/css"/>
+)" + manifest + R"(  </manifest>
+  <spine page-progression-direction="rtl">
+)" + spine + R"(  </spine>
+</package>
+)");
+  builder.addFile("OEBPS/book.css", style);
+  return builder.build();
+}
+
+std::string rightToLeftBook() {
+  return directionalBook("ar", "body { line-height: 1.6; }\n",
+                         {arabicSentence, hebrewSentence, arabicSentence}, 24);
+}
+
+std::string verticalBook() {
+  return directionalBook(
+      "ja",
+      "html, body { writing-mode: vertical-rl; -epub-writing-mode: vertical-rl; }\n"
+      "body { line-height: 1.7; }\n",
+      {japaneseSentence, japaneseSentence, japaneseSentence}, 30);
+}
+
+// Pages through the open book to its end and back, and at every page checks that what the
+// locator names is on screen and that going to the locator stays on that page with that locator.
+void ReaderRuntimeLayoutDisplayTest::walkToTheEndAndBack(const std::string& what) {
+  std::vector<std::pair<std::int64_t, std::int64_t>> forward{{0, 1}};
+  const auto keepsItsPlace = [&](const ReaderPositionResult& position) {
+    const Locator here = run(bridge().currentLocator());
+    ASSERT_TRUE(here.excerpt) << what << " at " << position.spineIndex << ":" << position.page;
+    EXPECT_TRUE(isTextOnScreen(*here.excerpt))
+        << what << ": \"" << here.excerpt->exact << "\" is not on screen at " << position.spineIndex
+        << ":" << position.page;
+    const ReaderPositionResult back = run(bridge().goTo(GoToLocatorRequest{here}));
+    EXPECT_EQ(back.spineIndex, position.spineIndex) << what;
+    EXPECT_EQ(back.page, position.page) << what << " at " << json(here).dump();
+    EXPECT_EQ(back.locatorResolution, "cfi") << what;
+    Locator again = run(bridge().currentLocator());
+    again.totalProgression = here.totalProgression;
+    EXPECT_EQ(again, here) << what;
+  };
+  keepsItsPlace(ReaderPositionResult{0, 1, 1, true, false, std::nullopt});
+  std::optional<ReaderPositionResult> end;
+  for (int turn = 0; turn < 200 && !end; ++turn) {
+    const ReaderPositionResult position = run(bridge().next());
+    forward.emplace_back(position.spineIndex, position.page);
+    keepsItsPlace(position);
+    if (position.atEnd) end = position;
+  }
+  ASSERT_TRUE(end) << what << ": no end within 200 pages";
+  EXPECT_EQ(end->spineIndex, 2) << what;
+  EXPECT_EQ(end->page, end->pageCount) << what;
+  EXPECT_GT(forward.size(), 6u) << what << ": each section should take more than one page";
+  for (std::size_t step = 1; step < forward.size(); ++step) {
+    EXPECT_LT(forward[step - 1], forward[step]) << what << ", step " << step;
+  }
+  std::vector<std::pair<std::int64_t, std::int64_t>> backward{{end->spineIndex, end->page}};
+  for (int turn = 0; turn < 200; ++turn) {
+    const ReaderPositionResult position = run(bridge().previous());
+    backward.emplace_back(position.spineIndex, position.page);
+    if (position.atStart) break;
+  }
+  std::reverse(backward.begin(), backward.end());
+  EXPECT_EQ(backward, forward) << what;
+}
+
+TEST_F(ReaderRuntimeLayoutDisplayTest, ARightToLeftBookPagesToItsEndAndBackWithoutDrift) {
+  openBook(rightToLeftBook());
+  saveScreenshot("right-to-left");
+  walkToTheEndAndBack("right to left");
+}
+
+TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookPagesToItsEndAndBackWithoutDrift) {
+  openBook(verticalBook());
+  const json writing = evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    return frame.contentWindow.getComputedStyle(frame.contentDocument.body).writingMode;
+  )");
+  EXPECT_EQ(writing, "vertical-rl");
+  saveScreenshot("vertical");
+  walkToTheEndAndBack("vertical");
+}
+
+TEST_F(ReaderRuntimeLayoutDisplayTest, ARightToLeftBookKeepsItsPlaceThroughPresentationChanges) {
+  const Locator before = standInTheMiddleOfTheBook(rightToLeftBook());
+  ConfigureTypographyRequest typography;
+  typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
+  typography.fontScale.value = 1.4;
+  run(bridge().configureTypography(typography));
+  expectStillShown(before, "right to left, font scale 1.4");
+  const Locator larger = run(bridge().currentLocator());
+  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+  expectStillShown(larger, "right to left, double page");
+}
+
+TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookKeepsItsPlaceThroughPresentationChanges) {
+  const Locator before = standInTheMiddleOfTheBook(verticalBook());
+  ConfigureTypographyRequest typography;
+  typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
+  typography.fontScale.value = 1.4;
+  run(bridge().configureTypography(typography));
+  expectStillShown(before, "vertical, font scale 1.4");
+  const Locator larger = run(bridge().currentLocator());
+  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+  expectStillShown(larger, "vertical, double page");
 }
 
 }  // namespace
