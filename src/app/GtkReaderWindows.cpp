@@ -11,6 +11,7 @@
 #include "app/GtkShellPlatform.h"
 #include "app/PaginationKeyFilter.h"
 #include "async/Spawn.h"
+#include "model/StringEnumeration.h"
 #include "views/ReaderScreen.h"
 
 namespace tomekeeper {
@@ -116,6 +117,63 @@ class GtkShellWindow : public ShellWindow, public std::enable_shared_from_this<G
   bool closed_ = false;
 };
 
+// An informational line of category "ReaderWindow": shown with G_MESSAGES_DEBUG=Tomekeeper. It
+// says what a reader window shows, which is how the application's display tests follow it.
+void logReaderWindowEvent(const std::string& message) {
+  const GLogField fields[] = {
+      {"GLIB_DOMAIN", "Tomekeeper", -1},
+      {"PRIORITY", "6", -1},
+      {"TOMEKEEPER_CATEGORY", "ReaderWindow", -1},
+      {"MESSAGE", message.c_str(), -1},
+  };
+  g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
+}
+
+// The reading options of the toolbar's menu: one section per choice, one radio item per value,
+// each the target of a stateful window action of that name.
+struct ReadingOptionItem {
+  const char* label;
+  const char* value;
+};
+
+void appendOptionSection(GMenu* menu, const char* title, const char* action,
+                         std::initializer_list<ReadingOptionItem> items) {
+  const auto section = GObjectHandle<GMenu>::adopt(g_menu_new());
+  const std::string detailedPrefix = std::string("win.") + action;
+  for (const ReadingOptionItem& item : items) {
+    const auto menuItem = GObjectHandle<GMenuItem>::adopt(g_menu_item_new(item.label, nullptr));
+    g_menu_item_set_action_and_target_value(menuItem.get(), detailedPrefix.c_str(),
+                                            g_variant_new_string(item.value));
+    g_menu_append_item(section.get(), menuItem.get());
+  }
+  g_menu_append_section(menu, title, G_MENU_MODEL(section.get()));
+}
+
+GObjectHandle<GMenu> makeReadingOptionsMenu() {
+  auto menu = GObjectHandle<GMenu>::adopt(g_menu_new());
+  appendOptionSection(
+      menu.get(), "Reading Theme", "reading-theme",
+      {{"System", "system"}, {"White", "light"}, {"Warm", "warm"}, {"Dark", "dark"}});
+  appendOptionSection(menu.get(), "Reading Mode", "reading-mode",
+                      {{"Pages", "paginated"}, {"Scroll", "scrolled"}});
+  appendOptionSection(
+      menu.get(), "Page Layout", "page-layout",
+      {{"Adaptive", "adaptive"}, {"Single Page", "singlePage"}, {"Double Page", "doublePage"}});
+  appendOptionSection(menu.get(), "Scroll Width", "scroll-width",
+                      {{"Narrow", "narrow"}, {"Comfortable", "comfortable"}, {"Wide", "wide"}});
+  const auto bookSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(bookSection.get(), "Close Book", "win.close-book");
+  g_menu_append(bookSection.get(), "Delete This Book\u2019s Reading History\u2026",
+                "win.clear-reading-data");
+  g_menu_append_section(menu.get(), "Book Actions", G_MENU_MODEL(bookSection.get()));
+  return menu;
+}
+
+// Gives an icon-only control the name that a screen reader speaks.
+void setAccessibleLabel(GtkWidget* widget, const char* label) {
+  gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_LABEL, label, -1);
+}
+
 // Runs one session command on its own task; its failure is already in the session's error.
 async::Task<void> runSessionCommand(std::weak_ptr<ReaderSession> weakSession,
                                     std::function<async::Task<void>(ReaderSession&)> command) {
@@ -163,6 +221,10 @@ class GtkReaderWindow final : public GtkShellWindow {
     GtkWidget* fullScreen = gtk_button_new_from_icon_name("view-fullscreen-symbolic");
     gtk_widget_set_tooltip_text(fullScreen, "Toggle Full Screen (F11)");
     gtk_actionable_set_action_name(GTK_ACTIONABLE(fullScreen), "win.toggle-fullscreen");
+    setAccessibleLabel(sidebar, "Toggle Sidebar");
+    setAccessibleLabel(previous, "Previous Page");
+    setAccessibleLabel(next, "Next Page");
+    setAccessibleLabel(fullScreen, "Toggle Full Screen");
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), makeMenuButton(primaryMenu));
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), fullScreen);
     gtk_box_append(GTK_BOX(content), headerBar_);
@@ -176,6 +238,7 @@ class GtkReaderWindow final : public GtkShellWindow {
       gtk_box_append(GTK_BOX(content), screenWidget);
       sidebarConnection_ =
           screen_->sidebarVisibilityChanged().connect([this] { storeSidebarVisibility(); });
+      logSidebarVisibility("opens with the sidebar");
       addScreenControls();
     }
     adw_application_window_set_content(ADW_APPLICATION_WINDOW(gtkWindow), content);
@@ -189,6 +252,7 @@ class GtkReaderWindow final : public GtkShellWindow {
     keyController_ = keys;
 
     installActions();
+    if (session_) observeSession();
   }
 
   ~GtkReaderWindow() override {
@@ -200,6 +264,8 @@ class GtkReaderWindow final : public GtkShellWindow {
   // The screen goes before the session closes.
   void windowClosing() override {
     sidebarConnection_.disconnect();
+    for (sigc::connection& connection : sessionConnections_) connection.disconnect();
+    sessionConnections_.clear();
     screen_.reset();
   }
 
@@ -254,6 +320,16 @@ class GtkReaderWindow final : public GtkShellWindow {
              gtk_menu_button_popup(GTK_MENU_BUTTON(window.searchButton_));
            }
          }},
+        {"toggle-fonts",
+         [](GtkReaderWindow& window) {
+           if (window.fontButton_ == nullptr) return;
+           if (gtk_widget_get_visible(
+                   GTK_WIDGET(gtk_menu_button_get_popover(GTK_MENU_BUTTON(window.fontButton_))))) {
+             gtk_menu_button_popdown(GTK_MENU_BUTTON(window.fontButton_));
+           } else {
+             gtk_menu_button_popup(GTK_MENU_BUTTON(window.fontButton_));
+           }
+         }},
         {"toggle-bookmark",
          [](GtkReaderWindow& window) {
            if (window.screen_) window.screen_->toggleBookmark();
@@ -265,6 +341,11 @@ class GtkReaderWindow final : public GtkShellWindow {
         {"toggle-reading-controls",
          [](GtkReaderWindow& window) {
            gtk_widget_set_visible(window.headerBar_, !gtk_widget_get_visible(window.headerBar_));
+         }},
+        {"close-book", [](GtkReaderWindow& window) { window.close(); }},
+        {"clear-reading-data",
+         [](GtkReaderWindow& window) {
+           if (window.screen_) window.screen_->presentClearReadingDataConfirmation();
          }},
     };
     GActionMap* map = G_ACTION_MAP(window());
@@ -282,6 +363,153 @@ class GtkReaderWindow final : public GtkShellWindow {
       g_action_map_add_action(map, G_ACTION(action));
       actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
     }
+    if (!session_) return;
+    addStringAction("show-sidebar-section", [](GtkReaderWindow& window, const char* section) {
+      window.showSidebarSection(section);
+    });
+    addStringAction("edit-note", [](GtkReaderWindow& window, const char* annotationID) {
+      window.editNote(annotationID);
+    });
+    addOptionAction<ReadingThemeSelection>("reading-theme", session_->readingTheme().value(),
+                                           [](ReaderSession& session, ReadingThemeSelection value) {
+                                             return session.setReadingTheme(value);
+                                           });
+    addOptionAction<ReadingMode>(
+        "reading-mode", session_->readingMode().value(),
+        [](ReaderSession& session, ReadingMode value) { return session.setReadingMode(value); });
+    addOptionAction<PageLayout>(
+        "page-layout", session_->pageLayout().value(),
+        [](ReaderSession& session, PageLayout value) { return session.setPageLayout(value); });
+    addOptionAction<ScrolledContentWidth>("scroll-width", session_->scrolledContentWidth().value(),
+                                          [](ReaderSession& session, ScrolledContentWidth value) {
+                                            return session.setScrolledContentWidth(value);
+                                          });
+  }
+
+  // An action that takes a string, for the commands that name what they act on.
+  void addStringAction(const char* name, void (*activate)(GtkReaderWindow&, const char*)) {
+    GSimpleAction* action = g_simple_action_new(name, G_VARIANT_TYPE_STRING);
+    struct Binding {
+      GtkReaderWindow* window;
+      void (*activate)(GtkReaderWindow&, const char*);
+    };
+    g_signal_connect_data(
+        action, "activate", G_CALLBACK(+[](GSimpleAction*, GVariant* parameter, gpointer data) {
+          const auto* binding = static_cast<Binding*>(data);
+          binding->activate(*binding->window, g_variant_get_string(parameter, nullptr));
+        }),
+        new Binding{this, activate},
+        +[](gpointer data, GClosure*) { delete static_cast<Binding*>(data); },
+        static_cast<GConnectFlags>(0));
+    g_action_map_add_action(G_ACTION_MAP(window()), G_ACTION(action));
+    actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
+  }
+
+  // Shows the sidebar on "contents", "bookmarks" or "highlights"; another name does nothing.
+  void showSidebarSection(std::string_view name) {
+    if (!screen_) return;
+    std::optional<SidebarSection> section;
+    if (name == "contents") section = SidebarSection::contents;
+    if (name == "bookmarks") section = SidebarSection::bookmarks;
+    if (name == "highlights") section = SidebarSection::highlights;
+    if (!section) return;
+    screen_->sidebar().setSection(*section);
+    screen_->setSidebarVisibility(SidebarVisibility::visible);
+  }
+
+  // Opens the note sheet of the highlight with this id; an unknown id does nothing.
+  void editNote(std::string_view annotationID) {
+    const std::optional<Uuid> id = Uuid::fromString(annotationID);
+    if (!screen_ || !id) return;
+    for (const Annotation& annotation : session_->annotations().value()) {
+      if (annotation.id == *id) {
+        screen_->presentNoteEditor(annotation);
+        return;
+      }
+    }
+  }
+
+  // A stateful action whose string state is the raw value of the session's choice. Changing
+  // the state asks the session; the state follows the session (observeSession), so a refused
+  // choice leaves the old value checked.
+  template <StringEnumeration Option>
+  void addOptionAction(const char* name, Option current,
+                       async::Task<void> (*apply)(ReaderSession&, Option)) {
+    GSimpleAction* action = g_simple_action_new_stateful(
+        name, G_VARIANT_TYPE_STRING, g_variant_new_string(std::string(rawValue(current)).c_str()));
+    struct Binding {
+      GtkReaderWindow* window;
+      async::Task<void> (*apply)(ReaderSession&, Option);
+    };
+    g_signal_connect_data(
+        action, "change-state", G_CALLBACK(+[](GSimpleAction*, GVariant* requested, gpointer data) {
+          const auto* binding = static_cast<Binding*>(data);
+          const std::optional<Option> value =
+              parseRawValue<Option>(g_variant_get_string(requested, nullptr));
+          if (!value) return;
+          binding->window->runCommand(
+              [apply = binding->apply, chosen = *value](ReaderSession& session) {
+                return apply(session, chosen);
+              });
+        }),
+        new Binding{this, apply},
+        +[](gpointer data, GClosure*) { delete static_cast<Binding*>(data); },
+        static_cast<GConnectFlags>(0));
+    g_action_map_add_action(G_ACTION_MAP(window()), G_ACTION(action));
+    actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
+  }
+
+  // Puts the session's choice into the state of the action `name`, and logs it.
+  template <StringEnumeration Option>
+  void showOption(const char* name, const char* description, Option value) {
+    const std::string raw(rawValue(value));
+    GAction* action = g_action_map_lookup_action(G_ACTION_MAP(window()), name);
+    if (action != nullptr) {
+      g_simple_action_set_state(G_SIMPLE_ACTION(action), g_variant_new_string(raw.c_str()));
+    }
+    logReaderWindowEvent(std::string(description) + " of " + identifier() + " is " + raw);
+  }
+
+  // Follows what the window shows of the session: the checked reading options, and for the
+  // log the bookmark and highlight counts and the end of each search.
+  void observeSession() {
+    const std::weak_ptr<ReaderSession> weakSession = session_;
+    auto observe = [this](sigc::connection connection) {
+      sessionConnections_.push_back(std::move(connection));
+    };
+    observe(session_->readingTheme().changed().connect([this] {
+      showOption("reading-theme", "Reading theme", session_->readingTheme().value());
+    }));
+    observe(session_->readingMode().changed().connect(
+        [this] { showOption("reading-mode", "Reading mode", session_->readingMode().value()); }));
+    observe(session_->pageLayout().changed().connect(
+        [this] { showOption("page-layout", "Page layout", session_->pageLayout().value()); }));
+    observe(session_->scrolledContentWidth().changed().connect([this] {
+      showOption("scroll-width", "Scroll width", session_->scrolledContentWidth().value());
+    }));
+    observe(session_->bookmarks().changed().connect([this] {
+      logReaderWindowEvent("Bookmarks of " + identifier() + ": " +
+                           std::to_string(session_->bookmarks().value().size()));
+    }));
+    observe(session_->annotations().changed().connect([this] {
+      logReaderWindowEvent("Highlights of " + identifier() + ": " +
+                           std::to_string(session_->annotations().value().size()));
+    }));
+    observe(session_->isSearchComplete().changed().connect([this] {
+      if (!session_->isSearchComplete().value()) return;
+      logReaderWindowEvent("Search in " + identifier() + " found " +
+                           std::to_string(session_->searchResults().value().size()) + " results");
+    }));
+    observe(session_->state().changed().connect([this] {
+      if (session_->state().value() != ReaderSession::State::ready) return;
+      logReaderWindowEvent("Reader of " + identifier() + " is ready");
+    }));
+  }
+
+  void logSidebarVisibility(const char* what) {
+    if (!screen_) return;
+    logReaderWindowEvent("Reader window of " + identifier() + " " + what + " " +
+                         (screen_->sidebarIsVisible() ? "shown" : "hidden"));
   }
 
   void runCommand(std::function<async::Task<void>(ReaderSession&)> command) {
@@ -296,7 +524,8 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_popover_set_child(GTK_POPOVER(searchPopover), screen_->searchView().widget());
     gtk_menu_button_set_popover(GTK_MENU_BUTTON(searchButton_), searchPopover);
 
-    GtkWidget* fontButton = gtk_menu_button_new();
+    fontButton_ = gtk_menu_button_new();
+    GtkWidget* fontButton = fontButton_;
     gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(fontButton), "font-x-generic-symbolic");
     gtk_widget_set_tooltip_text(fontButton, "Reading Font");
     GtkWidget* fontPopover = gtk_popover_new();
@@ -310,8 +539,21 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_widget_set_tooltip_text(highlight, "Highlight Selection");
     gtk_actionable_set_action_name(GTK_ACTIONABLE(highlight), "win.highlight-selection");
 
+    GtkWidget* optionsButton = gtk_menu_button_new();
+    gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(optionsButton), "view-paged-symbolic");
+    gtk_widget_set_tooltip_text(optionsButton, "Reading Options");
+    const GObjectHandle<GMenu> optionsMenu = makeReadingOptionsMenu();
+    gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(optionsButton), G_MENU_MODEL(optionsMenu.get()));
+
+    setAccessibleLabel(searchButton_, "Search Book");
+    setAccessibleLabel(fontButton, "Reading Font");
+    setAccessibleLabel(bookmark, "Toggle Bookmark");
+    setAccessibleLabel(highlight, "Highlight Selection");
+    setAccessibleLabel(optionsButton, "Reading Options");
+
     adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), bookmark);
     adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), highlight);
+    adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), optionsButton);
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), fontButton);
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), searchButton_);
   }
@@ -346,6 +588,7 @@ class GtkReaderWindow final : public GtkShellWindow {
                           screen_->sidebarIsVisible() ? TRUE : FALSE);
     g_variant_unref(stored);
     g_settings_set_value(settings.get(), kSidebarVisibilityKey, g_variant_builder_end(&builder));
+    logSidebarVisibility("has the sidebar");
   }
 
   static KeyEventDescription describe(KeyTransition transition, guint keyValue, guint keyCode,
@@ -378,10 +621,12 @@ class GtkReaderWindow final : public GtkShellWindow {
   PaginationKeyFilter paginationKeys_;
   GtkWidget* headerBar_ = nullptr;
   GtkWidget* searchButton_ = nullptr;
+  GtkWidget* fontButton_ = nullptr;
   GtkEventController* keyController_ = nullptr;
   std::vector<GObjectHandle<GSimpleAction>> actions_;
   std::unique_ptr<ReaderScreen> screen_;
   sigc::connection sidebarConnection_;
+  std::vector<sigc::connection> sessionConnections_;
 };
 
 // The empty window: a large title, a line that invites a drop and a button that opens the panel.

@@ -17,15 +17,13 @@
 #include <thread>
 #include <vector>
 
+#include "ApplicationDisplaySupport.h"
 #include "support/EpubBuilder.h"
 #include "support/TemporaryDirectory.h"
 
 namespace tomekeeper::testing {
 namespace {
 
-// How long the application may take to do what a test waits for: an ASan build hashes,
-// extracts and lays out a book in a few seconds; this is a limit for a hang, not a measure.
-constexpr std::chrono::seconds kPatience{90};
 constexpr const char* kWindowTitle = "Title \u2014 Author";
 
 constexpr const char* kPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
@@ -45,163 +43,6 @@ constexpr const char* kPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"
   </spine>
 </package>
 )";
-
-bool hasDisplay() {
-  const char* display = g_getenv("DISPLAY");
-  return display != nullptr && *display != '\0';
-}
-
-bool hasProgram(const char* name) {
-  char* found = g_find_program_in_path(name);
-  g_free(found);
-  return found != nullptr;
-}
-
-// One run of the tomekeeper executable with the test's directories and settings schema; its
-// standard error goes to a file the test reads. Ended with SIGTERM when the test is done.
-class ApplicationProcess {
- public:
-  ApplicationProcess(const TemporaryDirectory& home, std::vector<std::string> arguments,
-                     const std::filesystem::path& log) {
-    std::vector<std::string> environment = {
-        "XDG_DATA_HOME=" + (home / "data").string(),
-        "XDG_CACHE_HOME=" + (home / "cache").string(),
-        "XDG_CONFIG_HOME=" + (home / "config").string(),
-        "GSETTINGS_SCHEMA_DIR=" TOMEKEEPER_TEST_SCHEMA_DIRECTORY,
-        "GSETTINGS_BACKEND=memory",
-        "GSK_RENDERER=cairo",
-        "G_MESSAGES_DEBUG=Tomekeeper",
-        "ASAN_OPTIONS=detect_leaks=0",
-        "NO_AT_BRIDGE=1",
-    };
-    for (const char* name : {"DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XAUTHORITY", "PATH", "HOME"}) {
-      if (const char* value = g_getenv(name))
-        environment.push_back(std::string(name) + "=" + value);
-    }
-    std::vector<std::string> command = {TOMEKEEPER_TEST_EXECUTABLE};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-
-    std::vector<char*> argv;
-    for (auto& argument : command) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (auto& variable : environment) envp.push_back(variable.data());
-    envp.push_back(nullptr);
-
-    const int logFile = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    GError* error = nullptr;
-    const gboolean spawned =
-        g_spawn_async_with_fds(nullptr, argv.data(), envp.data(), G_SPAWN_DO_NOT_REAP_CHILD,
-                               nullptr, nullptr, &pid_, -1, logFile, logFile, &error);
-    close(logFile);
-    if (!spawned) {
-      ADD_FAILURE() << "cannot start the application: " << error->message;
-      g_error_free(error);
-      pid_ = 0;
-    }
-  }
-  ~ApplicationProcess() {
-    if (pid_ != 0) {
-      terminate();
-      waitForExit();
-    }
-  }
-  ApplicationProcess(const ApplicationProcess&) = delete;
-  ApplicationProcess& operator=(const ApplicationProcess&) = delete;
-
-  GPid pid() const { return pid_; }
-
-  void terminate() const {
-    if (pid_ != 0) kill(pid_, SIGTERM);
-  }
-
-  // The exit status once the process has ended within the patience; absent otherwise.
-  std::optional<int> waitForExit() {
-    if (pid_ == 0) return std::nullopt;
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (std::chrono::steady_clock::now() < deadline) {
-      int status = 0;
-      if (waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = 0;
-        return status;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return std::nullopt;
-  }
-
- private:
-  GPid pid_ = 0;
-};
-
-// The visible windows whose title is exactly `title`. Titles are compared here, not by
-// xdotool's pattern, which does not read UTF-8.
-int visibleWindowsTitled(const std::string& title) {
-  const char* argv[] = {"xdotool",       "search", "--onlyvisible", "--name", ".",
-                        "getwindowname", "%@",     nullptr};
-  char* output = nullptr;
-  int status = 0;
-  if (!g_spawn_sync(nullptr, const_cast<char**>(argv), nullptr,
-                    static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL),
-                    nullptr, nullptr, &output, nullptr, &status, nullptr)) {
-    return 0;
-  }
-  int count = 0;
-  std::istringstream lines(output != nullptr ? output : "");
-  for (std::string line; std::getline(lines, line);) {
-    if (line == title) ++count;
-  }
-  g_free(output);
-  return count;
-}
-
-std::string readFile(const std::filesystem::path& file) {
-  std::ifstream input(file);
-  std::ostringstream contents;
-  contents << input.rdbuf();
-  return contents.str();
-}
-
-template <typename Predicate>
-bool waitUntil(Predicate done) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  }
-  return true;
-}
-
-std::size_t occurrences(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++count;
-  }
-  return count;
-}
-
-// Focuses the visible window of process `pid` and types `keys` into it through the X server,
-// as a person would. (xdotool cannot match a title that is not Latin-1, so the process.)
-bool typeInto(GPid pid, const std::vector<std::string>& keys) {
-  std::vector<std::string> command = {
-      "xdotool",         "search", "--all",       "--onlyvisible", "--pid", std::to_string(pid),
-      "--name",          ".",      "windowfocus", "--sync",        "%1",    "key",
-      "--clearmodifiers"};
-  command.insert(command.end(), keys.begin(), keys.end());
-  std::vector<char*> argv;
-  for (auto& argument : command) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  int status = 0;
-  char* errors = nullptr;
-  const bool ran =
-      g_spawn_sync(nullptr, argv.data(), nullptr,
-                   static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL),
-                   nullptr, nullptr, nullptr, &errors, &status, nullptr) &&
-      g_spawn_check_wait_status(status, nullptr);
-  if (!ran) std::cerr << "xdotool: " << (errors != nullptr ? errors : "") << '\n';
-  g_free(errors);
-  return ran;
-}
 
 constexpr const char* kThreeChapterPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
 <package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">

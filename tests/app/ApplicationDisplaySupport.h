@@ -1,0 +1,265 @@
+// The real application under Xvfb, for the display tests of the application: one run of the
+// executable with a test's own directories, and the X and D-Bus tools that watch and drive it.
+#pragma once
+
+#include <fcntl.h>
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper::testing {
+
+// How long the application may take to do what a test waits for: an ASan build hashes,
+// extracts and lays out a book in a few seconds; this is a limit for a hang, not a measure.
+inline constexpr std::chrono::seconds kPatience{90};
+// Where the application keeps its settings: in memory for one run, or in a key file under the
+// test's configuration directory, which a relaunch reads again.
+enum class SettingsStorage { memory, keyFile };
+
+inline bool hasDisplay() {
+  const char* display = g_getenv("DISPLAY");
+  return display != nullptr && *display != '\0';
+}
+
+inline bool hasProgram(const char* name) {
+  char* found = g_find_program_in_path(name);
+  g_free(found);
+  return found != nullptr;
+}
+
+// One run of the tomekeeper executable with the test's directories and settings schema; its
+// standard error goes to a file the test reads. With the key-file settings storage the settings
+// live in <home>/config/glib-2.0/settings/keyfile. Ended with SIGTERM when the test is done.
+class ApplicationProcess {
+ public:
+  ApplicationProcess(const TemporaryDirectory& home, std::vector<std::string> arguments,
+                     const std::filesystem::path& log,
+                     SettingsStorage settings = SettingsStorage::memory) {
+    std::vector<std::string> environment = {
+        "XDG_DATA_HOME=" + (home / "data").string(),
+        "XDG_CACHE_HOME=" + (home / "cache").string(),
+        "XDG_CONFIG_HOME=" + (home / "config").string(),
+        "GSETTINGS_SCHEMA_DIR=" TOMEKEEPER_TEST_SCHEMA_DIRECTORY,
+        settings == SettingsStorage::keyFile ? "GSETTINGS_BACKEND=keyfile"
+                                             : "GSETTINGS_BACKEND=memory",
+        "GSK_RENDERER=cairo",
+        "G_MESSAGES_DEBUG=Tomekeeper",
+        "ASAN_OPTIONS=detect_leaks=0",
+        "NO_AT_BRIDGE=1",
+    };
+    for (const char* name : {"DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XAUTHORITY", "PATH", "HOME"}) {
+      if (const char* value = g_getenv(name))
+        environment.push_back(std::string(name) + "=" + value);
+    }
+    std::vector<std::string> command = {TOMEKEEPER_TEST_EXECUTABLE};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+
+    std::vector<char*> argv;
+    for (auto& argument : command) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (auto& variable : environment) envp.push_back(variable.data());
+    envp.push_back(nullptr);
+
+    const int logFile = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    GError* error = nullptr;
+    const gboolean spawned =
+        g_spawn_async_with_fds(nullptr, argv.data(), envp.data(), G_SPAWN_DO_NOT_REAP_CHILD,
+                               nullptr, nullptr, &pid_, -1, logFile, logFile, &error);
+    close(logFile);
+    if (!spawned) {
+      ADD_FAILURE() << "cannot start the application: " << error->message;
+      g_error_free(error);
+      pid_ = 0;
+    }
+  }
+  ~ApplicationProcess() {
+    if (pid_ != 0) {
+      terminate();
+      waitForExit();
+    }
+  }
+  ApplicationProcess(const ApplicationProcess&) = delete;
+  ApplicationProcess& operator=(const ApplicationProcess&) = delete;
+
+  GPid pid() const { return pid_; }
+
+  void terminate() const {
+    if (pid_ != 0) kill(pid_, SIGTERM);
+  }
+
+  // The exit status once the process has ended within the patience; absent otherwise.
+  std::optional<int> waitForExit() {
+    if (pid_ == 0) return std::nullopt;
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (std::chrono::steady_clock::now() < deadline) {
+      int status = 0;
+      if (waitpid(pid_, &status, WNOHANG) == pid_) {
+        pid_ = 0;
+        return status;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return std::nullopt;
+  }
+
+ private:
+  GPid pid_ = 0;
+};
+
+// The visible windows whose title is exactly `title`. Titles are compared here, not by
+// xdotool's pattern, which does not read UTF-8.
+inline int visibleWindowsTitled(const std::string& title) {
+  const char* argv[] = {"xdotool",       "search", "--onlyvisible", "--name", ".",
+                        "getwindowname", "%@",     nullptr};
+  char* output = nullptr;
+  int status = 0;
+  if (!g_spawn_sync(nullptr, const_cast<char**>(argv), nullptr,
+                    static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL),
+                    nullptr, nullptr, &output, nullptr, &status, nullptr)) {
+    return 0;
+  }
+  int count = 0;
+  std::istringstream lines(output != nullptr ? output : "");
+  for (std::string line; std::getline(lines, line);) {
+    if (line == title) ++count;
+  }
+  g_free(output);
+  return count;
+}
+
+inline std::string readFile(const std::filesystem::path& file) {
+  std::ifstream input(file);
+  std::ostringstream contents;
+  contents << input.rdbuf();
+  return contents.str();
+}
+
+template <typename Predicate>
+inline bool waitUntil(Predicate done) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  return true;
+}
+
+inline std::size_t occurrences(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+// Focuses the visible window of process `pid` and types `keys` into it through the X server,
+// as a person would. (xdotool cannot match a title that is not Latin-1, so the process.)
+inline bool typeInto(GPid pid, const std::vector<std::string>& keys) {
+  std::vector<std::string> command = {
+      "xdotool",         "search", "--all",       "--onlyvisible", "--pid", std::to_string(pid),
+      "--name",          ".",      "windowfocus", "--sync",        "%1",    "key",
+      "--clearmodifiers"};
+  command.insert(command.end(), keys.begin(), keys.end());
+  std::vector<char*> argv;
+  for (auto& argument : command) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  int status = 0;
+  char* errors = nullptr;
+  const bool ran =
+      g_spawn_sync(nullptr, argv.data(), nullptr,
+                   static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL),
+                   nullptr, nullptr, nullptr, &errors, &status, nullptr) &&
+      g_spawn_check_wait_status(status, nullptr);
+  if (!ran) std::cerr << "xdotool: " << (errors != nullptr ? errors : "") << '\n';
+  g_free(errors);
+  return ran;
+}
+
+// Runs `command` (searched in PATH) and answers whether it ended with status 0; its standard
+// output goes to `output` when given.
+inline bool runTool(std::vector<std::string> command, std::string* output = nullptr) {
+  std::vector<char*> argv;
+  for (auto& argument : command) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  char* standardOutput = nullptr;
+  char* errors = nullptr;
+  int status = 0;
+  const bool ran = g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr,
+                                nullptr, &standardOutput, &errors, &status, nullptr) &&
+                   g_spawn_check_wait_status(status, nullptr);
+  if (output != nullptr) *output = standardOutput != nullptr ? standardOutput : "";
+  if (!ran) std::cerr << command.front() << ": " << (errors != nullptr ? errors : "") << '\n';
+  g_free(standardOutput);
+  g_free(errors);
+  return ran;
+}
+
+// The X window of the first visible window of process `pid`; empty when there is none.
+inline std::string visibleWindowOf(GPid pid) {
+  std::string output;
+  runTool(
+      {"xdotool", "search", "--all", "--onlyvisible", "--pid", std::to_string(pid), "--name", "."},
+      &output);
+  return output.substr(0, output.find('\n'));
+}
+
+// Activates the window action `action` of the application's window number `windowNumber` (in
+// the order the running application made its windows, from 1) over the session bus, as the
+// desktop does; `parameter` is a GVariant text or empty for none.
+inline bool activateWindowAction(int windowNumber, const std::string& action,
+                                 const std::string& parameter = "") {
+  return runTool({"gdbus", "call", "--session", "--dest", "org.tomekeeper.Tomekeeper",
+                  "--object-path",
+                  "/org/tomekeeper/Tomekeeper/window/" + std::to_string(windowNumber), "--method",
+                  "org.gtk.Actions.Activate", action,
+                  parameter.empty() ? "[]" : "[<" + parameter + ">]", "{}"});
+}
+
+// A picture of X window `window` as it is on screen (ImageMagick's import).
+inline bool captureWindow(const std::string& window, const std::filesystem::path& picture) {
+  return runTool({"import", "-window", window, picture.string()});
+}
+
+// How many pixels of two pictures of the same size differ (ImageMagick's compare); absent when
+// the pictures cannot be compared.
+inline std::optional<long> differingPixels(const std::filesystem::path& first,
+                                           const std::filesystem::path& second) {
+  std::vector<std::string> command = {"compare",      "-metric",       "AE",
+                                      first.string(), second.string(), "null:"};
+  std::vector<char*> argv;
+  for (auto& argument : command) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  char* errors = nullptr;
+  int status = 0;
+  // compare ends with 1 when the pictures differ, and writes the count on standard error.
+  if (!g_spawn_sync(nullptr, argv.data(), nullptr,
+                    static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL),
+                    nullptr, nullptr, nullptr, &errors, &status, nullptr)) {
+    return std::nullopt;
+  }
+  const std::string count = errors != nullptr ? errors : "";
+  g_free(errors);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) > 1) return std::nullopt;
+  try {
+    return static_cast<long>(std::stod(count));
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace tomekeeper::testing
