@@ -1,0 +1,522 @@
+// The reading session over the real reader runtime in a real WebKitGTK web view, with the real
+// JSON stores on a temporary directory: what one session leaves in the stores when it closes
+// is what the next session over the same stores opens with. These tests need a display (label
+// display).
+#include <gtest/gtest.h>
+#include <gtk/gtk.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "../runtime/ReaderRuntimeDisplayFixture.h"
+#include "SessionTestSupport.h"
+#include "async/RunUntilDone.h"
+#include "intake/PublicationExtractionCache.h"
+#include "opening/PublicationFingerprintService.h"
+#include "persistence/JSONPreferenceValueRepository.h"
+#include "persistence/JSONTypographyPreferencesRepository.h"
+#include "persistence/PublicationStateRepositoryFactory.h"
+#include "session/ReaderSession.h"
+#include "session/WebViewReaderHost.h"
+
+namespace tomekeeper {
+namespace {
+
+using namespace std::chrono_literals;
+using json = nlohmann::json;
+using testing::chapterDocument;
+using testing::iterateFor;
+using testing::iterateUntil;
+
+// The longest any one step of a test may take: the bridge's own timeout is ten seconds, and a
+// runtime load under a busy display takes a few.
+constexpr auto kStepLimit = 30s;
+
+constexpr const char* kPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:5d0e2f9a-8c61-4b7e-a0f3-2e9d7c4b1a06</dc:identifier>
+    <dc:title>The Keeper's Ledger</dc:title>
+    <dc:creator>Ada Shelfwright</dc:creator>
+    <dc:language>en</dc:language>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+    <item id="nav" href="nav.xhtml" media-type="application/xhtml+xml" properties="nav"/>
+    <item id="chapter1" href="text/chapter1.xhtml" media-type="application/xhtml+xml"/>
+    <item id="chapter2" href="text/chapter2.xhtml" media-type="application/xhtml+xml"/>
+    <item id="chapter3" href="text/chapter3.xhtml" media-type="application/xhtml+xml"/>
+  </manifest>
+  <spine>
+    <itemref idref="chapter1"/>
+    <itemref idref="chapter2"/>
+    <itemref idref="chapter3"/>
+  </spine>
+</package>
+)";
+
+constexpr const char* kNavigationDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
+<html xmlns="http://www.w3.org/1999/xhtml" xmlns:epub="http://www.idpf.org/2007/ops">
+<head><title>Contents</title></head>
+<body><nav epub:type="toc"><ol>
+  <li><a href="text/chapter1.xhtml">The First Chapter</a></li>
+  <li><a href="text/chapter2.xhtml">The Second Chapter</a></li>
+  <li><a href="text/chapter3.xhtml">The Third Chapter</a></li>
+</ol></nav></body></html>
+)";
+
+// Three sections, each several pages long in the test window.
+std::string ledgerBook() {
+  testing::EpubBuilder builder;
+  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath, kPackageDocument);
+  builder.addFile("OEBPS/nav.xhtml", kNavigationDocument);
+  builder.addFile("OEBPS/text/chapter1.xhtml", chapterDocument(1, 30));
+  builder.addFile("OEBPS/text/chapter2.xhtml", chapterDocument(2, 30));
+  builder.addFile("OEBPS/text/chapter3.xhtml", chapterDocument(3, 30));
+  return builder.build();
+}
+
+// One field of a location log line: the text between "<label>=" and the next label.
+std::string logField(const std::string& line, const std::string& label, const std::string& next) {
+  const std::string start = " " + label + "=";
+  const std::size_t begin = line.find(start);
+  if (begin == std::string::npos) return {};
+  const std::size_t valueBegin = begin + start.size();
+  const std::size_t end = line.find(" " + next + "=", valueBegin);
+  return line.substr(valueBegin, end == std::string::npos ? std::string::npos : end - valueBegin);
+}
+
+// Where a log line says the reader was: the spine index and the (cleaned) CFI.
+struct LoggedPlace {
+  std::string spine;
+  std::string cfi;
+  bool operator==(const LoggedPlace&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& stream, const LoggedPlace& place) {
+  return stream << "spine=" << place.spine << " cfi=" << place.cfi;
+}
+
+LoggedPlace loggedPlace(const std::string& line) {
+  return {logField(line, "spine", "cfi"), logField(line, "cfi", "fraction")};
+}
+
+// The diagnostic of the exception being handled, for a failure message.
+std::string describeCurrentFailure() {
+  return ReaderError::from(std::current_exception()).diagnosticCause();
+}
+
+// A reader window without the shell: a window showing the web view of one session's host.
+struct ReaderWindow {
+  std::shared_ptr<ReaderSession> session;
+  GtkWidget* window = nullptr;
+  WebKitWebView* webView = nullptr;
+  std::shared_ptr<testing::RecordingLocationLog> log;
+};
+
+class ReaderSessionDisplayTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { gtk_init(); }
+
+  void TearDown() override {
+    while (!windows_.empty()) releaseWindow();
+  }
+
+  // Puts `epub` on disk as the user's file and takes its fingerprint, as an open does.
+  void placeBook(const std::string& epub) {
+    bookFile_ = directory_ / "Books" / "ledger.epub";
+    std::filesystem::create_directories(bookFile_.parent_path());
+    std::ofstream(bookFile_, std::ios::binary) << epub;
+    fingerprint_ = run(PublicationFingerprintService().fingerprint(bookFile_));
+  }
+
+  void placeBookFile(const std::filesystem::path& file) {
+    bookFile_ = file;
+    fingerprint_ = run(PublicationFingerprintService().fingerprint(bookFile_));
+  }
+
+  // A new session over the stores of the support directory, its web view in a new window, as
+  // the coordinator makes one for each open.
+  ReaderWindow& makeWindow() {
+    const std::filesystem::path support = directory_ / "Support";
+    PublicationStateRepositories repositories =
+        PublicationStateRepositoryFactory{support / "Publications"}.makeRepositories(fingerprint_);
+    std::shared_ptr<WebViewReaderHost> host = makeWebViewReaderHost();
+
+    ReaderWindow entry;
+    entry.webView = WEBKIT_WEB_VIEW(host->webView());
+    entry.log = std::make_shared<testing::RecordingLocationLog>();
+    ReaderSessionDependencies dependencies;
+    dependencies.host = host;
+    dependencies.positionRepository = std::move(repositories.position);
+    dependencies.bookmarkRepository = std::move(repositories.bookmarks);
+    dependencies.annotationRepository = std::move(repositories.annotations);
+    dependencies.typographyRepository = std::make_shared<JSONTypographyPreferencesRepository>(
+        JSONTypographyPreferencesRepository::fileURLIn(support));
+    dependencies.themeRepository = std::make_shared<JSONReadingThemeRepository>(
+        JSONReadingThemeRepository::fileURLIn(support));
+    dependencies.readingModeRepository =
+        std::make_shared<JSONReadingModeRepository>(JSONReadingModeRepository::fileURLIn(support));
+    dependencies.pageLayoutRepository =
+        std::make_shared<JSONPageLayoutRepository>(JSONPageLayoutRepository::fileURLIn(support));
+    dependencies.scrolledContentWidthRepository =
+        std::make_shared<JSONScrolledContentWidthRepository>(
+            JSONScrolledContentWidthRepository::fileURLIn(support));
+    dependencies.locationDiagnosticsSetting =
+        std::make_shared<testing::SwitchableDiagnosticsSetting>();
+    dependencies.locationDiagnosticLog = entry.log;
+    entry.session = ReaderSession::create(std::move(dependencies));
+
+    entry.window = gtk_window_new();
+    gtk_window_set_default_size(GTK_WINDOW(entry.window), testing::kDisplayWindowWidth,
+                                testing::kDisplayWindowHeight);
+    gtk_window_set_child(GTK_WINDOW(entry.window), host->webView());
+    gtk_window_present(GTK_WINDOW(entry.window));
+    windows_.push_back(std::move(entry));
+    return windows_.back();
+  }
+
+  // Opens the placed book in a new window: the extraction cache prepares it (a hit after the
+  // first open, with a new publication identifier each time) and the session opens it.
+  ReaderWindow& openWindow() {
+    ReaderWindow& entry = makeWindow();
+    const PreparedPublicationResources resources =
+        run(PublicationExtractionCache(directory_ / "Caches").prepare(bookFile_, fingerprint_));
+    run(entry.session->open(resources.descriptor, resources.extractedRoot,
+                            TOMEKEEPER_RUNTIME_PAGE_DIRECTORY, fingerprint_));
+    EXPECT_EQ(entry.session->state().value(), ReaderSession::State::ready);
+    return entry;
+  }
+
+  // Closes the newest window's session and waits for the position save that close starts,
+  // when it starts one.
+  enum class CloseSave { expected, none };
+  void closeWindow(CloseSave save) {
+    ReaderWindow& entry = windows_.back();
+    entry.session->close();
+    EXPECT_EQ(entry.session->state().value(), ReaderSession::State::closed);
+    if (save == CloseSave::expected) {
+      EXPECT_TRUE(iterateUntil(
+          [&] { return entry.log->lineOf("close.saved") || entry.log->lineOf("close.saveFailed"); },
+          10s));
+      EXPECT_TRUE(entry.log->lineOf("close.saved")) << ::testing::PrintToString(entry.log->lines);
+    } else {
+      iterateFor(100ms);
+      EXPECT_FALSE(entry.log->lineOf("close.saved"));
+    }
+  }
+
+  void releaseWindow() {
+    ReaderWindow& entry = windows_.back();
+    if (entry.session->state().value() != ReaderSession::State::closed) entry.session->close();
+    entry.session.reset();
+    gtk_window_destroy(GTK_WINDOW(entry.window));
+    windows_.pop_back();
+    iterateFor(20ms);
+  }
+
+  template <typename Result>
+  Result run(async::Task<Result> task) {
+    return async::runUntilDone(std::move(task), kStepLimit);
+  }
+
+  // Runs `body` as an async function in the runtime page of `entry` and gives its JSON-able
+  // result. Measures the page's DOM independently of the runtime.
+  json evaluate(const ReaderWindow& entry, const std::string& body) {
+    struct Outcome {
+      bool finished = false;
+      std::string text;
+      std::string error;
+    } outcome;
+    const std::string wrapped = "return JSON.stringify(await (async () => {" + body + "})());";
+    webkit_web_view_call_async_javascript_function(
+        entry.webView, wrapped.c_str(), -1, nullptr, nullptr, nullptr, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer data) {
+          auto* outcome = static_cast<Outcome*>(data);
+          GError* error = nullptr;
+          JSCValue* value = webkit_web_view_call_async_javascript_function_finish(
+              WEBKIT_WEB_VIEW(source), result, &error);
+          if (value == nullptr) {
+            outcome->error = error != nullptr ? error->message : "no value";
+            g_clear_error(&error);
+          } else {
+            char* text = jsc_value_is_undefined(value) ? nullptr : jsc_value_to_string(value);
+            outcome->text = text != nullptr ? text : "null";
+            g_free(text);
+            g_object_unref(value);
+          }
+          outcome->finished = true;
+        },
+        &outcome);
+    if (!iterateUntil([&] { return outcome.finished; }, 20s)) {
+      ADD_FAILURE() << "the script did not finish: " << body;
+      // The callback still holds the outcome; wait for it before it goes away.
+      iterateUntil([&] { return outcome.finished; }, 60s);
+      return nullptr;
+    }
+    if (!outcome.error.empty()) {
+      ADD_FAILURE() << "the script failed: " << outcome.error << "\n" << body;
+      return nullptr;
+    }
+    return json::parse(outcome.text);
+  }
+
+  // Whether the first character of `context.exact` lies inside the viewport, in the section on
+  // screen; the prefix and suffix tell repeated words apart.
+  bool isTextOnScreen(const ReaderWindow& entry, const TextContext& context) {
+    const json answer =
+        evaluate(entry, "const exact = " + json(context.exact).dump() +
+                            ", prefix = " + json(context.prefix.value_or("")).dump() +
+                            ", suffix = " + json(context.suffix.value_or("")).dump() + ";" + R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      if (!frame) return false;
+      const doc = frame.contentDocument;
+      const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
+      let text = '';
+      const map = [];
+      let inSpace = false;
+      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+        for (let offset = 0; offset < node.data.length; offset += 1) {
+          const character = node.data[offset];
+          if (/\s/.test(character)) {
+            if (inSpace) continue;
+            inSpace = true;
+            text += ' ';
+          } else {
+            inSpace = false;
+            text += character;
+          }
+          map.push([node, offset]);
+        }
+      }
+      const collapse = (words) => words.replace(/\s+/g, ' ');
+      let found = text.indexOf(collapse(prefix + exact + suffix));
+      if (found < 0) return false;
+      found += collapse(prefix).length;
+      while (text[found] === ' ') found += 1;
+      const [node, offset] = map[found];
+      const range = doc.createRange();
+      range.setStart(node, offset);
+      range.setEnd(node, offset + 1);
+      const box = range.getClientRects()[0];
+      if (!box) return false;
+      const frameBox = frame.getBoundingClientRect();
+      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
+      const x = frameBox.left + box.left + box.width / 2;
+      const y = frameBox.top + box.top + box.height / 2;
+      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+    )");
+    return answer == true;
+  }
+
+  // Selects, as the reader would with the mouse, the first `length` characters of the
+  // paragraph `paragraphID` in the section on screen.
+  void selectOpeningWords(const ReaderWindow& entry, const std::string& paragraphID,
+                          std::size_t length) {
+    const json selected = evaluate(entry, "const paragraphID = " + json(paragraphID).dump() +
+                                              ", length = " + std::to_string(length) + ";" + R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      const doc = frame.contentDocument;
+      const text = doc.getElementById(paragraphID).firstChild;
+      const range = doc.createRange();
+      range.setStart(text, 0);
+      range.setEnd(text, length);
+      doc.getSelection().removeAllRanges();
+      doc.getSelection().addRange(range);
+      return doc.getSelection().toString();
+    )");
+    ASSERT_TRUE(selected.is_string());
+    ASSERT_EQ(selected.get<std::string>().size(), length);
+  }
+
+  // The words that the runtime has painted as highlights in the section on screen.
+  json highlightedWords(const ReaderWindow& entry) {
+    return evaluate(entry, R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      const view = frame.contentWindow;
+      const highlights = view.CSS && view.CSS.highlights;
+      if (highlights) {
+        const highlight = highlights.get('tomekeeper-annotation');
+        return highlight ? [...highlight].map((range) => range.toString()) : [];
+      }
+      const overlay = frame.contentDocument.querySelector('[data-tomekeeper-runtime="highlight-overlay"]');
+      return overlay && overlay.children.length > 0 ? ['(drawn without the highlight API)'] : [];
+    )");
+  }
+
+  testing::TemporaryDirectory directory_;
+  std::filesystem::path bookFile_;
+  std::string fingerprint_;
+  std::vector<ReaderWindow> windows_;
+};
+
+TEST_F(ReaderSessionDisplayTest, AReopenedBookShowsThePageWhereTheLastSessionClosed) {
+  placeBook(ledgerBook());
+  ReaderWindow& first = openWindow();
+  ASSERT_EQ(first.session->state().value(), ReaderSession::State::ready);
+  EXPECT_FALSE(first.log->lineOf("open.saved")) << "a new book has no saved position";
+  run(first.session->nextPage());
+  run(first.session->nextSection());
+  run(first.session->nextPage());
+  run(first.session->nextPage());
+  ASSERT_TRUE(first.session->position().value());
+  const ReaderPositionResult before = *first.session->position().value();
+  EXPECT_EQ(before.spineIndex, 1);
+  EXPECT_EQ(before.page, 3);
+  ASSERT_TRUE(first.session->locator().value());
+  const Locator closed = *first.session->locator().value();
+  ASSERT_TRUE(closed.cfi);
+  ASSERT_TRUE(closed.excerpt);
+  EXPECT_TRUE(isTextOnScreen(first, *closed.excerpt));
+  closeWindow(CloseSave::expected);
+  releaseWindow();
+
+  ReaderWindow& second = openWindow();
+  ASSERT_EQ(second.session->state().value(), ReaderSession::State::ready);
+  EXPECT_FALSE(second.session->error().value());
+  ASSERT_TRUE(second.session->locator().value());
+  const Locator reopened = *second.session->locator().value();
+  EXPECT_EQ(reopened.spineIndex, closed.spineIndex);
+  EXPECT_EQ(reopened.cfi, closed.cfi);
+  ASSERT_TRUE(second.session->position().value());
+  EXPECT_EQ(second.session->position().value()->spineIndex, before.spineIndex);
+  EXPECT_EQ(second.session->position().value()->page, before.page);
+  EXPECT_EQ(second.session->position().value()->locatorResolution, "cfi");
+  EXPECT_TRUE(isTextOnScreen(second, *closed.excerpt))
+      << "\"" << closed.excerpt->exact << "\" is not on screen after the reopen";
+  EXPECT_EQ(second.session->pageLabel(), "Page 3 / " + std::to_string(before.pageCount));
+}
+
+TEST_F(ReaderSessionDisplayTest, AHighlightAndItsNoteMadeFromASelectionAreThereAfterAReopen) {
+  placeBook(ledgerBook());
+  ReaderWindow& first = openWindow();
+  ASSERT_EQ(first.session->state().value(), ReaderSession::State::ready);
+  const std::string words = "Chapter 1 paragraph 0 begins here";
+  selectOpeningWords(first, "c1p0", words.size());
+  // The runtime reports the selection, and the session reads it for the callout.
+  EXPECT_TRUE(
+      iterateUntil([&] { return first.session->currentTextSelection().value().has_value(); }, 5s));
+
+  run(first.session->addHighlight());
+  EXPECT_FALSE(first.session->error().value());
+  ASSERT_EQ(first.session->annotations().value().size(), 1u);
+  const Annotation highlight = first.session->annotations().value().front();
+  EXPECT_EQ(highlight.selectedText, words);
+  EXPECT_EQ(highlight.bookFingerprint, fingerprint_);
+  EXPECT_EQ(highlight.locator.spineIndex, 0);
+  EXPECT_FALSE(first.session->currentTextSelection().value());
+  EXPECT_EQ(highlightedWords(first), json::array({words}));
+
+  run(first.session->saveNote(highlight, "  The ledger starts with its own name.\n"));
+  ASSERT_EQ(first.session->annotations().value().size(), 1u);
+  EXPECT_EQ(first.session->annotations().value().front().note,
+            "The ledger starts with its own name.");
+  closeWindow(CloseSave::expected);
+  releaseWindow();
+
+  ReaderWindow& second = openWindow();
+  ASSERT_EQ(second.session->state().value(), ReaderSession::State::ready);
+  EXPECT_FALSE(second.session->error().value());
+  ASSERT_EQ(second.session->annotations().value().size(), 1u);
+  const Annotation reopened = second.session->annotations().value().front();
+  EXPECT_EQ(reopened.id, highlight.id);
+  EXPECT_EQ(reopened.selectedText, words);
+  EXPECT_EQ(reopened.locator, highlight.locator);
+  EXPECT_EQ(reopened.note, "The ledger starts with its own name.");
+  EXPECT_TRUE(second.session->unresolvedAnnotationIDs().value().empty());
+  // Drawn again by the open, over the same words.
+  EXPECT_TRUE(iterateUntil([&] { return highlightedWords(second) == json::array({words}); }, 5s))
+      << highlightedWords(second).dump();
+}
+
+TEST_F(ReaderSessionDisplayTest,
+       AfterClearingTheReadingDataTheBookReopensAtItsStartWithNothingMarked) {
+  placeBook(ledgerBook());
+  ReaderWindow& first = openWindow();
+  ASSERT_EQ(first.session->state().value(), ReaderSession::State::ready);
+  selectOpeningWords(first, "c1p0", 9);
+  run(first.session->addHighlight());
+  ASSERT_EQ(first.session->annotations().value().size(), 1u);
+  run(first.session->nextSection());
+  run(first.session->nextPage());
+  EXPECT_EQ(run(first.session->toggleBookmark()), BookmarkToggle::added);
+  ASSERT_EQ(first.session->bookmarks().value().size(), 1u);
+  closeWindow(CloseSave::expected);
+  releaseWindow();
+
+  // The marks and the place are all there before they are cleared.
+  ReaderWindow& second = openWindow();
+  ASSERT_EQ(second.session->state().value(), ReaderSession::State::ready);
+  EXPECT_EQ(second.session->annotations().value().size(), 1u);
+  EXPECT_EQ(second.session->bookmarks().value().size(), 1u);
+  ASSERT_TRUE(second.session->position().value());
+  EXPECT_EQ(second.session->position().value()->spineIndex, 1);
+  const std::optional<Locator> shown = second.session->locator().value();
+
+  run(second.session->clearReadingData());
+  EXPECT_FALSE(second.session->error().value());
+  EXPECT_TRUE(second.session->annotations().value().empty());
+  EXPECT_TRUE(second.session->bookmarks().value().empty());
+  EXPECT_EQ(second.session->locator().value(), shown) << "clearing does not move the reader";
+  closeWindow(CloseSave::none);
+  releaseWindow();
+
+  ReaderWindow& third = openWindow();
+  ASSERT_EQ(third.session->state().value(), ReaderSession::State::ready);
+  EXPECT_FALSE(third.session->error().value());
+  EXPECT_FALSE(third.log->lineOf("open.saved")) << "no position is left to restore";
+  ASSERT_TRUE(third.session->locator().value());
+  EXPECT_EQ(third.session->locator().value()->spineIndex, 0);
+  EXPECT_EQ(third.session->locator().value()->sectionProgression.value_or(1), 0.0);
+  EXPECT_TRUE(third.session->annotations().value().empty());
+  EXPECT_TRUE(third.session->bookmarks().value().empty());
+  EXPECT_EQ(highlightedWords(third), json::array());
+}
+
+TEST_F(ReaderSessionDisplayTest, EverySampleBookReopensAtTheLocatorThatItsCloseSaved) {
+  const std::vector<std::filesystem::path> books = testing::sampleBooks();
+  if (books.empty()) GTEST_SKIP() << "no sample corpus at " << testing::sampleCorpusDirectory();
+  for (const std::filesystem::path& book : books) {
+    SCOPED_TRACE(book.filename().string());
+    placeBookFile(book);
+    ReaderWindow* first = nullptr;
+    try {
+      first = &openWindow();
+      // A few pages in; a short book may end sooner, which the runtime answers in place.
+      for (int turn = 0; turn < 4; ++turn) run(first->session->nextPage());
+    } catch (...) {
+      ADD_FAILURE() << "the first session failed: " << describeCurrentFailure();
+      releaseWindow();
+      continue;
+    }
+    closeWindow(CloseSave::expected);
+    const std::optional<std::string> saved = first->log->lineOf("close.saved");
+    releaseWindow();
+    if (!saved) continue;
+
+    ReaderWindow* second = nullptr;
+    try {
+      second = &openWindow();
+    } catch (...) {
+      ADD_FAILURE() << "the reopen failed: " << describeCurrentFailure();
+      releaseWindow();
+      continue;
+    }
+    const std::optional<std::string> restored = second->log->lineOf("open.saved");
+    const std::optional<std::string> corrected = second->log->lineOf("open.finalCorrection");
+    ASSERT_TRUE(restored) << ::testing::PrintToString(second->log->lines);
+    ASSERT_TRUE(corrected) << ::testing::PrintToString(second->log->lines);
+    EXPECT_EQ(loggedPlace(*restored), loggedPlace(*saved)) << *restored << "\n" << *saved;
+    EXPECT_EQ(loggedPlace(*corrected), loggedPlace(*saved)) << *corrected << "\n" << *saved;
+    releaseWindow();
+  }
+}
+
+}  // namespace
+}  // namespace tomekeeper
