@@ -130,6 +130,7 @@ void ReaderWebViewHost::configure() {
 
 ReaderWebViewHost::~ReaderWebViewHost() {
   close();
+  if (highlightMenu_ != nullptr) gtk_widget_unparent(GTK_WIDGET(highlightMenu_));
   g_signal_handlers_disconnect_by_data(webView_.get(), this);
   g_signal_handlers_disconnect_by_data(contentManager_.get(), this);
 }
@@ -292,6 +293,58 @@ gboolean ReaderWebViewHost::handleDecidePolicy(WebKitWebView*, WebKitPolicyDecis
       break;
   }
   return TRUE;
+}
+
+bool ReaderWebViewHost::presentHighlightMenu(double x, double y, HighlightMenuNoteItem noteItem,
+                                             std::function<void()> editNote,
+                                             std::function<void()> removeHighlight) {
+  GtkWidget* view = GTK_WIDGET(webView_.get());
+  // GTK's coordinates grow downwards from the view's own origin, as the runtime's do.
+  const double width = gtk_widget_get_width(view);
+  const double height = gtk_widget_get_height(view);
+  if (gtk_widget_get_root(view) == nullptr || !(x >= 0 && y >= 0 && x < width && y < height)) {
+    return false;
+  }
+  if (highlightMenu_ == nullptr) {
+    static const GActionEntry entries[] = {
+        {"edit-note", activateHighlightAction, nullptr, nullptr, nullptr, {}},
+        {"remove", activateHighlightAction, nullptr, nullptr, nullptr, {}},
+    };
+    const auto actions = GObjectHandle<GSimpleActionGroup>::adopt(g_simple_action_group_new());
+    g_action_map_add_action_entries(G_ACTION_MAP(actions.get()), entries, G_N_ELEMENTS(entries),
+                                    this);
+    gtk_widget_insert_action_group(view, "highlight", G_ACTION_GROUP(actions.get()));
+    highlightMenu_ = GTK_POPOVER_MENU(gtk_popover_menu_new_from_model(nullptr));
+    gtk_widget_set_parent(GTK_WIDGET(highlightMenu_), view);
+    gtk_popover_set_has_arrow(GTK_POPOVER(highlightMenu_), FALSE);
+    gtk_widget_set_halign(GTK_WIDGET(highlightMenu_), GTK_ALIGN_START);
+  }
+  // Two sections draw the separator between the note item and the removal.
+  const auto noteSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(noteSection.get(),
+                noteItem == HighlightMenuNoteItem::editNote ? "Edit Note…" : "Add Note…",
+                "highlight.edit-note");
+  const auto removeSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(removeSection.get(), "Remove Highlight", "highlight.remove");
+  const auto menu = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(noteSection.get()));
+  g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(removeSection.get()));
+  gtk_popover_menu_set_menu_model(highlightMenu_, G_MENU_MODEL(menu.get()));
+
+  editNote_ = std::move(editNote);
+  removeHighlight_ = std::move(removeHighlight);
+  const GdkRectangle point{static_cast<int>(x), static_cast<int>(y), 1, 1};
+  gtk_popover_set_pointing_to(GTK_POPOVER(highlightMenu_), &point);
+  gtk_popover_popup(GTK_POPOVER(highlightMenu_));
+  return true;
+}
+
+void ReaderWebViewHost::activateHighlightAction(GSimpleAction* action, GVariant*, gpointer data) {
+  auto* host = static_cast<ReaderWebViewHost*>(data);
+  const std::string_view name = g_action_get_name(G_ACTION(action));
+  // Copied first: the function may present another menu, which replaces the stored ones.
+  const std::function<void()> chosen = name == "remove" ? host->removeHighlight_ : host->editNote_;
+  if (chosen) chosen();
 }
 
 gboolean ReaderWebViewHost::handleContextMenu(WebKitWebView*, WebKitContextMenu*,

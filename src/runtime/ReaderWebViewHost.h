@@ -49,6 +49,9 @@ inline constexpr std::string_view kReaderBridgeForwarderScript =
 inline constexpr std::string_view kReaderBridgeRequestFunctionBody =
     "window.readerRuntime.receive(JSON.parse(request))";
 
+// The first item of the highlight menu: a highlight without a note offers to add one.
+enum class HighlightMenuNoteItem { addNote, editNote };
+
 // Opens a web address in the desktop's browser; returns whether it was opened.
 bool openExternalURL(const std::string& url);
 
@@ -91,6 +94,15 @@ class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost>
   async::Task<void> prepareRuntime(std::filesystem::path runtimeDirectory,
                                    std::chrono::steady_clock::duration timeout);
 
+  // Pops up the highlight menu at (x, y) in the web view's coordinates: the note item ("Add
+  // Note…" or "Edit Note…"), a separator, and "Remove Highlight". Shows nothing and returns
+  // false when the view is in no window or the point lies outside its bounds. The chosen item
+  // runs its function; a later menu replaces the functions of an earlier one.
+  bool presentHighlightMenu(double x, double y, HighlightMenuNoteItem noteItem,
+                            std::function<void()> editNote, std::function<void()> removeHighlight);
+  // The menu while it is shown, for tests; null before the first one.
+  GtkPopoverMenu* highlightMenu() const noexcept { return highlightMenu_; }
+
   // Stops loading, cancels the scheme's loads, fails pending requests with readerClosed, ends
   // a runtime load with closed and removes the message handler. Idempotent. From then on every
   // navigation is cancelled.
@@ -114,6 +126,7 @@ class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost>
                                     WebKitHitTestResult* hit, gpointer data);
   static void handleScriptMessage(WebKitUserContentManager* manager, JSCValue* value,
                                   gpointer data);
+  static void activateHighlightAction(GSimpleAction* action, GVariant* parameter, gpointer data);
 
   GObjectHandle<WebKitUserContentManager> contentManager_;
   GObjectHandle<WebKitWebView> webView_;
@@ -126,6 +139,10 @@ class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost>
   bool currentLoadFailed_ = false;
   std::shared_ptr<async::Completion<void>> runtimeLoadCompletion_;
   std::optional<std::stop_source> runtimeLoadTimeout_;
+  // Made on first use and parented to the web view until the host goes.
+  GtkPopoverMenu* highlightMenu_ = nullptr;
+  std::function<void()> editNote_;
+  std::function<void()> removeHighlight_;
 };
 
 }  // namespace tomekeeper

@@ -297,5 +297,74 @@ TEST_F(ReaderWebViewHostDisplayTest, ARuntimeLoadEndsAtItsTimeout) {
   }
 }
 
+// The label of the first item of section `section` of the highlight menu.
+std::string highlightMenuLabel(GtkPopoverMenu* menu, int section) {
+  GMenuModel* model = gtk_popover_menu_get_menu_model(menu);
+  GMenuModel* items = g_menu_model_get_item_link(model, section, G_MENU_LINK_SECTION);
+  gchar* label = nullptr;
+  g_menu_model_get_item_attribute(items, 0, G_MENU_ATTRIBUTE_LABEL, "s", &label);
+  g_object_unref(items);
+  std::string text = label != nullptr ? label : "";
+  g_free(label);
+  return text;
+}
+
+class HighlightMenuDisplayTest : public ReaderWebViewHostDisplayTest {
+ protected:
+  void SetUp() override {
+    ReaderWebViewHostDisplayTest::SetUp();
+    iterateUntil([this] { return gtk_widget_get_width(GTK_WIDGET(host_->webView())) > 0; }, 10s);
+  }
+
+  bool present(double x, double y, HighlightMenuNoteItem noteItem) {
+    return host_->presentHighlightMenu(
+        x, y, noteItem, [this] { ++editNoteCount_; }, [this] { ++removeCount_; });
+  }
+
+  int editNoteCount_ = 0;
+  int removeCount_ = 0;
+};
+
+TEST_F(HighlightMenuDisplayTest, OffersToAddANoteAndRemovesTheHighlight) {
+  ASSERT_TRUE(present(40, 30, HighlightMenuNoteItem::addNote));
+  GtkPopoverMenu* menu = host_->highlightMenu();
+  ASSERT_NE(menu, nullptr);
+  EXPECT_TRUE(gtk_widget_get_visible(GTK_WIDGET(menu)));
+  EXPECT_EQ(highlightMenuLabel(menu, 0), "Add Note…");
+  EXPECT_EQ(highlightMenuLabel(menu, 1), "Remove Highlight");
+  GdkRectangle point{};
+  ASSERT_TRUE(gtk_popover_get_pointing_to(GTK_POPOVER(menu), &point));
+  EXPECT_EQ(point.x, 40);
+  EXPECT_EQ(point.y, 30);
+
+  gtk_widget_activate_action(GTK_WIDGET(host_->webView()), "highlight.remove", nullptr);
+  EXPECT_EQ(removeCount_, 1);
+  EXPECT_EQ(editNoteCount_, 0);
+}
+
+TEST_F(HighlightMenuDisplayTest, AHighlightWithANoteOffersToEditIt) {
+  ASSERT_TRUE(present(10, 10, HighlightMenuNoteItem::editNote));
+  EXPECT_EQ(highlightMenuLabel(host_->highlightMenu(), 0), "Edit Note…");
+  gtk_widget_activate_action(GTK_WIDGET(host_->webView()), "highlight.edit-note", nullptr);
+  EXPECT_EQ(editNoteCount_, 1);
+  EXPECT_EQ(removeCount_, 0);
+}
+
+TEST_F(HighlightMenuDisplayTest, AMenuRequestOutsideTheBoundsShowsNothing) {
+  const double width = gtk_widget_get_width(GTK_WIDGET(host_->webView()));
+  const double height = gtk_widget_get_height(GTK_WIDGET(host_->webView()));
+  EXPECT_FALSE(present(-1, 10, HighlightMenuNoteItem::addNote));
+  EXPECT_FALSE(present(10, height, HighlightMenuNoteItem::addNote));
+  EXPECT_FALSE(present(width + 5, 10, HighlightMenuNoteItem::addNote));
+  EXPECT_EQ(host_->highlightMenu(), nullptr);
+}
+
+TEST_F(HighlightMenuDisplayTest, AViewInNoWindowShowsNoMenu) {
+  const std::shared_ptr<ReaderWebViewHost> detached = ReaderWebViewHost::create();
+  EXPECT_FALSE(detached->presentHighlightMenu(
+      1, 1, HighlightMenuNoteItem::addNote, [] {}, [] {}));
+  EXPECT_EQ(detached->highlightMenu(), nullptr);
+}
+
 }  // namespace
 }  // namespace tomekeeper
