@@ -130,7 +130,11 @@ void ReaderWebViewHost::configure() {
 
 ReaderWebViewHost::~ReaderWebViewHost() {
   close();
-  if (highlightMenu_ != nullptr) gtk_widget_unparent(GTK_WIDGET(highlightMenu_));
+  if (highlightMenu_ != nullptr) {
+    // The view may outlive its host in a window; its actions must not call into a dead host.
+    gtk_widget_insert_action_group(GTK_WIDGET(webView_.get()), "highlight", nullptr);
+    gtk_widget_unparent(GTK_WIDGET(highlightMenu_));
+  }
   g_signal_handlers_disconnect_by_data(webView_.get(), this);
   g_signal_handlers_disconnect_by_data(contentManager_.get(), this);
 }

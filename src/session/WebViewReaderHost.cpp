@@ -85,8 +85,23 @@ class GtkWebViewReaderHost final : public WebViewReaderHost,
 
   // The web view host does not offer its highlight menu yet; until it does, the menu is not
   // shown and the session's removal and note callbacks are reached from the sidebar only.
-  void presentAnnotationMenu(const ReaderAnnotationContextMenuRequest&,
-                             AnnotationNotePresence) override {}
+  void presentAnnotationMenu(const ReaderAnnotationContextMenuRequest& request,
+                             AnnotationNotePresence notePresence) override {
+    // The items call back through the adapter, which may be gone by the time one is chosen.
+    const std::weak_ptr<GtkWebViewReaderHost> weak = weak_from_this();
+    host_->presentHighlightMenu(
+        request.x, request.y,
+        notePresence == AnnotationNotePresence::withNote ? HighlightMenuNoteItem::editNote
+                                                         : HighlightMenuNoteItem::addNote,
+        [weak, request] {
+          const auto self = weak.lock();
+          if (self && self->onEditAnnotation) self->onEditAnnotation(request);
+        },
+        [weak, annotationID = request.annotationID] {
+          const auto self = weak.lock();
+          if (self && self->onRemoveAnnotation) self->onRemoveAnnotation(annotationID);
+        });
+  }
 
  private:
   // Only the first key-down of a held key acts: a held key is no run of page turns.
