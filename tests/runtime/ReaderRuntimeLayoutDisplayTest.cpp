@@ -340,5 +340,101 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookKeepsItsPlaceThroughPresenta
   expectStillShown(larger, "vertical, double page");
 }
 
+TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookScrollsSidewaysAndKeepsItsPlace) {
+  const Locator before = standInTheMiddleOfTheBook(verticalBook());
+  const ConfigureReadingModeResult result =
+      run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
+  EXPECT_EQ(result.effectiveMode, ReadingMode::scrolled);
+  EXPECT_EQ(result.computedContainerOverflow, "auto hidden");
+  expectStillShown(before, "vertical, scrolled");
+  saveScreenshot("vertical-scrolled");
+  // Forward is to the left, and back again to the same place.
+  const ReaderPositionResult forward = run(bridge().next());
+  const Locator further = run(bridge().currentLocator());
+  EXPECT_NE(further.cfi, before.cfi);
+  ASSERT_TRUE(further.excerpt);
+  EXPECT_TRUE(isTextOnScreen(*further.excerpt));
+  const ReaderPositionResult back = run(bridge().goTo(GoToLocatorRequest{further}));
+  EXPECT_EQ(back.page, forward.page);
+  // And back to pages, from where the scrolled view stands.
+  run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::paginated}));
+  expectStillShown(further, "vertical, paginated again");
+}
+
+// ---- Fixed-layout books ----------------------------------------------------------------------
+
+std::string fixedLayoutPage(int number) {
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<html xmlns="http://www.w3.org/1999/xhtml" xml:lang="en"><head><title>Page</title>
+<meta name="viewport" content="width=600, height=800"/>
+<style>html, body { margin: 0; width: 600px; height: 800px; }
+#sheet { width: 600px; height: 800px; background: rgb(200, 220, 255); overflow: hidden; }</style></head>
+<body><div id="sheet"><p id="words">Page )" +
+         std::to_string(number) + R"( of a book laid out by hand.</p></div></body></html>
+)";
+}
+
+std::string fixedLayoutBook() {
+  testing::EpubBuilder builder;
+  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath,
+                      R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id"
+         prefix="rendition: http://www.idpf.org/vocab/rendition/#">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:0f1e2d3c-4b5a-4968-8776-a5b4c3d2e1f0</dc:identifier>
+    <dc:title>Pages by Hand</dc:title>
+    <dc:language>en</dc:language>
+    <meta property="rendition:layout">pre-paginated</meta>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+    <item id="page1" href="page1.xhtml" media-type="application/xhtml+xml"/>
+    <item id="page2" href="page2.xhtml" media-type="application/xhtml+xml"/>
+  </manifest>
+  <spine><itemref idref="page1"/><itemref idref="page2"/></spine>
+</package>
+)");
+  builder.addFile("OEBPS/page1.xhtml", fixedLayoutPage(1));
+  builder.addFile("OEBPS/page2.xhtml", fixedLayoutPage(2));
+  return builder.build();
+}
+
+TEST_F(ReaderRuntimeLayoutDisplayTest, AFixedLayoutPageIsScaledToFitTheView) {
+  openBook(fixedLayoutBook());
+  for (int page = 1; page <= 2; ++page) {
+    SCOPED_TRACE("page " + std::to_string(page));
+    const json placed = evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      const sheet = frame.getBoundingClientRect();
+      const view = document.getElementById('reader-viewport').getBoundingClientRect();
+      return { sheet: [sheet.left, sheet.top, sheet.width, sheet.height],
+               view: [view.left, view.top, view.width, view.height],
+               words: frame.contentDocument.getElementById('words').textContent };
+    )");
+    const double left = placed["sheet"][0], top = placed["sheet"][1];
+    const double width = placed["sheet"][2], height = placed["sheet"][3];
+    const double viewLeft = placed["view"][0], viewTop = placed["view"][1];
+    const double viewWidth = placed["view"][2], viewHeight = placed["view"][3];
+    EXPECT_EQ(placed["words"], "Page " + std::to_string(page) + " of a book laid out by hand.");
+    // The whole page is inside the view, keeps its proportions, and fills the tighter side.
+    EXPECT_GE(left, viewLeft - 1) << placed.dump();
+    EXPECT_GE(top, viewTop - 1) << placed.dump();
+    EXPECT_LE(left + width, viewLeft + viewWidth + 1) << placed.dump();
+    EXPECT_LE(top + height, viewTop + viewHeight + 1) << placed.dump();
+    EXPECT_NEAR(width / height, 600.0 / 800.0, 0.01) << placed.dump();
+    EXPECT_NEAR(std::max(width / viewWidth, height / viewHeight), 1.0, 0.02) << placed.dump();
+    // And it stands in the middle.
+    EXPECT_NEAR(left + width / 2, viewLeft + viewWidth / 2, 2.0) << placed.dump();
+    EXPECT_NEAR(top + height / 2, viewTop + viewHeight / 2, 2.0) << placed.dump();
+    if (page == 1) {
+      saveScreenshot("fixed-layout");
+      const ReaderPositionResult position = run(bridge().next());
+      EXPECT_EQ(position.spineIndex, 1);
+      EXPECT_EQ(position.pageCount, 1);
+      EXPECT_TRUE(position.atEnd);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tomekeeper

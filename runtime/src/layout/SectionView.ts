@@ -33,6 +33,9 @@ export class SectionView {
   private textIndex: TextIndex | undefined;
   private geometry: PageGeometry = { axis: 'horizontal', progression: 'forward', pageSize: 1, gap: columnGap };
   private mode: PresentationSettings['mode'] = 'paginated';
+  // Scrolled vertical writing runs across: its lines stand side by side and the view scrolls
+  // sideways, from the right, over content this wide.
+  private acrossExtent = 0;
   private currentPage = 0;
   pageCount = 1;
   columnCount = 1;
@@ -148,8 +151,19 @@ export class SectionView {
     root.style.setProperty('margin', '0');
     if (settings.mode === 'scrolled') {
       for (const property of ['column-width', 'column-gap', 'column-fill', 'height', 'width', 'overflow']) root.style.removeProperty(property);
-      this.geometry = { axis: 'vertical', progression: 'forward', pageSize: height, gap: 0 };
       this.columnCount = 1;
+      if (axis === 'vertical') {
+        this.geometry = { axis: 'horizontal', progression: 'reverse', pageSize: width, gap: 0 };
+        frameStyle.height = `${height}px`;
+        root.style.setProperty('height', `${height}px`);
+        const contentWidth = Math.max(width, root.scrollWidth, body?.scrollWidth ?? 0);
+        frameStyle.width = `${contentWidth}px`;
+        this.acrossExtent = contentWidth;
+        this.pageCount = pageCountForExtent(contentWidth, this.geometry);
+        return;
+      }
+      this.acrossExtent = 0;
+      this.geometry = { axis: 'vertical', progression: 'forward', pageSize: height, gap: 0 };
       frameStyle.height = `${height}px`;
       const contentHeight = Math.max(height, root.scrollHeight, body?.scrollHeight ?? 0);
       frameStyle.height = `${contentHeight}px`;
@@ -202,7 +216,9 @@ export class SectionView {
     this.currentPage = clampPage(page, this.pageCount);
     if (this.fixedLayout) return;
     if (this.mode === 'scrolled') {
-      if (container !== undefined) container.scrollTop = this.currentPage * this.geometry.pageSize;
+      if (container === undefined) return;
+      if (this.scrollsAcross) container.scrollLeft -= this.currentPage * this.geometry.pageSize - this.acrossDistance(container);
+      else container.scrollTop = this.currentPage * this.geometry.pageSize;
       return;
     }
     const offset = translationForPage(this.currentPage, this.geometry);
@@ -210,19 +226,38 @@ export class SectionView {
     this.document.documentElement.style.setProperty('transform', transform);
   }
 
+  // Whether the section scrolls sideways: scrolled, in vertical writing.
+  get scrollsAcross(): boolean {
+    return this.mode === 'scrolled' && this.acrossExtent > 0;
+  }
+
+  // How far a sideways-scrolled section has moved from its start, where its right edge meets the
+  // container's. Measured on the frame itself: other frames in the stage widen the scroll range.
+  private acrossDistance(container: HTMLElement): number {
+    return Math.max(0, this.frame.getBoundingClientRect().right - container.getBoundingClientRect().right);
+  }
+
   // In scrolled mode the page follows the container's scroll position.
   syncScrolledPage(container: HTMLElement): void {
     if (this.mode !== 'scrolled') return;
-    this.currentPage = clampPage(Math.floor((container.scrollTop + 1) / this.geometry.pageSize), this.pageCount);
+    const distance = this.scrollsAcross ? this.acrossDistance(container) : container.scrollTop;
+    this.currentPage = clampPage(Math.floor((distance + 1) / this.geometry.pageSize), this.pageCount);
   }
 
-  // Whether a scrolled section has moved away from its very top; paginated sections never have.
+  // Whether a scrolled section has moved away from its very start; paginated sections never have.
   isScrolledPastStart(container: HTMLElement): boolean {
-    return this.mode === 'scrolled' && container.scrollTop > 0;
+    if (this.mode !== 'scrolled') return false;
+    return this.scrollsAcross ? this.acrossDistance(container) > 1 : container.scrollTop > 0;
   }
 
   // The rectangle that is on screen, in the frame's own coordinates.
   private visibleBand(container: HTMLElement | undefined): { start: number; end: number } {
+    if (this.scrollsAcross && container !== undefined) {
+      // The page is the stretch of one page size at the container's right edge; what peeks in
+      // beyond it on the left belongs to the next page.
+      const end = container.getBoundingClientRect().right - this.frame.getBoundingClientRect().left;
+      return { start: end - this.geometry.pageSize, end };
+    }
     if (this.mode === 'scrolled') {
       const top = container?.scrollTop ?? 0;
       return { start: top, end: top + this.geometry.pageSize };
@@ -233,9 +268,16 @@ export class SectionView {
   private placementOfRect(rect: DOMRect, container: HTMLElement | undefined): CharacterPlacement {
     if (rect.width === 0 && rect.height === 0) return 'unplaced';
     const band = this.visibleBand(container);
-    if (this.geometry.axis === 'vertical' || this.mode === 'scrolled') {
+    if (this.geometry.axis === 'vertical' || (this.mode === 'scrolled' && !this.scrollsAcross)) {
       if (rect.bottom <= band.start) return 'before';
       if (rect.top >= band.end) return 'after';
+      return 'visible';
+    }
+    if (this.scrollsAcross) {
+      // Lines of a scrolled section don't break at page edges: a line belongs to the page that
+      // holds its start (right) side, as pageOfRect counts it.
+      if (rect.right > band.end) return 'before';
+      if (rect.right <= band.start) return 'after';
       return 'visible';
     }
     if (this.geometry.progression === 'forward') {
@@ -299,6 +341,9 @@ export class SectionView {
   }
 
   private pageOfRect(rect: DOMRect): number {
+    if (this.scrollsAcross) {
+      return clampPage(Math.floor((this.acrossExtent - rect.right) / this.geometry.pageSize), this.pageCount);
+    }
     if (this.mode === 'scrolled') {
       return clampPage(Math.floor(rect.top / this.geometry.pageSize), this.pageCount);
     }

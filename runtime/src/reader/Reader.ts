@@ -234,6 +234,7 @@ export class Reader implements ReaderOperations {
       this.current?.show(false);
       this.current = view;
     }
+    this.applyScrollAxis(view);
     view.showPage(choosePage(view), this.environment.viewport);
     view.show(true);
     this.trimPrepared(spineIndex);
@@ -505,6 +506,7 @@ export class Reader implements ReaderOperations {
       if (prepared !== undefined && prepared !== view) prepared.layout(this.settings, this.viewportMeasures());
     }
     view.layout(this.settings, this.viewportMeasures());
+    this.applyScrollAxis(view);
     const placed = this.placeLocator(view, before, false, this.state);
     view.showPage(placed.page, this.environment.viewport);
     this.environment.emitLocatorChanged(await this.currentLocator());
@@ -513,6 +515,15 @@ export class Reader implements ReaderOperations {
 
   handleResize(): void {
     void this.relayout().catch(() => undefined);
+  }
+
+  // A scrolled section in vertical writing scrolls sideways, others up and down.
+  private applyScrollAxis(view: SectionView): void {
+    const viewport = this.environment.viewport;
+    viewport.classList.toggle('scrolled-across', view.scrollsAcross);
+    // Whatever the other axis scrolled is left behind.
+    if (view.scrollsAcross) viewport.scrollTop = 0;
+    else viewport.scrollLeft = 0;
   }
 
   // The runtime page itself: theme colours and the scrolled class of the viewport.
