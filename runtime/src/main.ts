@@ -116,7 +116,8 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
     transport?.emit('searchResults', { searchID, isComplete, results });
   });
 
-  // In scrolled mode the page moves without a bridge call: bookmarks and the selection follow it.
+  // In scrolled mode the page moves without a bridge call: bookmarks and the selection follow it,
+  // and the native side is told the new place, as after any other move, so that it is saved.
   let scrollTimer: ReturnType<typeof setTimeout> | undefined;
   // Scroll events do not bubble; the viewport's reaches the document in the capture phase.
   document.addEventListener('scroll', () => {
@@ -124,6 +125,12 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
     scrollTimer = setTimeout(() => {
       reader.refreshBookmarkVisibility();
       selection?.placementChanged();
+      if (viewport.classList.contains('scrolled') && reader.currentSection !== undefined) {
+        reader.currentLocator().then(
+          (locator) => transport?.emit('locatorChanged', { locator }),
+          () => undefined,
+        );
+      }
     }, 100);
   }, { capture: true, passive: true });
   return { reader, annotations, search };

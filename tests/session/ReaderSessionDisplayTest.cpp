@@ -92,19 +92,23 @@ std::string logField(const std::string& line, const std::string& label, const st
   return line.substr(valueBegin, end == std::string::npos ? std::string::npos : end - valueBegin);
 }
 
-// Where a log line says the reader was: the spine index and the (cleaned) CFI.
+// Where a log line says the reader was: the spine index, the (cleaned) CFI and the progression
+// in the section. A page without text (a full-page picture) has no CFI, only its progression.
 struct LoggedPlace {
   std::string spine;
   std::string cfi;
+  std::string fraction;
   bool operator==(const LoggedPlace&) const = default;
 };
 
 std::ostream& operator<<(std::ostream& stream, const LoggedPlace& place) {
-  return stream << "spine=" << place.spine << " cfi=" << place.cfi;
+  return stream << "spine=" << place.spine << " cfi=" << place.cfi
+                << " fraction=" << place.fraction;
 }
 
 LoggedPlace loggedPlace(const std::string& line) {
-  return {logField(line, "spine", "cfi"), logField(line, "cfi", "fraction")};
+  return {logField(line, "spine", "cfi"), logField(line, "cfi", "fraction"),
+          logField(line, "fraction", "page")};
 }
 
 // The diagnostic of the exception being handled, for a failure message.
@@ -350,6 +354,8 @@ class ReaderSessionDisplayTest : public ::testing::Test {
     )");
   }
 
+  Locator scrollThreeScreensIntoTheSecondSection(ReaderWindow& entry);
+
   testing::TemporaryDirectory directory_;
   std::filesystem::path bookFile_;
   std::string fingerprint_;
@@ -479,41 +485,135 @@ TEST_F(ReaderSessionDisplayTest,
   EXPECT_EQ(highlightedWords(third), json::array());
 }
 
+// Opens the ledger in scrolled mode on its second section and scrolls three screens down, as a
+// reader does with the wheel: no bridge call, only the page moves. Gives the runtime's own
+// locator of the place reached, once the session has saved the runtime's report of it.
+Locator ReaderSessionDisplayTest::scrollThreeScreensIntoTheSecondSection(ReaderWindow& entry) {
+  run(entry.session->nextSection());
+  run(entry.session->setReadingMode(ReadingMode::scrolled));
+  EXPECT_EQ(entry.session->readingMode().value(), ReadingMode::scrolled);
+  const std::optional<Locator> beforeScrolling = entry.session->locator().value();
+  // Let the events of the mode change settle and be saved before the reader scrolls.
+  iterateFor(600ms);
+  const std::size_t linesBeforeScrolling = entry.log->lines.size();
+
+  const json scrolled = evaluate(entry, R"(
+    const viewport = document.getElementById('reader-viewport');
+    viewport.scrollTop += 3 * viewport.clientHeight;
+    return viewport.scrollTop;
+  )");
+  EXPECT_TRUE(scrolled.is_number() && scrolled.get<double>() > 0) << scrolled.dump();
+  const auto savedAfterScrolling = [&] {
+    for (std::size_t line = linesBeforeScrolling; line < entry.log->lines.size(); ++line) {
+      if (entry.log->lines[line].find(" stage=runtime.saved ") != std::string::npos) return true;
+    }
+    return false;
+  };
+  EXPECT_TRUE(iterateUntil(savedAfterScrolling, 5s))
+      << "the scrolled place was never saved: "
+      << ::testing::PrintToString(std::vector<std::string>(
+             entry.log->lines.begin() + static_cast<std::ptrdiff_t>(linesBeforeScrolling),
+             entry.log->lines.end()));
+  const Locator shown = run(entry.session->host()->bridge()->currentLocator());
+  EXPECT_TRUE(beforeScrolling && shown.cfi != beforeScrolling->cfi)
+      << "the scroll did not move the reader";
+  EXPECT_EQ(entry.session->locator().value(), shown);
+  return shown;
+}
+
+TEST_F(ReaderSessionDisplayTest, APlaceReachedByScrollingIsSavedAndRestoredByTheReopen) {
+  placeBook(ledgerBook());
+  ReaderWindow& first = openWindow();
+  ASSERT_EQ(first.session->state().value(), ReaderSession::State::ready);
+  const Locator shown = scrollThreeScreensIntoTheSecondSection(first);
+  ASSERT_TRUE(shown.cfi);
+  closeWindow(CloseSave::expected);
+  const std::optional<std::string> saved = first.log->lineOf("close.saved");
+  releaseWindow();
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(loggedPlace(*saved).cfi, cleanedCFIForLog(shown.cfi));
+
+  ReaderWindow& second = openWindow();
+  ASSERT_EQ(second.session->state().value(), ReaderSession::State::ready);
+  EXPECT_EQ(second.session->readingMode().value(), ReadingMode::scrolled);
+  const std::optional<std::string> restored = second.log->lineOf("open.saved");
+  ASSERT_TRUE(restored) << ::testing::PrintToString(second.log->lines);
+  EXPECT_EQ(loggedPlace(*restored), loggedPlace(*saved));
+  ASSERT_TRUE(second.session->locator().value());
+  EXPECT_EQ(second.session->locator().value()->spineIndex, shown.spineIndex);
+}
+
+// Known to fail: in scrolled mode the runtime's goTo scrolls to the start of the screenful
+// ("page") that holds the target's top, not to the target, so a line that straddles two
+// screenfuls when the reader stops scrolling is restored just below the bottom of the view.
+TEST_F(ReaderSessionDisplayTest, DISABLED_AReopenInScrolledModeShowsTheLineThatStoodFirst) {
+  placeBook(ledgerBook());
+  ReaderWindow& first = openWindow();
+  ASSERT_EQ(first.session->state().value(), ReaderSession::State::ready);
+  const Locator shown = scrollThreeScreensIntoTheSecondSection(first);
+  ASSERT_TRUE(shown.excerpt);
+  closeWindow(CloseSave::expected);
+  releaseWindow();
+
+  ReaderWindow& second = openWindow();
+  ASSERT_EQ(second.session->state().value(), ReaderSession::State::ready);
+  ASSERT_TRUE(second.session->locator().value());
+  EXPECT_EQ(second.session->locator().value()->cfi, shown.cfi)
+      << ::testing::PrintToString(second.log->lines);
+  EXPECT_TRUE(isTextOnScreen(second, *shown.excerpt))
+      << "\"" << shown.excerpt->exact << "\" is not on screen after the reopen";
+}
+
 TEST_F(ReaderSessionDisplayTest, EverySampleBookReopensAtTheLocatorThatItsCloseSaved) {
   const std::vector<std::filesystem::path> books = testing::sampleBooks();
   if (books.empty()) GTEST_SKIP() << "no sample corpus at " << testing::sampleCorpusDirectory();
+  // Each book takes a bounded number of steps, each bounded by kStepLimit.
+  constexpr int kPageTurns = 4;
   for (const std::filesystem::path& book : books) {
     SCOPED_TRACE(book.filename().string());
     placeBookFile(book);
-    ReaderWindow* first = nullptr;
+    std::optional<std::string> saved;
+    std::optional<Locator> closedAt;
+    std::optional<ReaderPositionResult> positionAtClose;
     try {
-      first = &openWindow();
+      ReaderWindow& first = openWindow();
       // A few pages in; a short book may end sooner, which the runtime answers in place.
-      for (int turn = 0; turn < 4; ++turn) run(first->session->nextPage());
+      for (int turn = 0; turn < kPageTurns; ++turn) run(first.session->nextPage());
+      positionAtClose = first.session->position().value();
+      closeWindow(CloseSave::expected);
+      saved = first.log->lineOf("close.saved");
+      closedAt = first.session->locator().value();
     } catch (...) {
       ADD_FAILURE() << "the first session failed: " << describeCurrentFailure();
-      releaseWindow();
-      continue;
     }
-    closeWindow(CloseSave::expected);
-    const std::optional<std::string> saved = first->log->lineOf("close.saved");
     releaseWindow();
-    if (!saved) continue;
+    if (!saved || !closedAt) continue;
 
-    ReaderWindow* second = nullptr;
     try {
-      second = &openWindow();
+      ReaderWindow& second = openWindow();
+      const std::optional<std::string> restored = second.log->lineOf("open.saved");
+      const std::optional<std::string> corrected = second.log->lineOf("open.finalCorrection");
+      EXPECT_TRUE(restored && corrected) << ::testing::PrintToString(second.log->lines);
+      if (restored) {
+        EXPECT_EQ(loggedPlace(*restored), loggedPlace(*saved)) << *restored << "\n" << *saved;
+      }
+      if (corrected) {
+        EXPECT_EQ(loggedPlace(*corrected), loggedPlace(*saved)) << *corrected << "\n" << *saved;
+      }
+      // The page itself: the same page of the same section, with the text that stood first on
+      // it still on screen.
+      const std::optional<ReaderPositionResult>& position = second.session->position().value();
+      if (position && positionAtClose) {
+        EXPECT_EQ(position->spineIndex, positionAtClose->spineIndex);
+        EXPECT_EQ(position->page, positionAtClose->page);
+      }
+      if (closedAt->excerpt) {
+        EXPECT_TRUE(isTextOnScreen(second, *closedAt->excerpt))
+            << "\"" << closedAt->excerpt->exact << "\" is not on screen after the reopen";
+      }
     } catch (...) {
       ADD_FAILURE() << "the reopen failed: " << describeCurrentFailure();
-      releaseWindow();
-      continue;
     }
-    const std::optional<std::string> restored = second->log->lineOf("open.saved");
-    const std::optional<std::string> corrected = second->log->lineOf("open.finalCorrection");
-    ASSERT_TRUE(restored) << ::testing::PrintToString(second->log->lines);
-    ASSERT_TRUE(corrected) << ::testing::PrintToString(second->log->lines);
-    EXPECT_EQ(loggedPlace(*restored), loggedPlace(*saved)) << *restored << "\n" << *saved;
-    EXPECT_EQ(loggedPlace(*corrected), loggedPlace(*saved)) << *corrected << "\n" << *saved;
     releaseWindow();
   }
 }
