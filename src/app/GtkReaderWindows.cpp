@@ -275,6 +275,17 @@ class GtkReaderWindow final : public GtkShellWindow {
     void (*activate)(GtkReaderWindow&);
   };
 
+  // Shows the panel of a toolbar menu button, or hides it when it is up.
+  static void togglePopover(GtkWidget* menuButton) {
+    if (menuButton == nullptr) return;
+    GtkPopover* popover = gtk_menu_button_get_popover(GTK_MENU_BUTTON(menuButton));
+    if (popover != nullptr && gtk_widget_get_visible(GTK_WIDGET(popover))) {
+      gtk_menu_button_popdown(GTK_MENU_BUTTON(menuButton));
+    } else {
+      gtk_menu_button_popup(GTK_MENU_BUTTON(menuButton));
+    }
+  }
+
   void installActions() {
     static const ActionEntry entries[] = {
         {"previous-page",
@@ -314,22 +325,8 @@ class GtkReaderWindow final : public GtkShellWindow {
            window.screen_->sidebar().setSection(SidebarSection::contents);
            window.screen_->setSidebarVisibility(SidebarVisibility::visible);
          }},
-        {"search",
-         [](GtkReaderWindow& window) {
-           if (window.searchButton_ != nullptr) {
-             gtk_menu_button_popup(GTK_MENU_BUTTON(window.searchButton_));
-           }
-         }},
-        {"toggle-fonts",
-         [](GtkReaderWindow& window) {
-           if (window.fontButton_ == nullptr) return;
-           if (gtk_widget_get_visible(
-                   GTK_WIDGET(gtk_menu_button_get_popover(GTK_MENU_BUTTON(window.fontButton_))))) {
-             gtk_menu_button_popdown(GTK_MENU_BUTTON(window.fontButton_));
-           } else {
-             gtk_menu_button_popup(GTK_MENU_BUTTON(window.fontButton_));
-           }
-         }},
+        {"search", [](GtkReaderWindow& window) { togglePopover(window.searchButton_); }},
+        {"toggle-fonts", [](GtkReaderWindow& window) { togglePopover(window.fontButton_); }},
         {"toggle-bookmark",
          [](GtkReaderWindow& window) {
            if (window.screen_) window.screen_->toggleBookmark();
@@ -495,9 +492,16 @@ class GtkReaderWindow final : public GtkShellWindow {
       logReaderWindowEvent("Highlights of " + identifier() + ": " +
                            std::to_string(session_->annotations().value().size()));
     }));
+    // Only the end of a search that ran: the session also marks a search complete when it
+    // clears the way for a new one.
     observe(session_->isSearchComplete().changed().connect([this] {
-      if (!session_->isSearchComplete().value()) return;
-      logReaderWindowEvent("Search in " + identifier() + " found " +
+      if (!session_->isSearchComplete().value()) {
+        searchIsRunning_ = true;
+        return;
+      }
+      if (!searchIsRunning_) return;
+      searchIsRunning_ = false;
+      logReaderWindowEvent("Search in " + identifier() + " ended with " +
                            std::to_string(session_->searchResults().value().size()) + " results");
     }));
     observe(session_->state().changed().connect([this] {
@@ -627,6 +631,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   std::unique_ptr<ReaderScreen> screen_;
   sigc::connection sidebarConnection_;
   std::vector<sigc::connection> sessionConnections_;
+  bool searchIsRunning_ = false;
 };
 
 // The empty window: a large title, a line that invites a drop and a button that opens the panel.

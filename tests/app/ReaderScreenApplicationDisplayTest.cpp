@@ -190,7 +190,7 @@ TEST_F(ReaderScreenApplicationDisplayTest, SearchFindsTheWordAndItsResultGoesThe
   ASSERT_TRUE(typeInto(application.pid(), {"ctrl+f"}));
   ASSERT_TRUE(typeInto(application.pid(), {"q", "u", "i", "x", "o", "t", "i", "c", "Return"}));
   ASSERT_TRUE(waitUntil([&] {
-    return log().find("Search in " + fingerprint + " found 1 results") != std::string::npos;
+    return log().find("Search in " + fingerprint + " ended with 1 results") != std::string::npos;
   })) << log();
 
   // From the field, past the Search button, to the one result, which Return chooses.
