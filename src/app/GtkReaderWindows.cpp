@@ -10,6 +10,7 @@
 #include "app/ApplicationReaderSession.h"
 #include "app/GtkShellPlatform.h"
 #include "app/PaginationKeyFilter.h"
+#include "app/ReadingCommands.h"
 #include "async/Spawn.h"
 #include "model/StringEnumeration.h"
 #include "views/ReaderScreen.h"
@@ -203,6 +204,10 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_widget_set_size_request(GTK_WIDGET(gtkWindow), 680, 500);
     gtk_window_set_default_size(gtkWindow, request.frame.width, request.frame.height);
     if (request.frame.isMaximized) gtk_window_maximize(gtkWindow);
+    // Ctrl+? shows the keys of the Reading menu (win.show-help-overlay).
+    GtkShortcutsWindow* shortcuts = makeReadingShortcutsWindow();
+    gtk_application_window_set_help_overlay(GTK_APPLICATION_WINDOW(gtkWindow), shortcuts);
+    g_object_unref(shortcuts);
 
     GtkWidget* content = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     headerBar_ = adw_header_bar_new();

@@ -10,6 +10,7 @@
 #include "app/ApplicationReaderSession.h"
 #include "app/ApplicationResources.h"
 #include "app/GtkReaderWindows.h"
+#include "app/ReadingCommands.h"
 #include "app/SettingsWindow.h"
 
 namespace tomekeeper {
@@ -31,31 +32,9 @@ const std::vector<Accelerator>& accelerators() {
       {"app.settings", {"<Control>comma"}},
       {"app.quit", {"<Control>q"}},
       {"window.close", {"<Control>w"}},
-      {"win.previous-page", {"<Control>bracketleft"}},
-      {"win.next-page", {"<Control>bracketright"}},
-      {"win.toggle-sidebar", {"<Control><Alt>s", "F9"}},
-      {"win.show-contents", {"<Control>1"}},
-      {"win.decrease-text-size", {"<Control>minus"}},
-      {"win.increase-text-size", {"<Control>plus", "<Control>equal"}},
-      {"win.search", {"<Control>f"}},
-      {"win.toggle-fullscreen", {"F11"}},
-      {"win.toggle-reading-controls", {"<Control><Shift>f"}},
+      {"win.show-help-overlay", {"<Control>question"}},
   };
   return table;
-}
-
-GMenu* makeReadingMenu() {
-  GMenu* menu = g_menu_new();
-  g_menu_append(menu, "Previous Page", "win.previous-page");
-  g_menu_append(menu, "Next Page", "win.next-page");
-  g_menu_append(menu, "Toggle Sidebar", "win.toggle-sidebar");
-  g_menu_append(menu, "Show Contents", "win.show-contents");
-  g_menu_append(menu, "Decrease Text Size", "win.decrease-text-size");
-  g_menu_append(menu, "Increase Text Size", "win.increase-text-size");
-  g_menu_append(menu, "Search Book", "win.search");
-  g_menu_append(menu, "Toggle Full Screen", "win.toggle-fullscreen");
-  g_menu_append(menu, "Toggle Reading Controls", "win.toggle-reading-controls");
-  return menu;
 }
 
 void addAction(GActionMap* map, const char* name, const GVariantType* parameterType,
@@ -180,12 +159,14 @@ void TomekeeperApplication::installActions() {
               static_cast<TomekeeperApplication*>(data)->quit();
             }),
             this);
-  for (const Accelerator& accelerator : accelerators()) {
-    std::vector<const char*> keys = accelerator.keys;
+  const auto setKeys = [this](const char* action, std::vector<const char*> keys) {
     keys.push_back(nullptr);
-    gtk_application_set_accels_for_action(GTK_APPLICATION(application_.get()), accelerator.action,
-                                          keys.data());
+    gtk_application_set_accels_for_action(GTK_APPLICATION(application_.get()), action, keys.data());
+  };
+  for (const Accelerator& accelerator : accelerators()) {
+    setKeys(accelerator.action, accelerator.keys);
   }
+  for (const ReadingCommand& command : readingCommands()) setKeys(command.action, command.keys);
 }
 
 void TomekeeperApplication::rebuildRecentMenu() {
