@@ -69,6 +69,53 @@ inline std::string chapterDocument(int chapter, int paragraphs, const std::strin
 }
 
 // The folder of sample books, when a run has one.
+// A script for the runtime page that answers whether the first character of `context.exact`
+// (white space collapsed) lies inside the viewport in the section on screen; the prefix and
+// suffix tell repeated words apart. Measured in the page, independently of the runtime.
+inline std::string textOnScreenScript(const TextContext& context) {
+  return "const exact = " + json(context.exact).dump() +
+         ", prefix = " + json(context.prefix.value_or("")).dump() +
+         ", suffix = " + json(context.suffix.value_or("")).dump() + ";" + R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      if (!frame) return false;
+      const doc = frame.contentDocument;
+      const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
+      let text = '';
+      const map = [];
+      let inSpace = false;
+      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+        for (let offset = 0; offset < node.data.length; offset += 1) {
+          const character = node.data[offset];
+          if (/\s/.test(character)) {
+            if (inSpace) continue;
+            inSpace = true;
+            text += ' ';
+          } else {
+            inSpace = false;
+            text += character;
+          }
+          map.push([node, offset]);
+        }
+      }
+      const collapse = (words) => words.replace(/\s+/g, ' ');
+      let found = text.indexOf(collapse(prefix + exact + suffix));
+      if (found < 0) return false;
+      found += collapse(prefix).length;
+      while (text[found] === ' ') found += 1;
+      const [node, offset] = map[found];
+      const range = doc.createRange();
+      range.setStart(node, offset);
+      range.setEnd(node, offset + 1);
+      const box = range.getClientRects()[0];
+      if (!box) return false;
+      const frameBox = frame.getBoundingClientRect();
+      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
+      const x = frameBox.left + box.left + box.width / 2;
+      const y = frameBox.top + box.top + box.height / 2;
+      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+    )";
+}
+
 inline std::filesystem::path sampleCorpusDirectory() {
   if (const char* directory = std::getenv("TOMEKEEPER_SAMPLE_CORPUS_DIRECTORY")) return directory;
   return TOMEKEEPER_SAMPLE_CORPUS_DIRECTORY;
@@ -226,49 +273,7 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
   // viewport in the section on screen; `prefix` and `suffix` tell repeated words apart. Measured
   // in the page, independently of the runtime.
   bool isTextOnScreen(const TextContext& context) {
-    const json answer = evaluate("const exact = " + json(context.exact).dump() +
-                                 ", prefix = " + json(context.prefix.value_or("")).dump() +
-                                 ", suffix = " + json(context.suffix.value_or("")).dump() + ";" +
-                                 R"(
-      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-      if (!frame) return false;
-      const doc = frame.contentDocument;
-      const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
-      let text = '';
-      const map = [];
-      let inSpace = false;
-      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
-        for (let offset = 0; offset < node.data.length; offset += 1) {
-          const character = node.data[offset];
-          if (/\s/.test(character)) {
-            if (inSpace) continue;
-            inSpace = true;
-            text += ' ';
-          } else {
-            inSpace = false;
-            text += character;
-          }
-          map.push([node, offset]);
-        }
-      }
-      const collapse = (words) => words.replace(/\s+/g, ' ');
-      let found = text.indexOf(collapse(prefix + exact + suffix));
-      if (found < 0) return false;
-      found += collapse(prefix).length;
-      while (text[found] === ' ') found += 1;
-      const [node, offset] = map[found];
-      const range = doc.createRange();
-      range.setStart(node, offset);
-      range.setEnd(node, offset + 1);
-      const box = range.getClientRects()[0];
-      if (!box) return false;
-      const frameBox = frame.getBoundingClientRect();
-      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
-      const x = frameBox.left + box.left + box.width / 2;
-      const y = frameBox.top + box.top + box.height / 2;
-      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
-    )");
-    return answer == true;
+    return evaluate(textOnScreenScript(context)) == true;
   }
 
   // Reads pages forward until `predicate` holds for the position, at most `limit` turns.

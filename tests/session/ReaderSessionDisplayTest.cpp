@@ -272,51 +272,9 @@ class ReaderSessionDisplayTest : public ::testing::Test {
   }
 
   // Whether the first character of `context.exact` lies inside the viewport, in the section on
-  // screen; the prefix and suffix tell repeated words apart.
+  // screen.
   bool isTextOnScreen(const ReaderWindow& entry, const TextContext& context) {
-    const json answer =
-        evaluate(entry, "const exact = " + json(context.exact).dump() +
-                            ", prefix = " + json(context.prefix.value_or("")).dump() +
-                            ", suffix = " + json(context.suffix.value_or("")).dump() + ";" + R"(
-      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-      if (!frame) return false;
-      const doc = frame.contentDocument;
-      const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
-      let text = '';
-      const map = [];
-      let inSpace = false;
-      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
-        for (let offset = 0; offset < node.data.length; offset += 1) {
-          const character = node.data[offset];
-          if (/\s/.test(character)) {
-            if (inSpace) continue;
-            inSpace = true;
-            text += ' ';
-          } else {
-            inSpace = false;
-            text += character;
-          }
-          map.push([node, offset]);
-        }
-      }
-      const collapse = (words) => words.replace(/\s+/g, ' ');
-      let found = text.indexOf(collapse(prefix + exact + suffix));
-      if (found < 0) return false;
-      found += collapse(prefix).length;
-      while (text[found] === ' ') found += 1;
-      const [node, offset] = map[found];
-      const range = doc.createRange();
-      range.setStart(node, offset);
-      range.setEnd(node, offset + 1);
-      const box = range.getClientRects()[0];
-      if (!box) return false;
-      const frameBox = frame.getBoundingClientRect();
-      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
-      const x = frameBox.left + box.left + box.width / 2;
-      const y = frameBox.top + box.top + box.height / 2;
-      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
-    )");
-    return answer == true;
+    return evaluate(entry, testing::textOnScreenScript(context)) == true;
   }
 
   // Selects, as the reader would with the mouse, the first `length` characters of the
