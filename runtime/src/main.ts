@@ -22,6 +22,7 @@ interface Runtime {
   reader: Reader;
   annotations: AnnotationLayer;
   search: SearchRunner;
+  selection: SelectionTracker;
 }
 
 function liveDocument(reader: Reader, spineIndex: number): Document | undefined {
@@ -133,7 +134,7 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
       }
     }, 100);
   }, { capture: true, passive: true });
-  return { reader, annotations, search };
+  return { reader, annotations, search, selection };
 }
 
 const runtimeReady = new Promise<Runtime>((resolve) => {
@@ -166,7 +167,14 @@ const deferredReader = new Proxy({} as ReaderOperations, {
 });
 
 const deferredAnnotations: AnnotationOperations = {
-  add: async (annotation) => (await runtimeReady).annotations.add(annotation),
+  add: async (annotation) => {
+    const runtime = await runtimeReady;
+    const answer = await runtime.annotations.add(annotation);
+    // A highlight is made from the reader's selection: once it is drawn, the selection goes,
+    // and with it the callout, which would otherwise come back at the next move of the page.
+    if (answer.rendered) runtime.selection.clearSelection();
+    return answer;
+  },
   remove: async (id) => (await runtimeReady).annotations.remove(id),
   pulse: async (id) => (await runtimeReady).annotations.pulse(id),
 };

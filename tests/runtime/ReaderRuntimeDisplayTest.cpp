@@ -9,6 +9,7 @@ namespace {
 using namespace std::chrono_literals;
 using json = nlohmann::json;
 using testing::chapterDocument;
+using testing::iterateFor;
 using testing::iterateUntil;
 using testing::ReaderRuntimeDisplayTest;
 
@@ -310,6 +311,9 @@ TEST_F(ReaderRuntimeDisplayTest, AHighlightIsDrawnOverItsWords) {
   bridge().onAnnotationResolutionChanged = [&](std::set<Uuid> resolved, std::set<Uuid>) {
     resolvedReports.push_back(std::move(resolved));
   };
+  std::optional<bool> lastAvailability;
+  bridge().onSelectionAvailabilityChanged =
+      [&](bool available, std::optional<ReaderSelectionRect>) { lastAvailability = available; };
   RuntimeAnnotation annotation;
   annotation.id = Uuid::random();
   annotation.locator = selection.selection->locator;
@@ -337,6 +341,14 @@ TEST_F(ReaderRuntimeDisplayTest, AHighlightIsDrawnOverItsWords) {
   }
   ASSERT_TRUE(iterateUntil([&] { return !resolvedReports.empty(); }, 2s));
   EXPECT_TRUE(resolvedReports.back().contains(annotation.id));
+
+  // The selection became the highlight: it is gone from the page, and the native side hears so
+  // (its callout would otherwise come back at the next move of the page).
+  ASSERT_TRUE(iterateUntil([&] { return lastAvailability == false; }, 2s));
+  EXPECT_FALSE(run(bridge().currentSelection()).selection);
+  run(bridge().next());
+  iterateFor(300ms);
+  EXPECT_EQ(lastAvailability, false);
 
   const AnnotationRenderResult removed =
       run(bridge().removeAnnotation(RemoveAnnotationRequest{annotation.id}));

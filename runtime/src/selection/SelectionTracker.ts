@@ -57,6 +57,18 @@ export class SelectionTracker {
     this.schedule();
   }
 
+  // Drops the selection of the section on screen; the report that it is gone follows.
+  clearSelection(): void {
+    const view = this.environment.currentSection();
+    if (view === undefined) return;
+    try {
+      view.document.getSelection()?.removeAllRanges();
+    } catch {
+      // A frame without a document has no selection.
+    }
+    this.schedule();
+  }
+
   reset(): void {
     clearTimeout(this.timer);
     this.timer = undefined;
