@@ -269,6 +269,32 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
     )");
   }
 
+  // Every result of a search for `query`, once its last batch has come.
+  std::vector<PublicationSearchResult> searchAll(const std::string& query) {
+    std::vector<PublicationSearchResult> results;
+    bool complete = false;
+    const Uuid searchID = Uuid::random();
+    bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult> batch,
+                                   bool isComplete) {
+      if (id != searchID) return;
+      results.insert(results.end(), batch.begin(), batch.end());
+      complete = complete || isComplete;
+    };
+    run(bridge().startSearch(StartSearchRequest{searchID, query}));
+    EXPECT_TRUE(iterateUntil([&] { return complete; }, 10s)) << query;
+    bridge().onSearchResults = nullptr;
+    return results;
+  }
+
+  // The words of the drawn highlights in the section on screen.
+  json highlightedWordsOnScreen() {
+    return evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      const highlight = frame.contentWindow.CSS.highlights.get('tomekeeper-annotation');
+      return highlight ? [...highlight].map((range) => range.toString()) : [];
+    )");
+  }
+
   // Whether the first character of the excerpt's `exact` (white space collapsed) lies inside the
   // viewport in the section on screen; `prefix` and `suffix` tell repeated words apart. Measured
   // in the page, independently of the runtime.

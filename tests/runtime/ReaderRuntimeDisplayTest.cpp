@@ -390,6 +390,71 @@ TEST_F(ReaderRuntimeDisplayTest, AHighlightInASectionNotOnScreenIsPlacedAndDrawn
   EXPECT_TRUE(pulsed.rendered);
 }
 
+TEST_F(ReaderRuntimeDisplayTest, AHighlightStaysOnItsWordsThroughTypeAndLayoutChanges) {
+  openBook(keeperBook());
+  const std::vector<PublicationSearchResult> results = searchAll("zebra marmalade");
+  ASSERT_EQ(results.size(), 1u);
+  RuntimeAnnotation annotation;
+  annotation.id = Uuid::random();
+  annotation.locator = results[0].locator;
+  annotation.selectedText = "zebra marmalade";
+  ASSERT_TRUE(run(bridge().addAnnotation(AnnotationRequest{annotation})).rendered);
+
+  ConfigureTypographyRequest typography;
+  typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
+  typography.fontScale.value = 1.6;
+  run(bridge().configureTypography(typography));
+  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+  run(bridge().goTo(GoToLocatorRequest{annotation.locator}));
+  EXPECT_EQ(highlightedWordsOnScreen(), json::array({"zebra marmalade"}));
+  EXPECT_TRUE(isTextOnScreen(TextContext{"zebra marmalade", std::nullopt, std::nullopt}));
+}
+
+TEST_F(ReaderRuntimeDisplayTest, AHighlightWhoseWordsAreGoneIsLeftUnresolved) {
+  openBook(keeperBook());
+  const std::vector<PublicationSearchResult> results = searchAll("zebra marmalade");
+  ASSERT_EQ(results.size(), 1u);
+  std::set<Uuid> unresolved;
+  bridge().onAnnotationResolutionChanged = [&](std::set<Uuid>, std::set<Uuid> ids) {
+    unresolved = std::move(ids);
+  };
+  // Stored against an older text of the book: its place now holds other words.
+  RuntimeAnnotation annotation;
+  annotation.id = Uuid::random();
+  annotation.locator = results[0].locator;
+  annotation.locator.excerpt = TextContext{"quince jelly", std::nullopt, std::nullopt};
+  annotation.selectedText = "quince jelly";
+  const AnnotationRenderResult answer = run(bridge().addAnnotation(AnnotationRequest{annotation}));
+  EXPECT_FALSE(answer.rendered);
+  EXPECT_EQ(answer.resolution, "unresolved");
+  ASSERT_TRUE(iterateUntil([&] { return unresolved.contains(annotation.id); }, 2s));
+  run(bridge().goTo(GoToLocatorRequest{results[0].locator}));
+  EXPECT_EQ(highlightedWordsOnScreen(), json::array()) << "never drawn on the wrong words";
+}
+
+TEST_F(ReaderRuntimeDisplayTest, ACancelledSearchSendsNothingMoreAndANewOneRunsOnItsOwn) {
+  openBook(keeperBook());
+  const Uuid cancelledID = Uuid::random();
+  std::size_t cancelledBatches = 0;
+  bool cancelledCompleted = false;
+  bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult>, bool complete) {
+    if (id != cancelledID) return;
+    ++cancelledBatches;
+    cancelledCompleted = cancelledCompleted || complete;
+  };
+  run(bridge().startSearch(StartSearchRequest{cancelledID, "paragraph"}));
+  run(bridge().cancelSearch(CancelSearchRequest{cancelledID}));
+  // Batches sent before the cancel arrive before its answer; nothing may follow it.
+  const std::size_t batchesAtCancel = cancelledBatches;
+  const bool completedAtCancel = cancelledCompleted;
+
+  const std::vector<PublicationSearchResult> results = searchAll("zebra marmalade");
+  EXPECT_EQ(results.size(), 1u);
+  iterateFor(500ms);
+  EXPECT_EQ(cancelledBatches, batchesAtCancel);
+  EXPECT_EQ(cancelledCompleted, completedAtCancel);
+}
+
 TEST_F(ReaderRuntimeDisplayTest, ABookmarkIsVisibleOnlyOnItsPage) {
   const Locator here = standInTheMiddleOfTheBook(keeperBook());
   std::vector<std::set<Uuid>> changes;
