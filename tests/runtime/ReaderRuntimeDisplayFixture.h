@@ -69,6 +69,47 @@ inline std::string chapterDocument(int chapter, int paragraphs, const std::strin
 }
 
 // The folder of sample books, when a run has one.
+// Runs `body` as an async function in the page of `webView` and gives its JSON-able result;
+// a failure of the script fails the test and gives null.
+inline json evaluateInPage(WebKitWebView* webView, const std::string& body) {
+  struct Outcome {
+    bool finished = false;
+    std::string text;
+    std::string error;
+  } outcome;
+  const std::string wrapped = "return JSON.stringify(await (async () => {" + body + "})());";
+  webkit_web_view_call_async_javascript_function(
+      webView, wrapped.c_str(), -1, nullptr, nullptr, nullptr, nullptr,
+      [](GObject* source, GAsyncResult* result, gpointer data) {
+        auto* outcome = static_cast<Outcome*>(data);
+        GError* error = nullptr;
+        JSCValue* value = webkit_web_view_call_async_javascript_function_finish(
+            WEBKIT_WEB_VIEW(source), result, &error);
+        if (value == nullptr) {
+          outcome->error = error != nullptr ? error->message : "no value";
+          g_clear_error(&error);
+        } else {
+          char* text = jsc_value_is_undefined(value) ? nullptr : jsc_value_to_string(value);
+          outcome->text = text != nullptr ? text : "null";
+          g_free(text);
+          g_object_unref(value);
+        }
+        outcome->finished = true;
+      },
+      &outcome);
+  if (!iterateUntil([&] { return outcome.finished; }, 20s)) {
+    ADD_FAILURE() << "the script did not finish: " << body;
+    // The callback still holds the outcome; wait for it before it goes away.
+    iterateUntil([&] { return outcome.finished; }, 60s);
+    return nullptr;
+  }
+  if (!outcome.error.empty()) {
+    ADD_FAILURE() << "the script failed: " << outcome.error << "\n" << body;
+    return nullptr;
+  }
+  return json::parse(outcome.text);
+}
+
 // A script for the runtime page that answers whether the first character of `context.exact`
 // (white space collapsed) lies inside the viewport in the section on screen; the prefix and
 // suffix tell repeated words apart. Measured in the page, independently of the runtime.
@@ -205,44 +246,7 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
   // Runs `body` as an async function in the runtime page and gives its JSON-able result. The
   // page's DOM (and the section frames in it) is what the reader sees; the runtime's own state
   // is reached through the bridge only.
-  json evaluate(const std::string& body) {
-    struct Outcome {
-      bool finished = false;
-      std::string text;
-      std::string error;
-    } outcome;
-    const std::string wrapped = "return JSON.stringify(await (async () => {" + body + "})());";
-    webkit_web_view_call_async_javascript_function(
-        host_->webView(), wrapped.c_str(), -1, nullptr, nullptr, nullptr, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer data) {
-          auto* outcome = static_cast<Outcome*>(data);
-          GError* error = nullptr;
-          JSCValue* value = webkit_web_view_call_async_javascript_function_finish(
-              WEBKIT_WEB_VIEW(source), result, &error);
-          if (value == nullptr) {
-            outcome->error = error != nullptr ? error->message : "no value";
-            g_clear_error(&error);
-          } else {
-            char* text = jsc_value_is_undefined(value) ? nullptr : jsc_value_to_string(value);
-            outcome->text = text != nullptr ? text : "null";
-            g_free(text);
-            g_object_unref(value);
-          }
-          outcome->finished = true;
-        },
-        &outcome);
-    if (!iterateUntil([&] { return outcome.finished; }, 20s)) {
-      ADD_FAILURE() << "the script did not finish: " << body;
-      // The callback still holds the outcome; wait for it before it goes away.
-      iterateUntil([&] { return outcome.finished; }, 60s);
-      return nullptr;
-    }
-    if (!outcome.error.empty()) {
-      ADD_FAILURE() << "the script failed: " << outcome.error << "\n" << body;
-      return nullptr;
-    }
-    return json::parse(outcome.text);
-  }
+  json evaluate(const std::string& body) { return evaluateInPage(host_->webView(), body); }
 
   // The words of the section on screen that lie inside the viewport.
   json visibleSection() {

@@ -291,6 +291,9 @@ TEST_F(ReaderRuntimeDisplayTest, ASearchResultLeadsToItsMatch) {
 
 TEST_F(ReaderRuntimeDisplayTest, AHighlightIsDrawnOverItsWords) {
   openBook(keeperBook());
+  std::optional<bool> lastAvailability;
+  bridge().onSelectionAvailabilityChanged =
+      [&](bool available, std::optional<ReaderSelectionRect>) { lastAvailability = available; };
   // The reader selects the words of the first paragraph's opening.
   evaluate(R"(
     const frame = document.querySelector('iframe.section-frame:not(.preparing)');
@@ -311,9 +314,8 @@ TEST_F(ReaderRuntimeDisplayTest, AHighlightIsDrawnOverItsWords) {
   bridge().onAnnotationResolutionChanged = [&](std::set<Uuid> resolved, std::set<Uuid>) {
     resolvedReports.push_back(std::move(resolved));
   };
-  std::optional<bool> lastAvailability;
-  bridge().onSelectionAvailabilityChanged =
-      [&](bool available, std::optional<ReaderSelectionRect>) { lastAvailability = available; };
+  // As the reader would, highlight once the selection has been offered.
+  ASSERT_TRUE(iterateUntil([&] { return lastAvailability == true; }, 2s));
   RuntimeAnnotation annotation;
   annotation.id = Uuid::random();
   annotation.locator = selection.selection->locator;

@@ -233,42 +233,7 @@ class ReaderSessionDisplayTest : public ::testing::Test {
   // Runs `body` as an async function in the runtime page of `entry` and gives its JSON-able
   // result. Measures the page's DOM independently of the runtime.
   json evaluate(const ReaderWindow& entry, const std::string& body) {
-    struct Outcome {
-      bool finished = false;
-      std::string text;
-      std::string error;
-    } outcome;
-    const std::string wrapped = "return JSON.stringify(await (async () => {" + body + "})());";
-    webkit_web_view_call_async_javascript_function(
-        entry.webView, wrapped.c_str(), -1, nullptr, nullptr, nullptr, nullptr,
-        [](GObject* source, GAsyncResult* result, gpointer data) {
-          auto* outcome = static_cast<Outcome*>(data);
-          GError* error = nullptr;
-          JSCValue* value = webkit_web_view_call_async_javascript_function_finish(
-              WEBKIT_WEB_VIEW(source), result, &error);
-          if (value == nullptr) {
-            outcome->error = error != nullptr ? error->message : "no value";
-            g_clear_error(&error);
-          } else {
-            char* text = jsc_value_is_undefined(value) ? nullptr : jsc_value_to_string(value);
-            outcome->text = text != nullptr ? text : "null";
-            g_free(text);
-            g_object_unref(value);
-          }
-          outcome->finished = true;
-        },
-        &outcome);
-    if (!iterateUntil([&] { return outcome.finished; }, 20s)) {
-      ADD_FAILURE() << "the script did not finish: " << body;
-      // The callback still holds the outcome; wait for it before it goes away.
-      iterateUntil([&] { return outcome.finished; }, 60s);
-      return nullptr;
-    }
-    if (!outcome.error.empty()) {
-      ADD_FAILURE() << "the script failed: " << outcome.error << "\n" << body;
-      return nullptr;
-    }
-    return json::parse(outcome.text);
+    return testing::evaluateInPage(entry.webView, body);
   }
 
   // Whether the first character of `context.exact` lies inside the viewport, in the section on
