@@ -2,8 +2,11 @@
 // drives it:
 //   - a page turn within a section: `next` over 500 turns, median and 95th percentile, beside the
 //     no-op round trip (`cancelSearch`) of the same page, so that the layout's share shows;
-//   - the open of a generated book of 2000 sections up to its first page shown.
+//   - the open of a generated book of 2000 sections up to its first page shown;
+//   - a full-text search of that book, from `startSearch` to the batch that completes it, beside
+//     grep over the same sections on disk, so that the search's cost shows against a plain scan.
 // Needs a display: xvfb-run -a dbus-run-session -- build/<dir>/bench/runtime/bench_reader_runtime
+#include <glib.h>
 #include <gtk/gtk.h>
 #include <stdlib.h>
 
@@ -11,9 +14,12 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "async/Completion.h"
 #include "async/RunUntilDone.h"
 #include "intake/EPUBArchiveExtractor.h"
 #include "intake/EPUBArchiveInspector.h"
@@ -29,6 +35,11 @@ constexpr int kPageTurns = 500;
 constexpr int kRoundTrips = 500;
 constexpr int kLargeBookSections = 2000;
 constexpr int kLargeBookOpens = 5;
+constexpr int kSearches = 5;
+constexpr int kGrepRuns = 5;
+// Three times in each section of the large book, once per paragraph, and never in its markup:
+// grep's line count, grep's match count and the search's result count all come out the same.
+constexpr const char* kSearchWord = "paragraph";
 
 double millisecondsSince(Clock::time_point started) {
   return std::chrono::duration<double, std::milli>(Clock::now() - started).count();
@@ -90,13 +101,16 @@ struct Registered {
 };
 
 // Writes and extracts the book as the application does, and registers it with the host.
+// `extractedSections` receives the directory of the extracted section files.
 Registered registerBook(ReaderWebViewHost& host, const testing::EpubBuilder& epub,
-                        const std::filesystem::path& directory, const std::string& name) {
+                        const std::filesystem::path& directory, const std::string& name,
+                        std::filesystem::path* extractedSections = nullptr) {
   const std::filesystem::path archive = directory / (name + ".epub");
   epub.writeTo(archive);
   const EPUBArchiveInspection inspection = EPUBArchiveInspector().inspectBlocking(archive);
   const std::filesystem::path root =
       EPUBArchiveExtractor().extract(archive, inspection, directory / name).rootURL;
+  if (extractedSections != nullptr) *extractedSections = root / "OEBPS" / "text";
   const Uuid publicationID = Uuid::random();
   host.registerPublication(publicationID, root);
   const std::string base = "tomekeeper://publication/" + publicationID.string() + "/";
@@ -111,8 +125,43 @@ struct Figures {
   std::vector<double> pageTurns;
   std::vector<double> roundTrips;
   std::vector<double> largeOpens;
+  std::vector<double> searches;
+  std::vector<std::size_t> searchResultCounts;
+  std::vector<std::size_t> searchBatchCounts;
   std::int64_t pagesPerSection = 0;
 };
+
+struct SearchRun {
+  double milliseconds = 0;
+  std::size_t results = 0;
+  std::size_t batches = 0;
+};
+
+// One search of the open book, as the session runs it: the time runs from the call of
+// startSearch to the arrival of the batch marked complete, every batch decoded on the way.
+async::Task<SearchRun> searchOnce(ReaderBridge& bridge, std::string query) {
+  const Uuid searchID = Uuid::random();
+  auto completed = std::make_shared<async::Completion<>>();
+  SearchRun run;
+  Clock::time_point finished;
+  bridge.onSearchResults = [&, searchID, completed](Uuid id,
+                                                    std::vector<PublicationSearchResult> batch,
+                                                    bool isComplete) {
+    if (id != searchID) return;
+    run.results += batch.size();
+    run.batches += 1;
+    if (isComplete) {
+      finished = Clock::now();
+      completed->resolve();
+    }
+  };
+  const auto started = Clock::now();
+  co_await bridge.startSearch(StartSearchRequest{searchID, std::move(query)});
+  co_await *completed;
+  bridge.onSearchResults = nullptr;
+  run.milliseconds = std::chrono::duration<double, std::milli>(finished - started).count();
+  co_return run;
+}
 
 async::Task<Figures> measure(std::shared_ptr<ReaderWebViewHost> host, Registered pageBook,
                              Registered largeBook) {
@@ -150,7 +199,58 @@ async::Task<Figures> measure(std::shared_ptr<ReaderWebViewHost> host, Registered
     // Between opens, back to the small book, so that each open starts from another publication.
     co_await bridge.open(pageBook.request);
   }
+
+  co_await bridge.open(largeBook.request);
+  for (int search = 0; search < kSearches; ++search) {
+    const SearchRun run = co_await searchOnce(bridge, kSearchWord);
+    figures.searches.push_back(run.milliseconds);
+    figures.searchResultCounts.push_back(run.results);
+    figures.searchBatchCounts.push_back(run.batches);
+  }
   co_return figures;
+}
+
+struct GrepRun {
+  double milliseconds = 0;
+  std::size_t count = 0;
+};
+
+// Runs grep over `sections` as a child process and times it from spawn to exit. With
+// `--only-matching` the count is that of grep's output lines (what `| wc -l` would give), else
+// the sum of its per-file line counts.
+GrepRun timeGrep(const std::filesystem::path& sections, const std::string& word,
+                 const std::string& mode) {
+  std::vector<std::string> arguments{"grep", "--recursive", "--no-filename", "--ignore-case", mode,
+                                     word, sections.string()};
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  gchar* output = nullptr;
+  gint status = 0;
+  GError* error = nullptr;
+  const auto started = Clock::now();
+  const gboolean spawned = g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr,
+                                        nullptr, &output, nullptr, &status, &error);
+  GrepRun run;
+  run.milliseconds = millisecondsSince(started);
+  const std::unique_ptr<gchar, decltype(&g_free)> ownedOutput(output, g_free);
+  if (!spawned) {
+    const std::string message = error->message;
+    g_error_free(error);
+    throw std::runtime_error("grep: " + message);
+  }
+  const std::string text = output == nullptr ? std::string() : std::string(output);
+  if (mode == "--count") {
+    for (std::size_t line = 0; line < text.size();) {
+      std::size_t end = text.find('\n', line);
+      if (end == std::string::npos) end = text.size();
+      run.count += std::stoul(text.substr(line, end - line));
+      line = end + 1;
+    }
+  } else {
+    run.count = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  }
+  return run;
 }
 
 }  // namespace
@@ -169,10 +269,27 @@ int main() {
 
   // Page turns: one long section, a few of them; the large book: many short sections.
   const Registered pageBook = registerBook(*host, generatedBook(3, 150), directory, "pages");
-  const Registered largeBook =
-      registerBook(*host, generatedBook(kLargeBookSections, 3), directory, "large");
+  std::filesystem::path largeBookSections;
+  const Registered largeBook = registerBook(*host, generatedBook(kLargeBookSections, 3), directory,
+                                            "large", &largeBookSections);
   const Figures figures =
       async::runUntilDone(measure(host, pageBook, largeBook), std::chrono::minutes(10));
+
+  // grep reads the extracted section files, the very bytes that the page fetches and parses. It
+  // scans the markup too, which the search never looks at; the word does not occur there, so both
+  // count the same matches, and grep is spared the parsing that gives the search its text, its
+  // inline-split matches and its locators: it stands for the cost of merely reading the book.
+  std::vector<GrepRun> lineCounts;
+  std::vector<GrepRun> matchCounts;
+  for (int run = 0; run < kGrepRuns; ++run) {
+    lineCounts.push_back(timeGrep(largeBookSections, kSearchWord, "--count"));
+    matchCounts.push_back(timeGrep(largeBookSections, kSearchWord, "--only-matching"));
+  }
+  const auto milliseconds = [](const std::vector<GrepRun>& runs) {
+    std::vector<double> values;
+    for (const GrepRun& run : runs) values.push_back(run.milliseconds);
+    return values;
+  };
 
   std::printf(
       "page turn (next) within a section of %lld pages, %d turns: median %.3f ms, "
@@ -187,6 +304,21 @@ int main() {
       "max %.1f ms\n",
       kLargeBookSections, kLargeBookOpens, percentile(figures.largeOpens, 0.5),
       percentile(figures.largeOpens, 1.0));
+  const double searchMedian = percentile(figures.searches, 0.5);
+  const double grepMedian = percentile(milliseconds(lineCounts), 0.5);
+  const double grepMatchesMedian = percentile(milliseconds(matchCounts), 0.5);
+  std::printf(
+      "search of the book of %d sections for \"%s\", startSearch to the complete batch, %d "
+      "searches: median %.1f ms, min %.1f ms, max %.1f ms; %zu results in %zu batches\n",
+      kLargeBookSections, kSearchWord, kSearches, searchMedian, percentile(figures.searches, 0.0),
+      percentile(figures.searches, 1.0), figures.searchResultCounts.back(),
+      figures.searchBatchCounts.back());
+  std::printf("grep -c -i %s over the same %d extracted sections, %d runs: median %.1f ms; %zu lines\n",
+              kSearchWord, kLargeBookSections, kGrepRuns, grepMedian, lineCounts.back().count);
+  std::printf("grep -o -i %s | wc -l over them, %d runs: median %.1f ms; %zu matches\n",
+              kSearchWord, kGrepRuns, grepMatchesMedian, matchCounts.back().count);
+  std::printf("search / grep -c: %.1f; search / grep -o: %.1f\n", searchMedian / grepMedian,
+              searchMedian / grepMatchesMedian);
 
   host.reset();
   gtk_window_destroy(GTK_WINDOW(window));
