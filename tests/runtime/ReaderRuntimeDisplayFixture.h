@@ -385,3 +385,135 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
 
 }  // namespace testing
 }  // namespace tomekeeper
+
+// ---- Highlights drawn on screen --------------------------------------------------------------
+
+namespace tomekeeper::testing {
+
+// The display fixture with what the highlight tests share: opening an unpacked book again in a
+// fresh web view, selecting words on screen as a reader does, and measuring drawn highlights.
+class ReaderRuntimeHighlightDisplayTest : public ReaderRuntimeDisplayTest {
+ protected:
+  // Opens a book already unpacked at `root`, as the application opens it again from its library.
+  OpenPublicationResult openExtracted(const std::filesystem::path& root) {
+    const Uuid publicationID = Uuid::random();
+    host_->registerPublication(publicationID, root);
+    async::runUntilDone(host_->prepareRuntime(TOMEKEEPER_RUNTIME_PAGE_DIRECTORY, 10s), 20s);
+    const std::string base = "tomekeeper://publication/" + publicationID.string() + "/";
+    const std::string packagePath = packageDocumentPath(root);
+    const std::string packageDirectory = packagePath.find('/') == std::string::npos
+                                             ? std::string()
+                                             : packagePath.substr(0, packagePath.rfind('/') + 1);
+    OpenPublicationRequest request;
+    request.publication.publicationID = publicationID;
+    request.publication.packageURL = base + packagePath;
+    request.publication.resourceBaseURL = base + packageDirectory;
+    return run(bridge().open(request));
+  }
+
+  // Every result of a search for `query`, once its last batch has come within `limit`.
+  std::vector<PublicationSearchResult> searchAllWithin(const std::string& query,
+                                                       std::chrono::seconds limit) {
+    std::vector<PublicationSearchResult> results;
+    bool complete = false;
+    const Uuid searchID = Uuid::random();
+    bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult> batch,
+                                   bool isComplete) {
+      if (id != searchID) return;
+      results.insert(results.end(), batch.begin(), batch.end());
+      complete = complete || isComplete;
+    };
+    run(bridge().startSearch(StartSearchRequest{searchID, query}));
+    EXPECT_TRUE(iterateUntil([&] { return complete; }, limit)) << query;
+    bridge().onSearchResults = nullptr;
+    return results;
+  }
+
+  // Selects `wordCount` words of one text node that stand wholly inside the viewport, passing
+  // over the first `skippedRuns` such runs so that the words sit well inside the page. Gives the
+  // selected text, or null when the page has no such words.
+  json selectWordsOnScreen(int wordCount, int skippedRuns) {
+    return evaluate("const wordCount = " + std::to_string(wordCount) +
+                    ", skippedRuns = " + std::to_string(skippedRuns) + ";" + R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      if (!frame) return null;
+      const doc = frame.contentDocument;
+      const frameBox = frame.getBoundingClientRect();
+      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
+      const inside = (box) => {
+        const x = frameBox.left + box.left + box.width / 2;
+        const y = frameBox.top + box.top + box.height / 2;
+        return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+      };
+      const rangeOf = (node, start, end) => {
+        const range = doc.createRange();
+        range.setStart(node, start);
+        range.setEnd(node, end);
+        return range;
+      };
+      const whollyInside = (range) => {
+        const boxes = [...range.getClientRects()].filter((box) => box.width > 0 && box.height > 0);
+        return boxes.length > 0 && boxes.every(inside);
+      };
+      let runs = 0;
+      const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
+      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+        const words = [...node.data.matchAll(/\p{L}+/gu)];
+        if (words.length < wordCount) continue;
+        if (![...rangeOf(node, 0, node.data.length).getClientRects()].some(inside)) continue;
+        for (let first = 0; first + wordCount <= words.length; first += 1) {
+          const last = words[first + wordCount - 1];
+          const range = rangeOf(node, words[first].index, last.index + last[0].length);
+          if (!whollyInside(range)) continue;
+          runs += 1;
+          if (runs <= skippedRuns) continue;
+          doc.getSelection().removeAllRanges();
+          doc.getSelection().addRange(range);
+          return range.toString();
+        }
+      }
+      return null;
+    )");
+  }
+
+  // The drawn highlights of the section on screen: for each, its words, its boxes in the web
+  // view's coordinates, and whether every box stands inside the viewport. Measured in the page.
+  json drawnHighlights() {
+    return evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      if (!frame) return [];
+      const highlight = frame.contentWindow.CSS.highlights.get('tomekeeper-annotation');
+      if (!highlight) return [];
+      const frameBox = frame.getBoundingClientRect();
+      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
+      return [...highlight].map((range) => {
+        const boxes = [...range.getClientRects()]
+          .filter((box) => box.width > 0 && box.height > 0)
+          .map((box) => ({ x: frameBox.left + box.left, y: frameBox.top + box.top,
+                           width: box.width, height: box.height }));
+        const onScreen = boxes.length > 0 && boxes.every((box) => {
+          const x = box.x + box.width / 2, y = box.y + box.height / 2;
+          return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+        });
+        return { words: range.toString(), boxes, onScreen };
+      });
+    )");
+  }
+
+  // Highlights the reader's selection once it has been offered, as the reader would; gives the
+  // annotation, or nothing when there was no selection.
+  std::optional<RuntimeAnnotation> highlightSelection() {
+    const CurrentSelectionResult selection = run(bridge().currentSelection());
+    if (!selection.selection) return std::nullopt;
+    RuntimeAnnotation annotation;
+    annotation.id = Uuid::random();
+    annotation.locator = selection.selection->locator;
+    annotation.selectedText = selection.selection->selectedText;
+    const AnnotationRenderResult rendered =
+        run(bridge().addAnnotation(AnnotationRequest{annotation}));
+    EXPECT_TRUE(rendered.rendered) << rendered.resolution;
+    return annotation;
+  }
+};
+
+}  // namespace tomekeeper::testing
