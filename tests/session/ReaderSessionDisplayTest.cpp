@@ -466,10 +466,9 @@ TEST_F(ReaderSessionDisplayTest, APlaceReachedByScrollingIsSavedAndRestoredByThe
   EXPECT_EQ(second.session->locator().value()->spineIndex, shown.spineIndex);
 }
 
-// Known to fail: in scrolled mode the runtime's goTo scrolls to the start of the screenful
-// ("page") that holds the target's top, not to the target, so a line that straddles two
-// screenfuls when the reader stops scrolling is restored just below the bottom of the view.
-TEST_F(ReaderSessionDisplayTest, DISABLED_AReopenInScrolledModeShowsTheLineThatStoodFirst) {
+// The reader stops scrolling with a line straddling the top edge; the reopen must put that line
+// first on screen, not scroll to the start of the screenful that holds it.
+TEST_F(ReaderSessionDisplayTest, AReopenInScrolledModeShowsTheLineThatStoodFirst) {
   placeBook(ledgerBook());
   ReaderWindow& first = openWindow();
   ASSERT_EQ(first.session->state().value(), ReaderSession::State::ready);

@@ -226,6 +226,25 @@ export class SectionView {
     this.document.documentElement.style.setProperty('transform', transform);
   }
 
+  // Shows the page that holds a DOM point. Scrolled, the view moves so that the point's line
+  // stands first on screen: a reader coming back to a place finds that line where it stood, not
+  // somewhere down the screenful that holds it.
+  showPoint(node: Node, offset: number, container?: HTMLElement): void {
+    const rect = this.rectOfPoint(node, offset);
+    const unplaced = rect.width === 0 && rect.height === 0;
+    if (this.mode !== 'scrolled' || this.fixedLayout || container === undefined || unplaced) {
+      this.showPage(this.pageOfRect(rect), container);
+      return;
+    }
+    // Lines touch: rounded so that the line before stays off screen, as the locator counts it.
+    if (this.scrollsAcross) {
+      container.scrollLeft -= Math.max(0, Math.floor(this.acrossExtent - rect.right)) - this.acrossDistance(container);
+    } else {
+      container.scrollTop = Math.max(0, Math.ceil(rect.top));
+    }
+    this.syncScrolledPage(container);
+  }
+
   // Whether the section scrolls sideways: scrolled, in vertical writing.
   get scrollsAcross(): boolean {
     return this.mode === 'scrolled' && this.acrossExtent > 0;
@@ -314,7 +333,6 @@ export class SectionView {
 
   // The page that shows a DOM point.
   pageOfPoint(node: Node, offset: number): number {
-    if (this.fixedLayout) return 0;
     return this.pageOfRect(this.rectOfPoint(node, offset));
   }
 
@@ -341,6 +359,7 @@ export class SectionView {
   }
 
   private pageOfRect(rect: DOMRect): number {
+    if (this.fixedLayout) return 0;
     if (this.scrollsAcross) {
       return clampPage(Math.floor((this.acrossExtent - rect.right) / this.geometry.pageSize), this.pageCount);
     }

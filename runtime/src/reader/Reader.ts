@@ -34,6 +34,12 @@ import type { BinaryLoader, TextLoader } from '../publication/ResourceLoader';
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
 
+// Where to show a section: a page, and the point whose line should stand first when it scrolls.
+interface SectionPlace {
+  page: number;
+  point?: DomPoint;
+}
+
 interface OpenState {
   descriptor: PublicationDescriptor;
   packageDocument: PackageDocument;
@@ -227,21 +233,28 @@ export class Reader implements ReaderOperations {
     return loading;
   }
 
-  // Shows a section at the page that `choosePage` picks once it is laid out, and prepares the next.
-  private async display(spineIndex: number, choosePage: (view: SectionView) => number): Promise<SectionView> {
+  // Shows a section at the place that `choosePlace` picks once it is laid out (a page, or a point
+  // whose page is shown), and prepares the next.
+  private async display(spineIndex: number, choosePlace: (view: SectionView) => number | SectionPlace): Promise<SectionView> {
     const view = await this.prepare(spineIndex);
     if (this.current !== view) {
       this.current?.show(false);
       this.current = view;
     }
     this.applyScrollAxis(view);
-    view.showPage(choosePage(view), this.environment.viewport);
+    this.showPlace(view, choosePlace(view));
     view.show(true);
     this.trimPrepared(spineIndex);
     const order = this.linearIndices();
     const next = order[order.indexOf(spineIndex) + 1];
     if (next !== undefined) void this.prepare(next).catch(() => undefined);
     return view;
+  }
+
+  private showPlace(view: SectionView, place: number | SectionPlace): void {
+    if (typeof place === 'number') view.showPage(place, this.environment.viewport);
+    else if (place.point !== undefined) view.showPoint(place.point.node, place.point.offset, this.environment.viewport);
+    else view.showPage(place.page, this.environment.viewport);
   }
 
   // Keeps the current section and its neighbours; other frames are released.
@@ -374,7 +387,8 @@ export class Reader implements ReaderOperations {
       }
       const element = view.document.getElementById(id);
       if (element === null || element.parentNode === null) return 0;
-      return view.pageOfPoint(element.parentNode, Array.prototype.indexOf.call(element.parentNode.childNodes, element) as number);
+      const offset = Array.prototype.indexOf.call(element.parentNode.childNodes, element) as number;
+      return { page: view.pageOfPoint(element.parentNode, offset), point: { node: element.parentNode, offset } };
     });
     return this.afterMove();
   }
@@ -404,7 +418,7 @@ export class Reader implements ReaderOperations {
     await this.display(spineIndex, (view) => {
       const placed = this.placeLocator(view, locator, fromTotalProgression, state);
       resolution = placed.resolution;
-      return placed.page;
+      return placed;
     });
     return this.afterMove(resolution);
   }
@@ -416,7 +430,7 @@ export class Reader implements ReaderOperations {
     locator: Locator,
     fromTotalProgression: boolean,
     state: OpenState,
-  ): { page: number; resolution: string; point?: DomPoint } {
+  ): SectionPlace & { resolution: string } {
     const index = view.text();
     if (locator.cfi !== undefined && !fromTotalProgression) {
       try {
@@ -507,8 +521,7 @@ export class Reader implements ReaderOperations {
     }
     view.layout(this.settings, this.viewportMeasures());
     this.applyScrollAxis(view);
-    const placed = this.placeLocator(view, before, false, this.state);
-    view.showPage(placed.page, this.environment.viewport);
+    this.showPlace(view, this.placeLocator(view, before, false, this.state));
     this.environment.emitLocatorChanged(await this.currentLocator());
     this.announcePlacement();
   }
