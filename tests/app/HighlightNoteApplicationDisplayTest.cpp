@@ -1,0 +1,442 @@
+// A highlight and its note in the real application under Xvfb: text selected in the page with
+// the mouse, the "Highlight" callout, the sidebar's list and the note editor with its limit.
+// The widgets are read as the desktop's accessibility tools read them, from the application's
+// tree on the accessibility bus; the mouse and the keys go through the X server.
+#include <gio/gio.h>
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "ApplicationDisplaySupport.h"
+#include "support/EpubBuilder.h"
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper::testing {
+namespace {
+
+// The one state of the accessibility bus's state set that this test reads: GTK sets it for a
+// widget that takes input, and leaves it out for an insensitive one.
+constexpr unsigned kStateSensitive = 24;
+
+constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
+constexpr int kCallTimeoutMilliseconds = 5000;
+
+struct VariantDeleter {
+  void operator()(GVariant* variant) const { g_variant_unref(variant); }
+};
+using Variant = std::unique_ptr<GVariant, VariantDeleter>;
+
+struct ObjectDeleter {
+  void operator()(gpointer object) const { g_object_unref(object); }
+};
+using Connection = std::unique_ptr<GDBusConnection, ObjectDeleter>;
+
+// One object of an application's accessible tree: the bus name of its process and its path.
+struct AccessibleReference {
+  std::string busName;
+  std::string path;
+};
+
+struct AccessibleElement {
+  AccessibleReference reference;
+  std::string role;
+  std::string name;
+  std::uint64_t states = 0;
+
+  bool has(unsigned state) const { return (states >> state & 1U) != 0; }
+};
+
+// The accessibility bus of the session, read synchronously with GDBus. GTK puts every widget
+// that is presented (shown, not hidden from assistive tools) into its process's tree there,
+// with its role, its name (a label's text, a button's label) and its states.
+class AccessibilityBus {
+ public:
+  // Absent when the session bus has no accessibility bus to offer.
+  static std::unique_ptr<AccessibilityBus> connect() {
+    Connection session(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
+    if (!session) return nullptr;
+    Variant reply(g_dbus_connection_call_sync(
+        session.get(), "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress", nullptr,
+        G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMilliseconds, nullptr, nullptr));
+    if (!reply) return nullptr;
+    const char* address = nullptr;
+    g_variant_get(reply.get(), "(&s)", &address);
+    Connection bus(g_dbus_connection_new_for_address_sync(
+        address,
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, nullptr));
+    if (!bus) return nullptr;
+    return std::unique_ptr<AccessibilityBus>(new AccessibilityBus(std::move(bus)));
+  }
+
+  // Every presented element of process `pid`, depth first from its root; empty while the
+  // process has not joined the bus.
+  std::vector<AccessibleElement> elementsOf(GPid pid) {
+    std::vector<AccessibleElement> elements;
+    for (const std::string& busName : busNamesOf(pid)) {
+      collect(AccessibleReference{busName, kRootPath}, 0, elements);
+    }
+    return elements;
+  }
+
+  // Performs the first action of `element` (a button's click); false when it has none.
+  bool performAction(const AccessibleReference& element) {
+    const Variant reply =
+        call(element, "org.a11y.atspi.Action", "DoAction", g_variant_new("(i)", 0), "(b)");
+    if (!reply) return false;
+    gboolean done = FALSE;
+    g_variant_get(reply.get(), "(b)", &done);
+    return done != FALSE;
+  }
+
+ private:
+  explicit AccessibilityBus(Connection bus) : bus_(std::move(bus)) {}
+
+  Variant call(const AccessibleReference& target, const char* interface, const char* method,
+               GVariant* parameters, const char* replyType) {
+    GError* error = nullptr;
+    Variant reply(g_dbus_connection_call_sync(bus_.get(), target.busName.c_str(),
+                                              target.path.c_str(), interface, method, parameters,
+                                              G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE,
+                                              kCallTimeoutMilliseconds, nullptr, &error));
+    if (error != nullptr) g_error_free(error);
+    return reply;
+  }
+
+  std::vector<std::string> busNamesOf(GPid pid) {
+    std::vector<std::string> found;
+    const AccessibleReference daemon{"org.freedesktop.DBus", "/org/freedesktop/DBus"};
+    const Variant names = call(daemon, "org.freedesktop.DBus", "ListNames", nullptr, "(as)");
+    if (!names) return found;
+    GVariantIter* iterator = nullptr;
+    g_variant_get(names.get(), "(as)", &iterator);
+    const char* name = nullptr;
+    while (g_variant_iter_loop(iterator, "&s", &name)) {
+      if (name[0] != ':') continue;
+      const Variant owner = call(daemon, "org.freedesktop.DBus", "GetConnectionUnixProcessID",
+                                 g_variant_new("(s)", name), "(u)");
+      guint32 ownerPid = 0;
+      if (owner) g_variant_get(owner.get(), "(u)", &ownerPid);
+      if (owner && static_cast<GPid>(ownerPid) == pid) found.emplace_back(name);
+    }
+    g_variant_iter_free(iterator);
+    return found;
+  }
+
+  void collect(const AccessibleReference& reference, int depth,
+               std::vector<AccessibleElement>& elements) {
+    // Deeper than any window of this application; a guard against a cycle.
+    if (depth > 80) return;
+    AccessibleElement element{reference, "", "", 0};
+    if (const Variant role =
+            call(reference, "org.a11y.atspi.Accessible", "GetRoleName", nullptr, "(s)")) {
+      const char* text = nullptr;
+      g_variant_get(role.get(), "(&s)", &text);
+      element.role = text;
+    }
+    if (const Variant name =
+            call(reference, "org.freedesktop.DBus.Properties", "Get",
+                 g_variant_new("(ss)", "org.a11y.atspi.Accessible", "Name"), "(v)")) {
+      Variant value(nullptr);
+      GVariant* inner = nullptr;
+      g_variant_get(name.get(), "(v)", &inner);
+      value.reset(inner);
+      if (g_variant_is_of_type(inner, G_VARIANT_TYPE_STRING)) {
+        element.name = g_variant_get_string(inner, nullptr);
+      }
+    }
+    if (const Variant states =
+            call(reference, "org.a11y.atspi.Accessible", "GetState", nullptr, "(au)")) {
+      GVariantIter* iterator = nullptr;
+      g_variant_get(states.get(), "(au)", &iterator);
+      guint32 word = 0;
+      int index = 0;
+      while (g_variant_iter_next(iterator, "u", &word)) {
+        if (index < 2) element.states |= static_cast<std::uint64_t>(word) << (32 * index);
+        ++index;
+      }
+      g_variant_iter_free(iterator);
+    }
+    elements.push_back(element);
+    const Variant children =
+        call(reference, "org.a11y.atspi.Accessible", "GetChildren", nullptr, "(a(so))");
+    if (!children) return;
+    GVariantIter* iterator = nullptr;
+    g_variant_get(children.get(), "(a(so))", &iterator);
+    const char* busName = nullptr;
+    const char* path = nullptr;
+    std::vector<AccessibleReference> references;
+    while (g_variant_iter_loop(iterator, "(&s&o)", &busName, &path)) {
+      // The page's own tree lives in the web process; this test reads only the application's.
+      if (busName == reference.busName) references.push_back({busName, path});
+    }
+    g_variant_iter_free(iterator);
+    for (const AccessibleReference& child : references) collect(child, depth + 1, elements);
+  }
+
+  Connection bus_;
+};
+
+std::string packageDocument() {
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:3c9a51e0-7d2b-4b8e-a6f4-5e1d0c2b9a84</dc:identifier>
+    <dc:title>Title</dc:title>
+    <dc:creator>Author</dc:creator>
+    <dc:language>en</dc:language>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+    <item id="chapter1" href="chapter1.xhtml" media-type="application/xhtml+xml"/>
+  </manifest>
+  <spine>
+    <itemref idref="chapter1"/>
+  </spine>
+</package>
+)";
+}
+
+// One chapter of long paragraphs that fill the page, so that a click in its middle is on text.
+std::string chapter() {
+  std::string body;
+  for (int paragraph = 0; paragraph < 12; ++paragraph) {
+    body += "<p>";
+    for (int sentence = 0; sentence < 8; ++sentence) {
+      body +=
+          "The watch on deck kept the ship to the wind while the long swell rolled under "
+          "her keel. ";
+    }
+    body += "</p>\n";
+  }
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<html xmlns="http://www.w3.org/1999/xhtml"><head><title>One</title></head>
+<body>
+)" + body +
+         "</body></html>\n";
+}
+
+// The fingerprint in the log line "<prefix><fingerprint> ..." or empty.
+std::string fingerprintAfter(const std::string& log, const std::string& prefix) {
+  const std::size_t at = log.find(prefix);
+  if (at == std::string::npos) return "";
+  return log.substr(at + prefix.size(), 64);
+}
+
+// A button's name is its accessible label followed by the text of its content (GTK 4.8), so a
+// button is found by the start of its name; a label by its whole text.
+bool isNamed(const AccessibleElement& element, const std::string& name) {
+  if (element.role != "button") return element.name == name;
+  return element.name == name || element.name.rfind(name + " ", 0) == 0;
+}
+
+// The first element with this role and name; absent when there is none.
+std::optional<AccessibleElement> find(const std::vector<AccessibleElement>& elements,
+                                      const std::string& role, const std::string& name) {
+  for (const AccessibleElement& element : elements) {
+    if (element.role == role && isNamed(element, name)) return element;
+  }
+  return std::nullopt;
+}
+
+// The only annotation of the book in a parsed annotations.json; null while there is none.
+const nlohmann::json* storedAnnotation(const nlohmann::json& store) {
+  if (!store.is_object() || !store.contains("annotationsByFingerprint")) return nullptr;
+  for (const auto& [fingerprint, annotations] : store["annotationsByFingerprint"].items()) {
+    if (annotations.is_array() && annotations.size() == 1) return &annotations[0];
+  }
+  return nullptr;
+}
+
+enum class AnnotationNoteLength { atLimit, overLimit };
+
+// A note of 4000 or 4001 characters, each one grapheme cluster a key types; neither length
+// ends in white space, which the save would trim.
+std::string noteText(AnnotationNoteLength length) {
+  std::string text;
+  while (text.size() < 4001) text += "a calm sea and a fair wind. ";
+  text.resize(length == AnnotationNoteLength::atLimit ? 4000 : 4001);
+  return text;
+}
+
+class HighlightNoteApplicationDisplayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!hasDisplay()) GTEST_SKIP() << "needs a display (run under xvfb-run)";
+    for (const char* tool : {"xdotool", "gdbus"}) {
+      if (!hasProgram(tool)) GTEST_SKIP() << "needs " << tool;
+    }
+    if (g_getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
+      GTEST_SKIP() << "needs a session bus (run under dbus-run-session)";
+    }
+    accessibility = AccessibilityBus::connect();
+    if (!accessibility) GTEST_SKIP() << "needs the accessibility bus (at-spi-bus-launcher)";
+    std::filesystem::create_directories(home / "books");
+    EpubBuilder()
+        .replaceFile(EpubBuilder::kPackageDocumentPath, packageDocument())
+        .replaceFile("OEBPS/chapter1.xhtml", chapter())
+        .writeTo(book);
+  }
+
+  std::string log() const { return readFile(logFile); }
+
+  std::vector<AccessibleElement> elements() {
+    return accessibility->elementsOf(application->pid());
+  }
+
+  // Waits until an element of this role and name is presented and answers it.
+  std::optional<AccessibleElement> waitForElement(const std::string& role,
+                                                  const std::string& name) {
+    std::optional<AccessibleElement> found;
+    waitUntil([&] {
+      found = find(elements(), role, name);
+      return found.has_value();
+    });
+    return found;
+  }
+
+  // Clicks three times in the middle of X window `window`, which selects a paragraph there.
+  static bool clickThrice(const std::string& window) {
+    std::string geometry;
+    if (!runTool({"xdotool", "getwindowgeometry", "--shell", window}, &geometry)) return false;
+    int width = 0;
+    int height = 0;
+    std::istringstream lines(geometry);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("WIDTH=", 0) == 0) width = std::atoi(line.c_str() + 6);
+      if (line.rfind("HEIGHT=", 0) == 0) height = std::atoi(line.c_str() + 7);
+    }
+    if (width == 0 || height == 0) return false;
+    return runTool({"xdotool", "mousemove", "--window", window, "--sync", std::to_string(width / 2),
+                    std::to_string(height / 2), "click", "--repeat", "3", "--delay", "120", "1"});
+  }
+
+  // Focuses the note editor's window and runs the xdotool command `keys` ("type ..." or
+  // "key ...") in it, through the X server as a person's keys.
+  static bool typeIntoNoteEditor(std::vector<std::string> keys) {
+    std::vector<std::string> command = {"xdotool", "search",      "--onlyvisible", "--name",
+                                        "^Note$",  "windowfocus", "--sync",        "%1"};
+    command.insert(command.end(), keys.begin(), keys.end());
+    return runTool(std::move(command));
+  }
+
+  // Saves a picture of the screen as <name>.png in $TOMEKEEPER_SCREENSHOT_DIRECTORY, when that
+  // is set; otherwise does nothing. For the documentation, never for assertions.
+  static void saveScreenshot(const std::string& name) {
+    const char* directory = std::getenv("TOMEKEEPER_SCREENSHOT_DIRECTORY");
+    if (directory == nullptr || *directory == '\0') return;
+    std::filesystem::create_directories(directory);
+    captureWindow("root", std::filesystem::path(directory) / (name + ".png"));
+  }
+
+  // The presented elements, one a line, for the message of a failed expectation.
+  std::string dump() {
+    std::string text;
+    for (const AccessibleElement& element : elements()) {
+      text += element.role + " \"" + element.name.substr(0, 60) + "\" " +
+              std::to_string(element.states) + "\n";
+    }
+    return text;
+  }
+
+  TemporaryDirectory home;
+  std::filesystem::path book = home / "books" / "book.epub";
+  std::filesystem::path logFile = home / "application.log";
+  std::unique_ptr<AccessibilityBus> accessibility;
+  std::unique_ptr<ApplicationProcess> application;
+};
+
+TEST_F(HighlightNoteApplicationDisplayTest,
+       SelectedTextIsHighlightedAndItsNoteIsRefusedAboveTheLimitAndSavedAtIt) {
+  application =
+      std::make_unique<ApplicationProcess>(home, std::vector<std::string>{book.string()}, logFile);
+  std::string fingerprint;
+  ASSERT_TRUE(waitUntil([&] {
+    fingerprint = fingerprintAfter(log(), "Reader of ");
+    return !fingerprint.empty();
+  })) << log();
+  // One column across the page, so that the middle of the window is on a line of text.
+  ASSERT_TRUE(activateWindowAction(1, "page-layout", "'singlePage'"));
+  ASSERT_TRUE(waitUntil([&] {
+    return log().find("Page layout of " + fingerprint + " is singlePage") != std::string::npos;
+  })) << log();
+  EXPECT_FALSE(find(elements(), "button", "Highlight selected text").has_value()) << dump();
+
+  // A triple click selects the paragraph under the pointer; the runtime reports the selection
+  // and the callout comes up at it.
+  const std::string window = visibleWindowOf(application->pid());
+  ASSERT_FALSE(window.empty());
+  ASSERT_TRUE(clickThrice(window));
+  const std::optional<AccessibleElement> callout =
+      waitForElement("button", "Highlight selected text");
+  ASSERT_TRUE(callout.has_value()) << dump();
+  ASSERT_TRUE(accessibility->performAction(callout->reference));
+
+  ASSERT_TRUE(waitUntil([&] {
+    return log().find("Highlights of " + fingerprint + ": 1") != std::string::npos;
+  })) << log();
+  const std::filesystem::path annotationsFile =
+      home / "data" / "tomekeeper" / "Publications" / fingerprint / "annotations.json";
+  nlohmann::json stored;
+  ASSERT_TRUE(waitUntil([&] {
+    stored = nlohmann::json::parse(readFile(annotationsFile), nullptr, false);
+    return storedAnnotation(stored) != nullptr;
+  })) << readFile(annotationsFile);
+  const std::string annotationID = storedAnnotation(stored)->at("id").get<std::string>();
+  const std::string selectedText = storedAnnotation(stored)->at("selectedText").get<std::string>();
+  EXPECT_NE(selectedText.find("The watch on deck kept the ship to the wind"), std::string::npos)
+      << selectedText;
+  // The drawn highlight takes the selection away, and the callout with it.
+  EXPECT_TRUE(waitUntil([&] {
+    return !find(elements(), "button", "Highlight selected text").has_value();
+  })) << dump();
+
+  ASSERT_TRUE(activateWindowAction(1, "show-sidebar-section", "'highlights'"));
+  EXPECT_TRUE(waitForElement("label", selectedText).has_value()) << dump();
+
+  // The note editor of that highlight, its count and its Done button.
+  ASSERT_TRUE(activateWindowAction(1, "edit-note", "'" + annotationID + "'"));
+  ASSERT_TRUE(waitForElement("label", "0 / 4000").has_value()) << dump();
+  const std::string tooLong = noteText(AnnotationNoteLength::overLimit);
+  ASSERT_TRUE(typeIntoNoteEditor({"type", "--delay", "2", tooLong}));
+  ASSERT_TRUE(waitForElement("label", "4001 / 4000").has_value()) << dump();
+  std::optional<AccessibleElement> done = find(elements(), "button", "Done");
+  ASSERT_TRUE(done.has_value()) << dump();
+  EXPECT_FALSE(done->has(kStateSensitive));
+  saveScreenshot("note-editor-over-book");
+
+  // One character less: at the limit, Done is offered again and saves the note.
+  ASSERT_TRUE(typeIntoNoteEditor({"key", "BackSpace"}));
+  ASSERT_TRUE(waitForElement("label", "4000 / 4000").has_value()) << dump();
+  done = find(elements(), "button", "Done");
+  ASSERT_TRUE(done.has_value()) << dump();
+  EXPECT_TRUE(done->has(kStateSensitive));
+  ASSERT_TRUE(accessibility->performAction(done->reference));
+
+  const std::string note = noteText(AnnotationNoteLength::atLimit);
+  EXPECT_TRUE(waitUntil([&] {
+    stored = nlohmann::json::parse(readFile(annotationsFile), nullptr, false);
+    const nlohmann::json* annotation = storedAnnotation(stored);
+    return annotation != nullptr && annotation->value("note", "") == note;
+  })) << readFile(annotationsFile);
+  EXPECT_TRUE(waitUntil([&] { return !find(elements(), "label", "4000 / 4000").has_value(); }))
+      << "the note editor stayed open";
+  // The sidebar's row shows the note under the excerpt, and the editor opens on it again.
+  EXPECT_TRUE(waitForElement("label", note).has_value()) << dump();
+  ASSERT_TRUE(activateWindowAction(1, "edit-note", "'" + annotationID + "'"));
+  EXPECT_TRUE(waitForElement("label", "4000 / 4000").has_value()) << dump();
+}
+
+}  // namespace
+}  // namespace tomekeeper::testing
