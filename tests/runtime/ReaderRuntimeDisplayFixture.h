@@ -500,6 +500,58 @@ class ReaderRuntimeHighlightDisplayTest : public ReaderRuntimeDisplayTest {
     )");
   }
 
+  // As isTextOnScreen, for many checks in one long section: the section's collapsed text and the
+  // map back to its nodes are built once per section document and kept in the frame's window.
+  bool isTextOnScreenKeepingSectionText(const TextContext& context) {
+    return evaluate("const exact = " + json(context.exact).dump() +
+                    ", prefix = " + json(context.prefix.value_or("")).dump() +
+                    ", suffix = " + json(context.suffix.value_or("")).dump() + ";" + R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      if (!frame) return false;
+      const doc = frame.contentDocument;
+      let kept = frame.contentWindow.textKeptForTests;
+      if (!kept || kept.doc !== doc) {
+        const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
+        const pieces = [];
+        const nodes = [];
+        const offsets = [];
+        let inSpace = false;
+        for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+          for (let offset = 0; offset < node.data.length; offset += 1) {
+            const character = node.data[offset];
+            if (/\s/.test(character)) {
+              if (inSpace) continue;
+              inSpace = true;
+              pieces.push(' ');
+            } else {
+              inSpace = false;
+              pieces.push(character);
+            }
+            nodes.push(node);
+            offsets.push(offset);
+          }
+        }
+        kept = { doc, text: pieces.join(''), nodes, offsets };
+        frame.contentWindow.textKeptForTests = kept;
+      }
+      const collapse = (words) => words.replace(/\s+/g, ' ');
+      let found = kept.text.indexOf(collapse(prefix + exact + suffix));
+      if (found < 0) return false;
+      found += collapse(prefix).length;
+      while (kept.text[found] === ' ') found += 1;
+      const range = doc.createRange();
+      range.setStart(kept.nodes[found], kept.offsets[found]);
+      range.setEnd(kept.nodes[found], kept.offsets[found] + 1);
+      const box = range.getClientRects()[0];
+      if (!box) return false;
+      const frameBox = frame.getBoundingClientRect();
+      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
+      const x = frameBox.left + box.left + box.width / 2;
+      const y = frameBox.top + box.top + box.height / 2;
+      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+    )") == true;
+  }
+
   // Highlights the reader's selection once it has been offered, as the reader would; gives the
   // annotation, or nothing when there was no selection.
   std::optional<RuntimeAnnotation> highlightSelection() {
