@@ -69,7 +69,7 @@ function recorder(): { batches: Batch[]; emit: (searchID: string, results: Publi
 }
 
 const immediate = (): Promise<void> => Promise.resolve();
-const everySection = { batchSize: 1, batchIntervalMilliseconds: 0, yieldToPage: immediate };
+const everySection = { batchSize: 1, batchIntervalMilliseconds: 0, sectionsAhead: 1, workMillisecondsPerTurn: 0, yieldToPage: immediate };
 
 describe('SearchRunner', () => {
   it('SendsABatchPerSectionWithHitsAndALastCompleteBatch', async () => {
@@ -175,6 +175,7 @@ describe('SearchRunner', () => {
     const runner = new SearchRunner(source, emit, {
       batchSize: 1000,
       batchIntervalMilliseconds: 60000,
+      workMillisecondsPerTurn: 0,
       // The first turn (before the work) passes; the second, after the first section, waits.
       yieldToPage: () => {
         turns += 1;
@@ -188,6 +189,42 @@ describe('SearchRunner', () => {
     release();
     await done;
     expect(batches).toEqual([]);
+  });
+
+  it('FetchesSeveralSectionsAheadOfTheOneSearched', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale</p>', '<p>whale</p>', '<p>whale</p>', '<p>whale</p>', '<p>whale</p>']);
+    const gate = deferred();
+    source.gates.set(0, gate);
+    const { batches, emit } = recorder();
+    const done = new SearchRunner(source, emit, { ...everySection, sectionsAhead: 3 }).start('S', 'whale');
+    await new Promise((resolve) => setTimeout(resolve, 0));
+    expect(source.loads).toEqual([0, 1, 2, 3]);
+    gate.resolve();
+    await done;
+    expect(source.loads).toEqual([0, 1, 2, 3, 4, 5]);
+    // Fetched out of order or not, the results come in the book's order.
+    expect(batches.flatMap((batch) => batch.results.map((result) => result.id))).toEqual(['0:0-5', '1:0-5', '2:0-5', '3:0-5', '4:0-5', '5:0-5']);
+  });
+
+  it('GivesThePageATurnOnceItHasWorkedForAWhile', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale</p>', '<p>whale</p>', '<p>whale</p>', '<p>whale</p>']);
+    const { emit } = recorder();
+    // Every reading of the clock moves it on by a millisecond.
+    let clock = 0;
+    let turns = 0;
+    await new SearchRunner(source, emit, {
+      batchSize: 1000,
+      batchIntervalMilliseconds: 60000,
+      workMillisecondsPerTurn: 5,
+      now: () => (clock += 1),
+      yieldToPage: () => {
+        turns += 1;
+        return Promise.resolve();
+      },
+    }).start('S', 'whale');
+    // One turn before the work, then fewer than one per section.
+    expect(turns).toBeGreaterThan(1);
+    expect(turns).toBeLessThan(1 + source.sections().length);
   });
 
   it('CancelsTheRunningSearchWhenAnotherStarts', async () => {

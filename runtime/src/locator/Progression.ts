@@ -4,6 +4,11 @@
 
 export class SectionWeights {
   private readonly lengths: (number | undefined)[];
+  // Derived from `lengths` and dropped by setLength: a search asks for thousands of progressions
+  // in a row, often while the lengths are still being read.
+  private meanOfKnown: number | undefined;
+  // before[i] is the weight of sections 0..i-1; before[count] is the whole book's.
+  private before: Float64Array | undefined;
 
   constructor(sectionCount: number) {
     this.lengths = new Array<number | undefined>(sectionCount).fill(undefined);
@@ -21,27 +26,37 @@ export class SectionWeights {
   setLength(index: number, length: number): void {
     if (index < 0 || index >= this.lengths.length || !Number.isFinite(length)) return;
     this.lengths[index] = Math.max(1, length);
+    this.meanOfKnown = undefined;
+    this.before = undefined;
   }
 
   weight(index: number): number {
     const length = this.lengths[index];
     if (length !== undefined) return length;
-    const known = this.lengths.filter((value): value is number => value !== undefined);
-    if (known.length === 0) return 1;
-    return known.reduce((sum, value) => sum + value, 0) / known.length;
+    if (this.meanOfKnown === undefined) {
+      const known = this.lengths.filter((value): value is number => value !== undefined);
+      this.meanOfKnown = known.length === 0 ? 1 : known.reduce((sum, value) => sum + value, 0) / known.length;
+    }
+    return this.meanOfKnown;
+  }
+
+  private weightsBefore(): Float64Array {
+    if (this.before === undefined) {
+      const before = new Float64Array(this.lengths.length + 1);
+      for (let index = 0; index < this.lengths.length; index += 1) before[index + 1] = (before[index] as number) + this.weight(index);
+      this.before = before;
+    }
+    return this.before;
   }
 
   private total(): number {
-    let sum = 0;
-    for (let index = 0; index < this.lengths.length; index += 1) sum += this.weight(index);
-    return sum;
+    return this.weightsBefore()[this.lengths.length] as number;
   }
 
   totalProgression(spineIndex: number, sectionProgression: number): number {
     if (this.lengths.length === 0) return 0;
     const index = Math.max(0, Math.min(spineIndex, this.lengths.length - 1));
-    let before = 0;
-    for (let current = 0; current < index; current += 1) before += this.weight(current);
+    const before = this.weightsBefore()[index] as number;
     const within = Math.max(0, Math.min(1, sectionProgression)) * this.weight(index);
     return clampUnit((before + within) / this.total());
   }

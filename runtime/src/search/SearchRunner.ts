@@ -36,7 +36,12 @@ export interface SearchOptions {
   batchIntervalMilliseconds?: number;
   // The search stops (and completes) after this many results.
   maximumResults?: number;
-  // Gives the page a turn between sections.
+  // How many sections are fetched ahead of the one being searched. A fetch mostly waits on the
+  // resource scheme, not on this page, so several in flight hide one another's latency.
+  sectionsAhead?: number;
+  // The search gives the page a turn once it has worked this long since the page last had one, so
+  // that a page turn asked for meanwhile waits no longer than that; 0 gives one after every section.
+  workMillisecondsPerTurn?: number;
   yieldToPage?: () => Promise<void>;
   now?: () => number;
 }
@@ -98,6 +103,8 @@ export class SearchRunner {
   private readonly batchSize: number;
   private readonly batchIntervalMilliseconds: number;
   private readonly maximumResults: number;
+  private readonly sectionsAhead: number;
+  private readonly workMillisecondsPerTurn: number;
   private readonly yieldToPage: () => Promise<void>;
   private readonly now: () => number;
   private running: RunningSearch | undefined;
@@ -108,6 +115,8 @@ export class SearchRunner {
     this.batchSize = options.batchSize ?? 200;
     this.batchIntervalMilliseconds = options.batchIntervalMilliseconds ?? 150;
     this.maximumResults = options.maximumResults ?? 10000;
+    this.sectionsAhead = Math.max(1, options.sectionsAhead ?? 8);
+    this.workMillisecondsPerTurn = options.workMillisecondsPerTurn ?? 8;
     this.yieldToPage = options.yieldToPage ?? defaultYield;
     this.now = options.now ?? (() => Date.now());
   }
@@ -156,15 +165,22 @@ export class SearchRunner {
     let lastBatch = this.now();
     let total = 0;
     const sections = this.source.sections();
-    // The next section is fetched while the current one is searched.
-    let next = sections.length > 0 ? this.source.load((sections[0] as SearchSection).spineIndex).then(ok, failed) : undefined;
+    // Section loads by position in `sections`, requested up to sectionsAhead past the one searched.
+    const loads: (PendingLoad | undefined)[] = [];
+    let requested = 0;
+    let lastTurn = this.now();
     for (let position = 0; position < sections.length && total < this.maximumResults; position += 1) {
+      for (; requested < sections.length && requested <= position + this.sectionsAhead; requested += 1) {
+        loads[requested] = startLoad(this.source, (sections[requested] as SearchSection).spineIndex);
+      }
       const section = sections[position] as SearchSection;
-      const loading = next as Promise<Loaded>;
-      const following = sections[position + 1];
-      next = following === undefined ? undefined : this.source.load(following.spineIndex).then(ok, failed);
-      const loaded = await loading;
+      const loading = loads[position] as PendingLoad;
+      loads[position] = undefined;
+      // A load still under way ends in a task of its own: the page has its turns while it is awaited.
+      const waited = !loading.settled;
+      const loaded = await loading.result;
       if (search.cancelled) return;
+      if (waited) lastTurn = this.now();
       if (loaded.ok) {
         const results = searchSection(
           section,
@@ -183,8 +199,11 @@ export class SearchRunner {
         pending = [];
         lastBatch = this.now();
       }
-      await this.yieldToPage();
-      if (search.cancelled) return;
+      if (this.now() - lastTurn >= this.workMillisecondsPerTurn) {
+        await this.yieldToPage();
+        if (search.cancelled) return;
+        lastTurn = this.now();
+      }
     }
     this.send(search, pending, true);
   }
@@ -192,10 +211,23 @@ export class SearchRunner {
 
 type Loaded = { ok: true; value: { document: Document; index: TextIndex; root: Node } } | { ok: false; error: unknown };
 
-function ok(value: { document: Document; index: TextIndex; root: Node }): Loaded {
-  return { ok: true, value };
+interface PendingLoad {
+  result: Promise<Loaded>;
+  settled: boolean;
 }
 
-function failed(error: unknown): Loaded {
-  return { ok: false, error };
+// Starts loading a section; `settled` tells, without awaiting, whether the load has ended.
+function startLoad(source: SearchSource, spineIndex: number): PendingLoad {
+  const pending = { settled: false } as PendingLoad;
+  pending.result = source.load(spineIndex).then(
+    (value): Loaded => {
+      pending.settled = true;
+      return { ok: true, value };
+    },
+    (error: unknown): Loaded => {
+      pending.settled = true;
+      return { ok: false, error };
+    },
+  );
+  return pending;
 }
