@@ -11,6 +11,13 @@
 
 namespace tomekeeper {
 
+namespace {
+
+// About the panel's own width (360 pixels) in characters of the labels that wrap in it.
+constexpr int kLabelWidthCharacters = 48;
+
+}  // namespace
+
 std::shared_ptr<AnnotationNoteEditor> AnnotationNoteEditor::create(std::string excerpt,
                                                                    std::string draft,
                                                                    Callbacks callbacks) {
@@ -40,7 +47,10 @@ void AnnotationNoteEditor::build(const std::string& excerpt) {
   gtk_widget_set_size_request(root, 360, -1);
 
   gtk_box_append(GTK_BOX(root), views::makeLabel("Note", {"heading"}));
+  // A wrapped label asks for the width of its whole text: a highlighted paragraph would widen
+  // the panel to the screen's width.
   GtkWidget* excerptLabel = views::makeLabel(excerpt, {"dim-label"});
+  gtk_label_set_max_width_chars(GTK_LABEL(excerptLabel), kLabelWidthCharacters);
   gtk_label_set_lines(GTK_LABEL(excerptLabel), 3);
   gtk_label_set_ellipsize(GTK_LABEL(excerptLabel), PANGO_ELLIPSIZE_END);
   gtk_box_append(GTK_BOX(root), excerptLabel);
@@ -74,6 +84,7 @@ void AnnotationNoteEditor::build(const std::string& excerpt) {
   failureLabel_ =
       views::makeLabel("Couldn\u2019t save the note. Your draft is still here. Please try again.",
                        {"caption", "error"});
+  gtk_label_set_max_width_chars(GTK_LABEL(failureLabel_), kLabelWidthCharacters);
   gtk_widget_set_visible(failureLabel_, FALSE);
   gtk_box_append(GTK_BOX(root), failureLabel_);
   gtk_box_append(

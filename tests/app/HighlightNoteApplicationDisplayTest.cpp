@@ -306,20 +306,40 @@ class HighlightNoteApplicationDisplayTest : public ::testing::Test {
     return found;
   }
 
-  // Clicks three times in the middle of X window `window`, which selects a paragraph there.
-  static bool clickThrice(const std::string& window) {
-    std::string geometry;
-    if (!runTool({"xdotool", "getwindowgeometry", "--shell", window}, &geometry)) return false;
+  struct WindowSize {
     int width = 0;
     int height = 0;
+  };
+
+  // The size of X window `window`; absent when xdotool cannot tell it.
+  static std::optional<WindowSize> sizeOfWindow(const std::string& window) {
+    std::string geometry;
+    if (window.empty() || !runTool({"xdotool", "getwindowgeometry", "--shell", window}, &geometry))
+      return std::nullopt;
+    WindowSize size;
     std::istringstream lines(geometry);
     for (std::string line; std::getline(lines, line);) {
-      if (line.rfind("WIDTH=", 0) == 0) width = std::atoi(line.c_str() + 6);
-      if (line.rfind("HEIGHT=", 0) == 0) height = std::atoi(line.c_str() + 7);
+      if (line.rfind("WIDTH=", 0) == 0) size.width = std::atoi(line.c_str() + 6);
+      if (line.rfind("HEIGHT=", 0) == 0) size.height = std::atoi(line.c_str() + 7);
     }
-    if (width == 0 || height == 0) return false;
-    return runTool({"xdotool", "mousemove", "--window", window, "--sync", std::to_string(width / 2),
-                    std::to_string(height / 2), "click", "--repeat", "3", "--delay", "120", "1"});
+    if (size.width == 0 || size.height == 0) return std::nullopt;
+    return size;
+  }
+
+  // The X window of the note editor's dialog; empty when it is not shown.
+  static std::string noteEditorWindow() {
+    std::string output;
+    runTool({"xdotool", "search", "--onlyvisible", "--name", "^Note$"}, &output);
+    return output.substr(0, output.find('\n'));
+  }
+
+  // Clicks three times in the middle of X window `window`, which selects a paragraph there.
+  static bool clickThrice(const std::string& window) {
+    const std::optional<WindowSize> size = sizeOfWindow(window);
+    if (!size) return false;
+    return runTool({"xdotool", "mousemove", "--window", window, "--sync",
+                    std::to_string(size->width / 2), std::to_string(size->height / 2), "click",
+                    "--repeat", "3", "--delay", "120", "1"});
   }
 
   // Focuses the note editor's window and runs the xdotool command `keys` ("type ..." or
@@ -331,13 +351,19 @@ class HighlightNoteApplicationDisplayTest : public ::testing::Test {
     return runTool(std::move(command));
   }
 
-  // Saves a picture of the screen as <name>.png in $TOMEKEEPER_SCREENSHOT_DIRECTORY, when that
-  // is set; otherwise does nothing. For the documentation, never for assertions.
-  static void saveScreenshot(const std::string& name) {
+  // Saves a picture of what the screen shows over X window `window` (the reader window with the
+  // note editor's dialog on it) as <name>.png in $TOMEKEEPER_SCREENSHOT_DIRECTORY, when that is
+  // set; otherwise does nothing. For the documentation, never for assertions.
+  static void saveScreenshot(const std::string& window, const std::string& name) {
     const char* directory = std::getenv("TOMEKEEPER_SCREENSHOT_DIRECTORY");
     if (directory == nullptr || *directory == '\0') return;
+    const std::optional<WindowSize> size = sizeOfWindow(window);
+    if (!size) return;
     std::filesystem::create_directories(directory);
-    captureWindow("root", std::filesystem::path(directory) / (name + ".png"));
+    // Without a window manager every window stands at the screen's corner.
+    runTool({"import", "-window", "root", "-crop",
+             std::to_string(size->width) + "x" + std::to_string(size->height) + "+0+0",
+             (std::filesystem::path(directory) / (name + ".png")).string()});
   }
 
   // The presented elements, one a line, for the message of a failed expectation.
@@ -408,13 +434,18 @@ TEST_F(HighlightNoteApplicationDisplayTest,
   // The note editor of that highlight, its count and its Done button.
   ASSERT_TRUE(activateWindowAction(1, "edit-note", "'" + annotationID + "'"));
   ASSERT_TRUE(waitForElement("label", "0 / 4000").has_value()) << dump();
+  // A small sheet over the book, however long the highlighted passage it quotes.
+  const std::optional<WindowSize> readerSize = sizeOfWindow(window);
+  const std::optional<WindowSize> editorSize = sizeOfWindow(noteEditorWindow());
+  ASSERT_TRUE(readerSize && editorSize);
+  EXPECT_LT(editorSize->width, readerSize->width);
   const std::string tooLong = noteText(AnnotationNoteLength::overLimit);
   ASSERT_TRUE(typeIntoNoteEditor({"type", "--delay", "2", tooLong}));
   ASSERT_TRUE(waitForElement("label", "4001 / 4000").has_value()) << dump();
   std::optional<AccessibleElement> done = find(elements(), "button", "Done");
   ASSERT_TRUE(done.has_value()) << dump();
   EXPECT_FALSE(done->has(kStateSensitive));
-  saveScreenshot("note-editor-over-book");
+  saveScreenshot(window, "note-editor-over-book");
 
   // One character less: at the limit, Done is offered again and saves the note.
   ASSERT_TRUE(typeIntoNoteEditor({"key", "BackSpace"}));
