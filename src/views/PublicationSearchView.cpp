@@ -3,6 +3,7 @@
 #include <string>
 
 #include "views/SessionCommand.h"
+#include "views/ViewResources.h"
 
 namespace tomekeeper {
 
@@ -12,56 +13,19 @@ bool searchResultIsResolvable(const PublicationSearchResult& result) {
 
 PublicationSearchView::PublicationSearchView(std::shared_ptr<ReaderSession> session)
     : session_(std::move(session)) {
-  GtkWidget* root = gtk_box_new(GTK_ORIENTATION_VERTICAL, 8);
-  root_ = views::WidgetHandle::adopt(root);
-  gtk_widget_set_size_request(root, 280, -1);
-  gtk_widget_set_margin_start(root, 12);
-  gtk_widget_set_margin_end(root, 12);
-  gtk_widget_set_margin_top(root, 12);
-  gtk_widget_set_margin_bottom(root, 12);
+  const views::ViewBuilder builder("PublicationSearchView.ui");
+  root_ = builder.root("root");
+  queryField_ = builder.widget("query_field");
+  searchButton_ = builder.widget("search_button");
+  progressRow_ = builder.widget("progress_row");
+  cancelButton_ = builder.widget("cancel_button");
+  resultCountLabel_ = builder.widget("result_count_label");
+  resultList_ = GTK_LIST_BOX(builder.widget("result_list"));
 
-  gtk_box_append(GTK_BOX(root), views::makeLabel("Search This Book", {"heading"}));
-
-  GtkWidget* queryRow = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
-  queryField_ = gtk_search_entry_new();
-  g_object_set(queryField_, "placeholder-text", "Find text", nullptr);
-  views::setAccessibleLabel(queryField_, "Find text");
-  gtk_widget_set_hexpand(queryField_, TRUE);
   connections_.add(queryField_, "activate", G_CALLBACK(onSearch), this);
-  searchButton_ = views::makeTextButton("Search");
   connections_.add(searchButton_, "clicked", G_CALLBACK(onSearch), this);
-  gtk_box_append(GTK_BOX(queryRow), queryField_);
-  gtk_box_append(GTK_BOX(queryRow), searchButton_);
-  gtk_box_append(GTK_BOX(root), queryRow);
-
-  progressRow_ = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
-  GtkWidget* spinner = gtk_spinner_new();
-  gtk_spinner_start(GTK_SPINNER(spinner));
-  GtkWidget* searching = views::makeLabel("Searching\u2026", {"dim-label"});
-  gtk_widget_set_hexpand(searching, TRUE);
-  cancelButton_ = views::makeTextButton("Cancel");
   connections_.add(cancelButton_, "clicked", G_CALLBACK(onCancel), this);
-  gtk_box_append(GTK_BOX(progressRow_), spinner);
-  gtk_box_append(GTK_BOX(progressRow_), searching);
-  gtk_box_append(GTK_BOX(progressRow_), cancelButton_);
-  gtk_box_append(GTK_BOX(root), progressRow_);
-
-  resultCountLabel_ = views::makeLabel("", {"caption", "dim-label"});
-  gtk_box_append(GTK_BOX(root), resultCountLabel_);
-
-  GtkWidget* list = gtk_list_box_new();
-  resultList_ = GTK_LIST_BOX(list);
-  gtk_list_box_set_selection_mode(resultList_, GTK_SELECTION_NONE);
-  gtk_list_box_set_activate_on_single_click(resultList_, TRUE);
-  views::setAccessibleLabel(list, "Search Results");
-  connections_.add(list, "row-activated", G_CALLBACK(onResultActivated), this);
-  GtkWidget* scroller = gtk_scrolled_window_new();
-  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroller), GTK_POLICY_NEVER,
-                                 GTK_POLICY_AUTOMATIC);
-  gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(scroller), list);
-  gtk_scrolled_window_set_propagate_natural_height(GTK_SCROLLED_WINDOW(scroller), TRUE);
-  gtk_scrolled_window_set_max_content_height(GTK_SCROLLED_WINDOW(scroller), 360);
-  gtk_box_append(GTK_BOX(root), scroller);
+  connections_.add(resultList_, "row-activated", G_CALLBACK(onResultActivated), this);
 
   connections_.add(session_->isSearchComplete().changed().connect([this] { showProgress(); }));
   connections_.add(session_->activeSearchID().changed().connect([this] { showProgress(); }));
