@@ -8,15 +8,9 @@
 #include "async/MainContext.h"
 #include "async/Spawn.h"
 #include "session/AnnotationNote.h"
+#include "views/ViewResources.h"
 
 namespace tomekeeper {
-
-namespace {
-
-// About the panel's own width (360 pixels) in characters of the labels that wrap in it.
-constexpr int kLabelWidthCharacters = 48;
-
-}  // namespace
 
 std::shared_ptr<AnnotationNoteEditor> AnnotationNoteEditor::create(std::string excerpt,
                                                                    std::string draft,
@@ -38,38 +32,14 @@ AnnotationNoteEditor::~AnnotationNoteEditor() {
 }
 
 void AnnotationNoteEditor::build(const std::string& excerpt) {
-  GtkWidget* root = gtk_box_new(GTK_ORIENTATION_VERTICAL, 8);
-  root_ = views::WidgetHandle::adopt(root);
-  gtk_widget_set_margin_start(root, 12);
-  gtk_widget_set_margin_end(root, 12);
-  gtk_widget_set_margin_top(root, 12);
-  gtk_widget_set_margin_bottom(root, 12);
-  gtk_widget_set_size_request(root, 360, -1);
-
-  gtk_box_append(GTK_BOX(root), views::makeLabel("Note", {"heading"}));
-  // A wrapped label asks for the width of its whole text: a highlighted paragraph would widen
-  // the panel to the screen's width.
-  GtkWidget* excerptLabel = views::makeLabel(excerpt, {"dim-label"});
-  gtk_label_set_max_width_chars(GTK_LABEL(excerptLabel), kLabelWidthCharacters);
-  gtk_label_set_lines(GTK_LABEL(excerptLabel), 3);
-  gtk_label_set_ellipsize(GTK_LABEL(excerptLabel), PANGO_ELLIPSIZE_END);
-  gtk_box_append(GTK_BOX(root), excerptLabel);
-
-  textView_ = gtk_text_view_new();
-  gtk_text_view_set_wrap_mode(GTK_TEXT_VIEW(textView_), GTK_WRAP_WORD_CHAR);
-  gtk_text_view_set_left_margin(GTK_TEXT_VIEW(textView_), 6);
-  gtk_text_view_set_right_margin(GTK_TEXT_VIEW(textView_), 6);
-  gtk_text_view_set_top_margin(GTK_TEXT_VIEW(textView_), 6);
-  gtk_text_view_set_bottom_margin(GTK_TEXT_VIEW(textView_), 6);
-  views::setAccessibleLabel(textView_, "Annotation note");
-  GtkWidget* scroller = gtk_scrolled_window_new();
-  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroller), GTK_POLICY_NEVER,
-                                 GTK_POLICY_AUTOMATIC);
-  gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(scroller), textView_);
-  gtk_widget_set_size_request(scroller, -1, 140);
-  GtkWidget* frame = gtk_frame_new(nullptr);
-  gtk_frame_set_child(GTK_FRAME(frame), scroller);
-  gtk_box_append(GTK_BOX(root), frame);
+  const views::ViewBuilder builder("AnnotationNoteEditor.ui");
+  root_ = builder.root("root");
+  views::setLabelText(builder.widget("excerpt_label"), excerpt);
+  textView_ = builder.widget("text_view");
+  failureLabel_ = builder.widget("failure_label");
+  countLabel_ = builder.widget("count_label");
+  cancelButton_ = builder.widget("cancel_button");
+  doneButton_ = builder.widget("done_button");
 
   // Capture phase: the keys are seen before the text view's own handling and its input
   // method, so the handler itself must step aside while a composition is under way.
@@ -80,31 +50,8 @@ void AnnotationNoteEditor::build(const std::string& excerpt) {
   connections_.add(textView_, "preedit-changed", G_CALLBACK(onPreeditChanged), this);
   connections_.add(gtk_text_view_get_buffer(GTK_TEXT_VIEW(textView_)), "changed",
                    G_CALLBACK(onBufferChanged), this);
-
-  failureLabel_ =
-      views::makeLabel("Couldn\u2019t save the note. Your draft is still here. Please try again.",
-                       {"caption", "error"});
-  gtk_label_set_max_width_chars(GTK_LABEL(failureLabel_), kLabelWidthCharacters);
-  gtk_widget_set_visible(failureLabel_, FALSE);
-  gtk_box_append(GTK_BOX(root), failureLabel_);
-  gtk_box_append(
-      GTK_BOX(root),
-      views::makeLabel("Enter to save \u00B7 Shift-Enter for a new line \u00B7 Esc to cancel",
-                       {"caption", "dim-label"}));
-
-  GtkWidget* bottom = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
-  countLabel_ = views::makeLabel("0 / 4000", {"caption", "monospace", "numeric", "dim-label"});
-  gtk_widget_set_hexpand(countLabel_, TRUE);
-  gtk_widget_set_valign(countLabel_, GTK_ALIGN_CENTER);
-  cancelButton_ = views::makeTextButton("Cancel");
-  doneButton_ = views::makeTextButton("Done");
-  gtk_widget_add_css_class(doneButton_, "suggested-action");
   connections_.add(cancelButton_, "clicked", G_CALLBACK(onCancel), this);
   connections_.add(doneButton_, "clicked", G_CALLBACK(onDone), this);
-  gtk_box_append(GTK_BOX(bottom), countLabel_);
-  gtk_box_append(GTK_BOX(bottom), cancelButton_);
-  gtk_box_append(GTK_BOX(bottom), doneButton_);
-  gtk_box_append(GTK_BOX(root), bottom);
 }
 
 std::string AnnotationNoteEditor::draft() const {
