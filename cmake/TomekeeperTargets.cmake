@@ -43,3 +43,25 @@ function(tomekeeper_fuzz_target name)
   set_target_properties(fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/fuzzers")
   set_property(GLOBAL APPEND PROPERTY TOMEKEEPER_FUZZ_TARGETS fuzz_${name})
 endfunction()
+
+# tomekeeper_hosts_javascriptcore(TARGET)
+# For an executable that runs web views under the sanitizers. JavaScriptCore releases its own
+# shared_ptr control blocks through the copy of the libstdc++ template that the executable
+# exports, and UBSan's vptr check cannot know JavaScriptCore's types: it stops the program at a
+# garbage collection, most often after a web view is gone. The executable's own sources leave
+# that one check out, and the static libraries' copies stay inside the executable. Called in
+# the folder that declares the target, since source properties belong to a folder.
+function(tomekeeper_hosts_javascriptcore target)
+  if(NOT TOMEKEEPER_SANITIZE)
+    return()
+  endif()
+  # A source property, since it must come after the sanitizer flags of tomekeeper_settings.
+  get_target_property(sources ${target} SOURCES)
+  set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS -fno-sanitize=vptr)
+  set(hidden_archives libtomekeeper_test_support.a)
+  foreach(library app session views runtime persistence intake opening model async)
+    list(APPEND hidden_archives "libtomekeeper_${library}.a")
+  endforeach()
+  list(JOIN hidden_archives ":" hidden_archives)
+  target_link_options(${target} PRIVATE "-Wl,--exclude-libs,${hidden_archives}")
+endfunction()
