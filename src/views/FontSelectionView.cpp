@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <optional>
 
 #include "views/SessionCommand.h"
+#include "views/ViewResources.h"
 #include "views/ViewRow.h"
 
 namespace tomekeeper {
@@ -24,6 +26,20 @@ constexpr double kMaximumLetterSpacing = 0.2;
 constexpr TypographyPageMarginsSelection kPageMargins[] = {
     TypographyPageMarginsSelection::bookDefault, TypographyPageMarginsSelection::narrow,
     TypographyPageMarginsSelection::standard, TypographyPageMarginsSelection::wide};
+// The ids of the buttons in FontSelectionView.ui, in the order of FontSelectionView::Control.
+constexpr const char* kControlIDs[] = {"text_size_smaller",
+                                       "text_size_default",
+                                       "text_size_larger",
+                                       "line_spacing_smaller",
+                                       "line_spacing_default",
+                                       "line_spacing_larger",
+                                       "character_spacing_smaller",
+                                       "character_spacing_default",
+                                       "character_spacing_normal",
+                                       "character_spacing_larger",
+                                       "restore_all"};
+static_assert(std::size(kControlIDs) ==
+              static_cast<std::size_t>(FontSelectionView::Control::restoreAll) + 1);
 
 icu::UnicodeString folded(std::string_view text) {
   icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(
@@ -57,55 +73,21 @@ double steppedLetterSpacing(const TypographyLetterSpacingSelection& selection, d
 
 FontSelectionView::FontSelectionView(std::shared_ptr<ReaderSession> session)
     : session_(std::move(session)) {
-  GtkWidget* root = gtk_box_new(GTK_ORIENTATION_VERTICAL, 10);
-  root_ = views::WidgetHandle::adopt(root);
-  gtk_widget_set_margin_start(root, 12);
-  gtk_widget_set_margin_end(root, 12);
-  gtk_widget_set_margin_top(root, 12);
-  gtk_widget_set_margin_bottom(root, 12);
-  gtk_widget_set_size_request(root, 320, -1);
-
-  gtk_box_append(GTK_BOX(root), views::makeLabel("Reading Font", {"heading"}));
-  gtk_box_append(GTK_BOX(root),
-                 buildStepperRow("Text Size", Control::textSizeSmaller, Control::textSizeDefault,
-                                 std::nullopt, Control::textSizeLarger));
-  gtk_box_append(GTK_BOX(root), buildStepperRow("Line Spacing", Control::lineSpacingSmaller,
-                                                Control::lineSpacingDefault, std::nullopt,
-                                                Control::lineSpacingLarger));
-  gtk_box_append(GTK_BOX(root),
-                 buildStepperRow("Character Spacing", Control::characterSpacingSmaller,
-                                 Control::characterSpacingDefault, Control::characterSpacingNormal,
-                                 Control::characterSpacingLarger));
-
-  GtkWidget* marginsRow = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
-  GtkWidget* marginsTitle = views::makeLabel("Page Margins");
-  gtk_widget_set_hexpand(marginsTitle, TRUE);
-  const char* marginNames[] = {"Book Default", "Narrow", "Standard", "Wide", nullptr};
-  pageMarginsPicker_ = gtk_drop_down_new_from_strings(marginNames);
-  views::setAccessibleLabel(pageMarginsPicker_, "Page Margins");
+  const views::ViewBuilder builder("FontSelectionView.ui");
+  root_ = builder.root("root");
+  for (std::size_t control = 0; control < std::size(kControlIDs); ++control) {
+    GtkWidget* button = builder.widget(kControlIDs[control]);
+    buttons_[control] = button;
+    g_object_set_data(G_OBJECT(button), kControlKey, GINT_TO_POINTER(static_cast<int>(control)));
+    connections_.add(button, "clicked", G_CALLBACK(onButtonClicked), this);
+  }
+  pageMarginsPicker_ = builder.widget("page_margins_picker");
+  searchField_ = builder.widget("search_field");
+  fallbackLabel_ = builder.widget("fallback_label");
+  fontList_ = GTK_LIST_VIEW(builder.widget("font_list"));
+  setUpFontList();
   connections_.add(pageMarginsPicker_, "notify::selected", G_CALLBACK(onPageMarginsSelected), this);
-  gtk_box_append(GTK_BOX(marginsRow), marginsTitle);
-  gtk_box_append(GTK_BOX(marginsRow), pageMarginsPicker_);
-  gtk_box_append(GTK_BOX(root), marginsRow);
-
-  gtk_box_append(GTK_BOX(root), gtk_separator_new(GTK_ORIENTATION_HORIZONTAL));
-  GtkWidget* restore = views::makeTextButton("Restore All Book Typography");
-  gtk_widget_add_css_class(restore, "destructive-action");
-  buttons_[static_cast<int>(Control::restoreAll)] = restore;
-  g_object_set_data(G_OBJECT(restore), kControlKey,
-                    GINT_TO_POINTER(static_cast<int>(Control::restoreAll)));
-  connections_.add(restore, "clicked", G_CALLBACK(onButtonClicked), this);
-  gtk_box_append(GTK_BOX(root), restore);
-
-  searchField_ = gtk_search_entry_new();
-  g_object_set(searchField_, "placeholder-text", "Search installed fonts", nullptr);
-  views::setAccessibleLabel(searchField_, "Search installed fonts");
   connections_.add(searchField_, "changed", G_CALLBACK(onSearchChanged), this);
-  gtk_box_append(GTK_BOX(root), searchField_);
-
-  fallbackLabel_ = views::makeLabel("", {"caption", "dim-label"});
-  gtk_box_append(GTK_BOX(root), fallbackLabel_);
-  gtk_box_append(GTK_BOX(root), buildFontList());
 
   connections_.add(session_->fontCatalogRevision().changed().connect([this] { showFonts(); }));
   connections_.add(
@@ -127,61 +109,22 @@ GtkWidget* FontSelectionView::button(Control control) const {
   return buttons_[static_cast<int>(control)];
 }
 
-GtkWidget* FontSelectionView::buildStepperRow(const char* title, Control smaller, Control reset,
-                                              std::optional<Control> normal, Control larger) {
-  const auto add = [this](GtkWidget* box, Control control, GtkWidget* button) {
-    buttons_[static_cast<int>(control)] = button;
-    g_object_set_data(G_OBJECT(button), kControlKey, GINT_TO_POINTER(static_cast<int>(control)));
-    connections_.add(button, "clicked", G_CALLBACK(onButtonClicked), this);
-    gtk_box_append(GTK_BOX(box), button);
-  };
-  GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
-  GtkWidget* label = views::makeLabel(title);
-  gtk_widget_set_hexpand(label, TRUE);
-  gtk_box_append(GTK_BOX(row), label);
-  GtkWidget* buttons = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-  gtk_widget_add_css_class(buttons, "linked");
-  const std::string name = title;
-  add(buttons, smaller, views::makeIconButton("list-remove-symbolic", "Decrease " + name));
-  GtkWidget* resetButton = views::makeTextButton("Default");
-  views::setAccessibleLabel(resetButton, name + " Default");
-  add(buttons, reset, resetButton);
-  if (normal) {
-    GtkWidget* normalButton = views::makeTextButton("Normal");
-    views::setAccessibleLabel(normalButton, name + " Normal");
-    add(buttons, *normal, normalButton);
-  }
-  add(buttons, larger, views::makeIconButton("list-add-symbolic", "Increase " + name));
-  gtk_box_append(GTK_BOX(row), buttons);
-  return row;
-}
-
-GtkWidget* FontSelectionView::buildFontList() {
+void FontSelectionView::setUpFontList() {
   fonts_ = g_list_store_new(tomekeeper_view_row_get_type());
   filter_ = gtk_custom_filter_new(filterFont, this, nullptr);
   filteredFonts_ = gtk_filter_list_model_new(G_LIST_MODEL(fonts_), GTK_FILTER(filter_));
-  selection_ = gtk_single_selection_new(G_LIST_MODEL(filteredFonts_));
+  const auto selection = GObjectHandle<GtkSingleSelection>::adopt(
+      gtk_single_selection_new(G_LIST_MODEL(filteredFonts_)));
+  selection_ = selection.get();
   gtk_single_selection_set_autoselect(selection_, FALSE);
   gtk_single_selection_set_can_unselect(selection_, TRUE);
 
-  GtkListItemFactory* factory = gtk_signal_list_item_factory_new();
-  connections_.add(factory, "setup", G_CALLBACK(onSetupFontRow), this);
-  connections_.add(factory, "bind", G_CALLBACK(onBindFontRow), this);
-  GtkWidget* list = gtk_list_view_new(GTK_SELECTION_MODEL(selection_), factory);
-  fontList_ = GTK_LIST_VIEW(list);
-  gtk_list_view_set_single_click_activate(fontList_, TRUE);
-  views::setAccessibleLabel(list, "Fonts");
-  connections_.add(list, "activate", G_CALLBACK(onFontActivate), this);
-
-  GtkWidget* scroller = gtk_scrolled_window_new();
-  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroller), GTK_POLICY_NEVER,
-                                 GTK_POLICY_AUTOMATIC);
-  gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(scroller), list);
-  gtk_widget_set_size_request(scroller, -1, 220);
-  gtk_widget_set_vexpand(scroller, TRUE);
-  GtkWidget* frame = gtk_frame_new(nullptr);
-  gtk_frame_set_child(GTK_FRAME(frame), scroller);
-  return frame;
+  const auto factory = GObjectHandle<GtkListItemFactory>::adopt(gtk_signal_list_item_factory_new());
+  connections_.add(factory.get(), "setup", G_CALLBACK(onSetupFontRow), this);
+  connections_.add(factory.get(), "bind", G_CALLBACK(onBindFontRow), this);
+  gtk_list_view_set_model(fontList_, GTK_SELECTION_MODEL(selection_));
+  gtk_list_view_set_factory(fontList_, factory.get());
+  connections_.add(fontList_, "activate", G_CALLBACK(onFontActivate), this);
 }
 
 void FontSelectionView::perform(Control control) {

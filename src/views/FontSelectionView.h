@@ -62,9 +62,8 @@ class FontSelectionView {
   GtkWidget* button(Control control) const;
 
  private:
-  GtkWidget* buildStepperRow(const char* title, Control smaller, Control reset,
-                             std::optional<Control> normal, Control larger);
-  GtkWidget* buildFontList();
+  // Gives fontList_ its model, over fonts_ through filter_, and its row factory.
+  void setUpFontList();
   void perform(Control control);
   void showFonts();
   void showFallback();
@@ -83,7 +82,7 @@ class FontSelectionView {
 
   std::shared_ptr<ReaderSession> session_;
   views::WidgetHandle root_;
-  GtkWidget* buttons_[11] = {};
+  GtkWidget* buttons_[static_cast<int>(Control::restoreAll) + 1] = {};
   GtkWidget* pageMarginsPicker_ = nullptr;
   GtkWidget* searchField_ = nullptr;
   GtkWidget* fallbackLabel_ = nullptr;
