@@ -123,15 +123,12 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
   // Scroll events do not bubble; the viewport's reaches the document in the capture phase.
   document.addEventListener('scroll', () => {
     clearTimeout(scrollTimer);
+    const scrolledView = viewport.classList.contains('scrolled') && reader.currentSection !== undefined;
+    if (scrolledView) reader.unsettle();
     scrollTimer = setTimeout(() => {
       reader.refreshBookmarkVisibility();
       selection?.placementChanged();
-      if (viewport.classList.contains('scrolled') && reader.currentSection !== undefined) {
-        reader.currentLocator().then(
-          (locator) => transport?.emit('locatorChanged', { locator }),
-          () => undefined,
-        );
-      }
+      if (scrolledView) reader.settle().catch(() => undefined);
     }, 100);
   }, { capture: true, passive: true });
   return { reader, annotations, search, selection };

@@ -112,7 +112,8 @@ inline json evaluateInPage(WebKitWebView* webView, const std::string& body) {
 
 // A script for the runtime page that answers whether the first character of `context.exact`
 // (white space collapsed) lies inside the viewport in the section on screen; the prefix and
-// suffix tell repeated words apart. Measured in the page, independently of the runtime.
+// suffix tell repeated words apart, and where even they repeat (a code sample given twice), any
+// of the places will do. Measured in the page, independently of the runtime.
 inline std::string textOnScreenScript(const TextContext& context) {
   return "const exact = " + json(context.exact).dump() +
          ", prefix = " + json(context.prefix.value_or("")).dump() +
@@ -139,21 +140,26 @@ inline std::string textOnScreenScript(const TextContext& context) {
         }
       }
       const collapse = (words) => words.replace(/\s+/g, ' ');
-      let found = text.indexOf(collapse(prefix + exact + suffix));
-      if (found < 0) return false;
-      found += collapse(prefix).length;
-      while (text[found] === ' ') found += 1;
-      const [node, offset] = map[found];
-      const range = doc.createRange();
-      range.setStart(node, offset);
-      range.setEnd(node, offset + 1);
-      const box = range.getClientRects()[0];
-      if (!box) return false;
       const frameBox = frame.getBoundingClientRect();
       const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
-      const x = frameBox.left + box.left + box.width / 2;
-      const y = frameBox.top + box.top + box.height / 2;
-      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+      const shown = (found) => {
+        found += collapse(prefix).length;
+        while (text[found] === ' ') found += 1;
+        const [node, offset] = map[found];
+        const range = doc.createRange();
+        range.setStart(node, offset);
+        range.setEnd(node, offset + 1);
+        const box = range.getClientRects()[0];
+        if (!box) return false;
+        const x = frameBox.left + box.left + box.width / 2;
+        const y = frameBox.top + box.top + box.height / 2;
+        return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
+      };
+      const context = collapse(prefix + exact + suffix);
+      for (let found = text.indexOf(context); found >= 0; found = text.indexOf(context, found + 1)) {
+        if (shown(found)) return true;
+      }
+      return false;
     )";
 }
 

@@ -1,6 +1,8 @@
 // The real reader runtime page in a real WebKitGTK web view, driven through the bridge as the
 // session drives it: opening, navigation, locators, presentation, search, highlights, bookmarks
 // and the sample corpus. These tests need a display (label display).
+#include <cctype>
+
 #include "ReaderRuntimeDisplayFixture.h"
 
 namespace tomekeeper {
@@ -236,6 +238,28 @@ TEST_F(ReaderRuntimeDisplayTest, ScrolledModeKeepsTheFirstVisibleCharacter) {
   const Locator scrolled = run(bridge().currentLocator());
   run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::paginated}));
   expectStillShown(scrolled, "paginated again");
+}
+
+// The book's fonts may arrive after its section was laid out and move its text; the relayout
+// that follows must start from where the reader was, not from what the moved text now shows.
+TEST_F(ReaderRuntimeDisplayTest, AFontThatArrivesLateKeepsTheReadersPlace) {
+  const Locator before = standInTheMiddleOfTheBook(keeperBook());
+  int relayouts = 0;
+  bridge().onLocatorChanged = [&](Locator) { ++relayouts; };
+  // Wider letters, as a web font that replaces its fallback can give; then the font set says
+  // that its loading is done, as it does when such a font arrives.
+  evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    const doc = frame.contentDocument;
+    const style = doc.createElementNS('http://www.w3.org/1999/xhtml', 'style');
+    style.textContent = 'p { letter-spacing: 0.3em; word-spacing: 0.5em; }';
+    doc.head.appendChild(style);
+    doc.fonts.dispatchEvent(new Event('loadingdone'));
+    return true;
+  )");
+  ASSERT_TRUE(iterateUntil([&] { return relayouts > 0; }, 5s)) << "no relayout";
+  bridge().onLocatorChanged = nullptr;
+  expectStillShown(before, "late font");
 }
 
 TEST_F(ReaderRuntimeDisplayTest, TwoPagesASpreadKeepTheFirstVisibleCharacter) {
@@ -486,49 +510,129 @@ TEST_F(ReaderRuntimeDisplayTest, ABookmarkIsVisibleOnlyOnItsPage) {
 
 // ---- Every sample book of the shared corpus, when it is there --------------------------------
 
-TEST_F(ReaderRuntimeDisplayTest, EverySampleBookOpensPagesToItsEndAndKeepsItsPlace) {
-  const std::vector<std::filesystem::path> books = testing::sampleBooks();
-  if (books.empty()) GTEST_SKIP() << "no sample corpus at " << testing::sampleCorpusDirectory();
-  for (const std::filesystem::path& book : books) {
-    SCOPED_TRACE(book.filename().string());
-    // A fresh web view and extraction for each book.
-    TearDown();
-    std::filesystem::remove_all(directory_ / "Extracted");
-    SetUp();
-    OpenPublicationResult opened;
-    try {
-      opened = openArchive(book);
-    } catch (const ReaderBridgeFailure& failure) {
-      ADD_FAILURE() << "open failed: " << failure.payload().code << " " << failure.payload().message
-                    << " " << failure.payload().diagnostic.value_or("");
-      continue;
-    }
-    EXPECT_GT(opened.spineItemCount, 0);
-    const Locator first = run(bridge().currentLocator());
-    EXPECT_EQ(first.sectionProgression.value_or(1), 0.0);
+// One case per book of the corpus; without the corpus, one case that says it is missing.
+class SampleBookDisplayTest : public ReaderRuntimeDisplayTest,
+                              public ::testing::WithParamInterface<std::filesystem::path> {};
 
-    // Pages forward, a bounded number of turns; each turn moves or ends the book.
-    ReaderPositionResult position{};
-    std::pair<std::int64_t, std::int64_t> last{-1, 0};
-    int turns = 0;
-    for (; turns < 60; ++turns) {
-      position = run(bridge().next());
-      const std::pair<std::int64_t, std::int64_t> now{position.spineIndex, position.page};
-      if (position.atEnd) break;
-      EXPECT_NE(now, last) << "a turn did not move, turn " << turns;
-      last = now;
-    }
-    const Locator here = run(bridge().currentLocator());
-    const ReaderPositionResult back = run(bridge().goTo(GoToLocatorRequest{here}));
-    EXPECT_EQ(back.spineIndex, position.spineIndex);
-    EXPECT_EQ(back.page, position.page) << "after " << turns << " turns";
-    // The book's progression is refined while the lengths of its sections are read in the
-    // background, so only the place itself is compared.
-    Locator again = run(bridge().currentLocator());
-    again.totalProgression = here.totalProgression;
-    EXPECT_EQ(again, here);
-  }
+std::vector<std::filesystem::path> sampleBooksOrNone() {
+  std::vector<std::filesystem::path> books = testing::sampleBooks();
+  if (books.empty()) books.emplace_back();
+  return books;
 }
+
+std::string caseNameOfBook(const ::testing::TestParamInfo<std::filesystem::path>& info) {
+  std::string name = info.param.empty() ? "NoCorpus" : info.param.stem().string();
+  for (char& character : name) {
+    if (!std::isalnum(static_cast<unsigned char>(character))) character = '_';
+  }
+  return name;
+}
+
+TEST_P(SampleBookDisplayTest, OpensPagesToItsEndAndKeepsItsPlace) {
+  const std::filesystem::path& book = GetParam();
+  if (book.empty()) GTEST_SKIP() << "no sample corpus at " << testing::sampleCorpusDirectory();
+  OpenPublicationResult opened;
+  try {
+    opened = openArchive(book);
+  } catch (const ReaderBridgeFailure& failure) {
+    FAIL() << "open failed: " << failure.payload().code << " " << failure.payload().message << " "
+           << failure.payload().diagnostic.value_or("");
+  }
+  EXPECT_GT(opened.spineItemCount, 0);
+  const Locator first = run(bridge().currentLocator());
+  EXPECT_EQ(first.sectionProgression.value_or(1), 0.0);
+  if (first.excerpt) EXPECT_TRUE(isTextOnScreen(*first.excerpt)) << first.excerpt->exact;
+  saveScreenshot("sample-" + book.stem().string());
+
+  // Every page to the end; each turn moves on, and the place halfway through is kept for the
+  // presentation changes below.
+  std::vector<Locator> passed;
+  bridge().onLocatorChanged = [&](Locator locator) { passed.push_back(std::move(locator)); };
+  ReaderPositionResult position{};
+  std::pair<std::int64_t, std::int64_t> last{first.spineIndex, 1};
+  int turns = 0;
+  for (; turns < 20000; ++turns) {
+    position = run(bridge().next());
+    const std::pair<std::int64_t, std::int64_t> now{position.spineIndex, position.page};
+    // At the end a turn stays where it is.
+    if (position.atEnd && now == last) break;
+    if (!(last < now)) {
+      ADD_FAILURE() << "turn " << turns << " went from " << last.first << ":" << last.second
+                    << " to " << now.first << ":" << now.second;
+      break;
+    }
+    last = now;
+  }
+  ASSERT_TRUE(position.atEnd) << "no end after " << turns << " turns";
+  EXPECT_EQ(position.page, position.pageCount);
+  bridge().onLocatorChanged = nullptr;
+
+  // By now every section's length is known, so the whole locator, progression included, must
+  // come back unchanged.
+  const Locator end = run(bridge().currentLocator());
+  const ReaderPositionResult back = run(bridge().goTo(GoToLocatorRequest{end}));
+  EXPECT_EQ(back.spineIndex, position.spineIndex);
+  EXPECT_EQ(back.page, position.page) << "after " << turns << " turns";
+  EXPECT_EQ(run(bridge().currentLocator()), end);
+
+  // A book of one page has only its first.
+  run(bridge().goTo(GoToLocatorRequest{passed.empty() ? first : passed[passed.size() / 2]}));
+  Locator before = run(bridge().currentLocator());
+  // The words that stood first stay on screen and the locator still leads to them; a page of a
+  // fixed-layout book may be only a picture, whose locator must still lead to its section.
+  const auto keepsItsPlaceThrough = [&](const std::string& change, const auto& apply) {
+    apply();
+    if (before.excerpt) {
+      expectStillShown(before, change);
+    } else {
+      EXPECT_EQ(run(bridge().goTo(GoToLocatorRequest{before})).spineIndex, before.spineIndex)
+          << change;
+    }
+    before = run(bridge().currentLocator());
+  };
+  // A new window size reaches the page as a resize, which lays the book out again and tells
+  // the new place.
+  const auto resizeWindow = [&](int width, int height) {
+    int relayouts = 0;
+    bridge().onLocatorChanged = [&](Locator) { ++relayouts; };
+    gtk_window_set_default_size(GTK_WINDOW(window_), width, height);
+    EXPECT_TRUE(iterateUntil([&] { return relayouts > 0; }, 5s)) << "no relayout after resize";
+    EXPECT_EQ(gtk_widget_get_width(GTK_WIDGET(host_->webView())), width);
+    bridge().onLocatorChanged = nullptr;
+  };
+  ConfigureTypographyRequest typography;
+  keepsItsPlaceThrough("font scale 1.4", [&] {
+    typography.fontScale = {ResolvedTypographyFontScale::Mode::value, 1.4};
+    run(bridge().configureTypography(typography));
+  });
+  keepsItsPlaceThrough("line height 1.9", [&] {
+    typography.lineHeight = {ResolvedTypographyLineHeight::Mode::value, 1.9};
+    run(bridge().configureTypography(typography));
+  });
+  keepsItsPlaceThrough("wide margins", [&] {
+    typography.pageMargins = {ResolvedTypographyPageMargins::Mode::preset, 12.0};
+    run(bridge().configureTypography(typography));
+  });
+  keepsItsPlaceThrough("dark theme", [&] {
+    run(bridge().configureTheme(ConfigureThemeRequest{{ReadingThemeSelection::dark}}));
+  });
+  keepsItsPlaceThrough("scrolled", [&] {
+    run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
+  });
+  keepsItsPlaceThrough("paginated again", [&] {
+    run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::paginated}));
+  });
+  keepsItsPlaceThrough("two-page spread", [&] {
+    run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+  });
+  keepsItsPlaceThrough("a narrower, taller window", [&] { resizeWindow(640, 900); });
+  keepsItsPlaceThrough("the first window size", [&] {
+    resizeWindow(testing::kDisplayWindowWidth, testing::kDisplayWindowHeight);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(SampleCorpus, SampleBookDisplayTest,
+                         ::testing::ValuesIn(sampleBooksOrNone()), caseNameOfBook);
 
 }  // namespace
 }  // namespace tomekeeper

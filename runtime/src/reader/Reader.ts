@@ -81,6 +81,10 @@ export class Reader implements ReaderOperations {
   private settings: PresentationSettings = { ...defaultPresentation };
   private revision = 0;
   private current: SectionView | undefined;
+  // The reader's place as it was last told: after every move, relayout and scroll. A relayout
+  // that follows a change the reader did not make (fonts that arrive late, a new window size)
+  // starts from it, because by then the text on screen may already have moved.
+  private settledPlace: Locator | undefined;
   private prepared = new Map<number, Promise<SectionView>>();
   private readonly loaded = new Set<SectionView>();
   private bookmarkCandidates: BookmarkVisibilityCandidate[] = [];
@@ -126,6 +130,7 @@ export class Reader implements ReaderOperations {
     }
     this.closeSections();
     this.state = undefined;
+    this.settledPlace = undefined;
     this.bookmarkCandidates = [];
     this.visibleBookmarks = undefined;
     this.environment.publicationOpening?.();
@@ -289,7 +294,7 @@ export class Reader implements ReaderOperations {
 
   private async afterMove(locatorResolution?: string): Promise<ReaderPositionResult> {
     const result = this.position(locatorResolution);
-    this.environment.emitLocatorChanged(await this.currentLocator());
+    await this.settle();
     this.announcePlacement();
     return result;
   }
@@ -514,7 +519,7 @@ export class Reader implements ReaderOperations {
     this.applyPageChrome();
     const view = this.current;
     if (this.state === undefined || view === undefined) return;
-    const before = await this.currentLocator();
+    const before = this.settledPlace ?? (await this.currentLocator());
     for (const [, pending] of this.prepared) {
       const prepared = await pending.catch(() => undefined);
       if (prepared !== undefined && prepared !== view) prepared.layout(this.settings, this.viewportMeasures());
@@ -522,8 +527,21 @@ export class Reader implements ReaderOperations {
     view.layout(this.settings, this.viewportMeasures());
     this.applyScrollAxis(view);
     this.showPlace(view, this.placeLocator(view, before, false, this.state));
-    this.environment.emitLocatorChanged(await this.currentLocator());
+    await this.settle();
     this.announcePlacement();
+  }
+
+  // Takes the place on screen as the reader's and tells it.
+  async settle(): Promise<Locator> {
+    const locator = await this.currentLocator();
+    this.settledPlace = locator;
+    this.environment.emitLocatorChanged(locator);
+    return locator;
+  }
+
+  // The reader is scrolling: until the scroll settles, the place is what the screen shows.
+  unsettle(): void {
+    this.settledPlace = undefined;
   }
 
   handleResize(): void {
