@@ -1,12 +1,11 @@
 #include "views/ReaderSidebar.h"
 
-#include <adwaita.h>
-
 #include <algorithm>
 #include <string>
 
 #include "model/TableOfContentsOutlineNode.h"
 #include "views/SessionCommand.h"
+#include "views/ViewResources.h"
 #include "views/ViewRow.h"
 
 namespace tomekeeper {
@@ -78,58 +77,25 @@ GtkWidget* makeRowWithMenu(GtkWidget* texts, const char* actionLabel, const char
   return row;
 }
 
-GtkWidget* makeEmptyState(const char* title, const char* description, const char* iconName) {
-  GtkWidget* status = adw_status_page_new();
-  adw_status_page_set_title(ADW_STATUS_PAGE(status), title);
-  adw_status_page_set_description(ADW_STATUS_PAGE(status), description);
-  adw_status_page_set_icon_name(ADW_STATUS_PAGE(status), iconName);
-  gtk_widget_add_css_class(status, "compact");
-  gtk_widget_set_vexpand(status, TRUE);
-  return status;
-}
-
-GtkWidget* scrolled(GtkWidget* child) {
-  GtkWidget* window = gtk_scrolled_window_new();
-  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(window), GTK_POLICY_NEVER,
-                                 GTK_POLICY_AUTOMATIC);
-  gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(window), child);
-  gtk_widget_set_vexpand(window, TRUE);
-  return window;
-}
-
-GtkWidget* makeListBox() {
-  GtkWidget* list = gtk_list_box_new();
-  gtk_list_box_set_selection_mode(GTK_LIST_BOX(list), GTK_SELECTION_NONE);
-  gtk_list_box_set_activate_on_single_click(GTK_LIST_BOX(list), TRUE);
-  gtk_widget_add_css_class(list, "navigation-sidebar");
-  return list;
-}
-
 }  // namespace
 
 ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session)
     : session_(std::move(session)) {
-  GtkWidget* root = gtk_box_new(GTK_ORIENTATION_VERTICAL, 6);
-  root_ = views::WidgetHandle::adopt(root);
-  gtk_widget_set_size_request(root, 240, -1);
-
-  GtkWidget* stack = gtk_stack_new();
-  stack_ = GTK_STACK(stack);
-  gtk_stack_add_titled(stack_, buildContentsPage(), "contents", "Contents");
-  gtk_stack_add_titled(stack_, buildBookmarksPage(), "bookmarks", "Bookmarks");
-  gtk_stack_add_titled(stack_, buildHighlightsPage(), "highlights", "Highlights");
-
-  GtkWidget* switcher = gtk_stack_switcher_new();
-  gtk_stack_switcher_set_stack(GTK_STACK_SWITCHER(switcher), stack_);
-  gtk_widget_set_halign(switcher, GTK_ALIGN_CENTER);
-  gtk_widget_set_margin_top(switcher, 6);
-  gtk_widget_set_margin_start(switcher, 6);
-  gtk_widget_set_margin_end(switcher, 6);
-  views::setAccessibleLabel(switcher, "Reader Sidebar");
-
-  gtk_box_append(GTK_BOX(root), switcher);
-  gtk_box_append(GTK_BOX(root), stack);
-  gtk_box_append(GTK_BOX(root), buildChapterButtons());
+  const views::ViewBuilder builder("ReaderSidebar.ui");
+  root_ = builder.root("root");
+  stack_ = GTK_STACK(builder.widget("stack"));
+  contentsList_ = GTK_LIST_VIEW(builder.widget("contents_list"));
+  bookmarkPages_ = GTK_STACK(builder.widget("bookmark_pages"));
+  bookmarkList_ = GTK_LIST_BOX(builder.widget("bookmark_list"));
+  highlightPages_ = GTK_STACK(builder.widget("highlight_pages"));
+  highlightList_ = GTK_LIST_BOX(builder.widget("highlight_list"));
+  previousChapterButton_ = builder.widget("previous_chapter_button");
+  nextChapterButton_ = builder.widget("next_chapter_button");
+  setUpContentsList();
+  connections_.add(bookmarkList_, "row-activated", G_CALLBACK(onBookmarkRowActivated), this);
+  connections_.add(highlightList_, "row-activated", G_CALLBACK(onHighlightRowActivated), this);
+  connections_.add(previousChapterButton_, "clicked", G_CALLBACK(onPreviousChapter), this);
+  connections_.add(nextChapterButton_, "clicked", G_CALLBACK(onNextChapter), this);
   installActions();
 
   connections_.add(session_->tableOfContents().changed().connect([this] { showContents(); }));
@@ -158,84 +124,21 @@ void ReaderSidebar::setSection(SidebarSection section) {
   gtk_stack_set_visible_child_name(stack_, stackPageName(section));
 }
 
-GtkWidget* ReaderSidebar::buildContentsPage() {
+void ReaderSidebar::setUpContentsList() {
   contentsRoots_ = g_list_store_new(tomekeeper_view_row_get_type());
   GtkTreeListModel* tree = gtk_tree_list_model_new(G_LIST_MODEL(contentsRoots_), FALSE, FALSE,
                                                    createContentsChildren, nullptr, nullptr);
-  GtkSingleSelection* selection = gtk_single_selection_new(G_LIST_MODEL(tree));
-  gtk_single_selection_set_autoselect(selection, FALSE);
-  gtk_single_selection_set_can_unselect(selection, TRUE);
+  const auto selection =
+      GObjectHandle<GtkSingleSelection>::adopt(gtk_single_selection_new(G_LIST_MODEL(tree)));
+  gtk_single_selection_set_autoselect(selection.get(), FALSE);
+  gtk_single_selection_set_can_unselect(selection.get(), TRUE);
 
-  GtkListItemFactory* factory = gtk_signal_list_item_factory_new();
-  connections_.add(factory, "setup", G_CALLBACK(onSetupContentsRow), this);
-  connections_.add(factory, "bind", G_CALLBACK(onBindContentsRow), this);
-
-  GtkWidget* list = gtk_list_view_new(GTK_SELECTION_MODEL(selection), factory);
-  contentsList_ = GTK_LIST_VIEW(list);
-  gtk_list_view_set_single_click_activate(contentsList_, TRUE);
-  gtk_widget_add_css_class(list, "navigation-sidebar");
-  views::setAccessibleLabel(list, "Contents");
-  connections_.add(list, "activate", G_CALLBACK(onContentsActivate), this);
-  return scrolled(list);
-}
-
-GtkWidget* ReaderSidebar::buildBookmarksPage() {
-  GtkWidget* list = makeListBox();
-  bookmarkList_ = GTK_LIST_BOX(list);
-  views::setAccessibleLabel(list, "Bookmarks");
-  connections_.add(list, "row-activated", G_CALLBACK(onBookmarkRowActivated), this);
-
-  GtkWidget* pages = gtk_stack_new();
-  bookmarkPages_ = GTK_STACK(pages);
-  gtk_stack_add_named(bookmarkPages_, scrolled(list), "list");
-  gtk_stack_add_named(bookmarkPages_,
-                      makeEmptyState("No Bookmarks", "Add a bookmark from the reader toolbar.",
-                                     "user-bookmarks-symbolic"),
-                      "empty");
-  return pages;
-}
-
-GtkWidget* ReaderSidebar::buildHighlightsPage() {
-  GtkWidget* list = makeListBox();
-  highlightList_ = GTK_LIST_BOX(list);
-  views::setAccessibleLabel(list, "Highlights");
-  connections_.add(list, "row-activated", G_CALLBACK(onHighlightRowActivated), this);
-
-  GtkWidget* pages = gtk_stack_new();
-  highlightPages_ = GTK_STACK(pages);
-  gtk_stack_add_named(highlightPages_, scrolled(list), "list");
-  gtk_stack_add_named(
-      highlightPages_,
-      makeEmptyState("No Highlights", "Select text and use Highlight Selection in the toolbar.",
-                     "document-edit-symbolic"),
-      "empty");
-  return pages;
-}
-
-GtkWidget* ReaderSidebar::buildChapterButtons() {
-  const auto makeButton = [](const char* label, const char* iconName) {
-    GtkWidget* content = adw_button_content_new();
-    adw_button_content_set_label(ADW_BUTTON_CONTENT(content), label);
-    adw_button_content_set_icon_name(ADW_BUTTON_CONTENT(content), iconName);
-    GtkWidget* button = gtk_button_new();
-    gtk_button_set_child(GTK_BUTTON(button), content);
-    gtk_widget_add_css_class(button, "flat");
-    gtk_widget_set_hexpand(button, TRUE);
-    views::setAccessibleLabel(button, label);
-    return button;
-  };
-  previousChapterButton_ = makeButton("Previous Chapter", "media-skip-backward-symbolic");
-  nextChapterButton_ = makeButton("Next Chapter", "media-skip-forward-symbolic");
-  connections_.add(previousChapterButton_, "clicked", G_CALLBACK(onPreviousChapter), this);
-  connections_.add(nextChapterButton_, "clicked", G_CALLBACK(onNextChapter), this);
-
-  GtkWidget* box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-  gtk_widget_set_margin_start(box, 6);
-  gtk_widget_set_margin_end(box, 6);
-  gtk_widget_set_margin_bottom(box, 6);
-  gtk_box_append(GTK_BOX(box), previousChapterButton_);
-  gtk_box_append(GTK_BOX(box), nextChapterButton_);
-  return box;
+  const auto factory = GObjectHandle<GtkListItemFactory>::adopt(gtk_signal_list_item_factory_new());
+  connections_.add(factory.get(), "setup", G_CALLBACK(onSetupContentsRow), this);
+  connections_.add(factory.get(), "bind", G_CALLBACK(onBindContentsRow), this);
+  gtk_list_view_set_model(contentsList_, GTK_SELECTION_MODEL(selection.get()));
+  gtk_list_view_set_factory(contentsList_, factory.get());
+  connections_.add(contentsList_, "activate", G_CALLBACK(onContentsActivate), this);
 }
 
 void ReaderSidebar::installActions() {

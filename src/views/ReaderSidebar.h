@@ -44,10 +44,8 @@ class ReaderSidebar {
   GtkWidget* nextChapterButton() const noexcept { return nextChapterButton_; }
 
  private:
-  GtkWidget* buildContentsPage();
-  GtkWidget* buildBookmarksPage();
-  GtkWidget* buildHighlightsPage();
-  GtkWidget* buildChapterButtons();
+  // Gives contentsList_ its tree model over contentsRoots_ and its row factory.
+  void setUpContentsList();
   void installActions();
 
   void showContents();
