@@ -8,6 +8,7 @@
 #include "async/Sleep.h"
 #include "async/Spawn.h"
 #include "views/SessionCommand.h"
+#include "views/ViewResources.h"
 
 namespace tomekeeper {
 
@@ -21,14 +22,6 @@ async::Task<void> saveNoteCommand(std::shared_ptr<ReaderSession> session, Annota
   co_await session->saveNote(std::move(annotation), std::move(draft));
 }
 
-GtkWidget* padded(GtkWidget* child, int horizontal, int vertical) {
-  gtk_widget_set_margin_start(child, horizontal);
-  gtk_widget_set_margin_end(child, horizontal);
-  gtk_widget_set_margin_top(child, vertical);
-  gtk_widget_set_margin_bottom(child, vertical);
-  return child;
-}
-
 }  // namespace
 
 ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* webView,
@@ -39,26 +32,30 @@ ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* we
       sidebar_(session_),
       fontSelectionView_(session_),
       searchView_(session_) {
-  GtkWidget* flap = adw_flap_new();
-  root_ = views::WidgetHandle::adopt(flap);
-  // The reader's choice holds whatever the window's width: folding never shows or hides it.
-  adw_flap_set_locked(ADW_FLAP(flap), TRUE);
+  const views::ViewBuilder builder("ReaderScreen.ui");
+  root_ = builder.root("root");
+  GtkWidget* flap = root_.get();
+  overlay_ = builder.widget("overlay");
+  pageLabelPill_ = builder.widget("page_label_pill");
+  pageLabel_ = builder.widget("page_label");
+  errorBanner_ = builder.widget("error_banner");
+  errorLabel_ = builder.widget("error_label");
+  feedbackRevealer_ = builder.widget("bookmark_feedback_revealer");
+  feedbackIcon_ = builder.widget("bookmark_feedback_icon");
+  feedbackLabel_ = builder.widget("bookmark_feedback_label");
+  selectionCallout_ = builder.widget("selection_callout");
+  highlightButton_ = builder.widget("highlight_button");
+
   adw_flap_set_flap(ADW_FLAP(flap), sidebar_.widget());
-  adw_flap_set_separator(ADW_FLAP(flap), gtk_separator_new(GTK_ORIENTATION_VERTICAL));
   adw_flap_set_reveal_flap(ADW_FLAP(flap), initialSidebarVisibility == SidebarVisibility::visible);
   gtk_widget_add_css_class(sidebar_.widget(), "background");
-
-  overlay_ = gtk_overlay_new();
-  gtk_widget_set_hexpand(overlay_, TRUE);
-  gtk_widget_set_vexpand(overlay_, TRUE);
   if (webView != nullptr) {
     gtk_widget_set_hexpand(webView, TRUE);
     gtk_widget_set_vexpand(webView, TRUE);
     gtk_overlay_set_child(GTK_OVERLAY(overlay_), webView);
   }
-  adw_flap_set_content(ADW_FLAP(flap), overlay_);
-  buildOverlays();
 
+  connections_.add(highlightButton_, "clicked", G_CALLBACK(onHighlightClicked), this);
   connections_.add(flap, "notify::reveal-flap", G_CALLBACK(onFlapRevealChanged), this);
   connections_.add(overlay_, "get-child-position", G_CALLBACK(onGetChildPosition), this);
   const auto watch = [this](const auto& property, void (ReaderScreen::*show)()) {
@@ -89,65 +86,6 @@ ReaderScreen::~ReaderScreen() {
     if (*dialog) gtk_window_destroy(GTK_WINDOW(dialog->get()));
     dialog->reset();
   }
-}
-
-void ReaderScreen::buildOverlays() {
-  pageLabel_ = gtk_label_new(nullptr);
-  gtk_widget_add_css_class(pageLabel_, "caption");
-  gtk_widget_add_css_class(pageLabel_, "monospace");
-  gtk_widget_add_css_class(pageLabel_, "numeric");
-  gtk_widget_add_css_class(pageLabel_, "dim-label");
-  pageLabelPill_ = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-  gtk_box_append(GTK_BOX(pageLabelPill_), padded(pageLabel_, 10, 4));
-  gtk_widget_add_css_class(pageLabelPill_, "osd");
-  gtk_widget_add_css_class(pageLabelPill_, "card");
-  gtk_widget_set_halign(pageLabelPill_, GTK_ALIGN_CENTER);
-  gtk_widget_set_valign(pageLabelPill_, GTK_ALIGN_END);
-  gtk_widget_set_margin_bottom(pageLabelPill_, 10);
-  gtk_widget_set_can_target(pageLabelPill_, FALSE);
-  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), pageLabelPill_);
-
-  errorLabel_ = views::makeLabel("", {});
-  errorBanner_ = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-  gtk_box_append(GTK_BOX(errorBanner_), padded(errorLabel_, 12, 8));
-  gtk_widget_add_css_class(errorBanner_, "card");
-  gtk_widget_set_halign(errorBanner_, GTK_ALIGN_CENTER);
-  gtk_widget_set_valign(errorBanner_, GTK_ALIGN_START);
-  gtk_widget_set_margin_top(errorBanner_, 12);
-  gtk_widget_set_margin_start(errorBanner_, 24);
-  gtk_widget_set_margin_end(errorBanner_, 24);
-  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), errorBanner_);
-
-  feedbackIcon_ = gtk_image_new();
-  feedbackLabel_ = gtk_label_new(nullptr);
-  GtkWidget* feedback = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
-  gtk_box_append(GTK_BOX(feedback), feedbackIcon_);
-  gtk_box_append(GTK_BOX(feedback), feedbackLabel_);
-  GtkWidget* feedbackCard = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-  gtk_box_append(GTK_BOX(feedbackCard), padded(feedback, 12, 8));
-  gtk_widget_add_css_class(feedbackCard, "card");
-  feedbackRevealer_ = gtk_revealer_new();
-  gtk_revealer_set_transition_type(GTK_REVEALER(feedbackRevealer_),
-                                   GTK_REVEALER_TRANSITION_TYPE_SLIDE_UP);
-  gtk_revealer_set_child(GTK_REVEALER(feedbackRevealer_), feedbackCard);
-  gtk_widget_set_halign(feedbackRevealer_, GTK_ALIGN_CENTER);
-  gtk_widget_set_valign(feedbackRevealer_, GTK_ALIGN_END);
-  gtk_widget_set_margin_bottom(feedbackRevealer_, 48);
-  gtk_widget_set_can_target(feedbackRevealer_, FALSE);
-  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), feedbackRevealer_);
-
-  GtkWidget* content = adw_button_content_new();
-  adw_button_content_set_label(ADW_BUTTON_CONTENT(content), "Highlight");
-  adw_button_content_set_icon_name(ADW_BUTTON_CONTENT(content), "document-edit-symbolic");
-  highlightButton_ = gtk_button_new();
-  gtk_button_set_child(GTK_BUTTON(highlightButton_), content);
-  gtk_widget_add_css_class(highlightButton_, "suggested-action");
-  gtk_widget_add_css_class(highlightButton_, "pill");
-  views::setAccessibleLabel(highlightButton_, "Highlight selected text");
-  connections_.add(highlightButton_, "clicked", G_CALLBACK(onHighlightClicked), this);
-  selectionCallout_ = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-  gtk_box_append(GTK_BOX(selectionCallout_), highlightButton_);
-  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), selectionCallout_);
 }
 
 bool ReaderScreen::sidebarIsVisible() const {

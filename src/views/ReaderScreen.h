@@ -90,7 +90,6 @@ class ReaderScreen {
   GtkWidget* highlightButton() const noexcept { return highlightButton_; }
 
  private:
-  void buildOverlays();
   void showPageLabel();
   void showError();
   void showSelectionCallout();
