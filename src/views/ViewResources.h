@@ -15,9 +15,10 @@ void registerViewResources();
 
 // The objects of one view's .ui file under /org/tomekeeper/Tomekeeper/views/, built at once.
 // The builder keeps the file's top-level objects alive only while it lives: a view takes a
-// reference of its own to its root with root(), and the root keeps its children. A missing
-// object or one of another type is a defect of the .ui file and throws std::logic_error.
-// Main executor only.
+// reference of its own to its root with root(), and the root keeps its children. A file that
+// does not parse ends the process (GtkBuilder's own rule for resources); a missing object or
+// one of another type is a defect of the .ui file and throws std::logic_error. Main executor
+// only.
 class ViewBuilder {
  public:
   // `fileName` is the .ui file's name, e.g. "PublicationSearchView.ui".
