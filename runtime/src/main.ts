@@ -72,8 +72,9 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
       selection?.reset();
     },
   });
+  // Sections are read through the reader's cache of their texts, which its weighing at open fills.
   const documents = new SectionDocuments(
-    loadText,
+    reader.loadSectionText,
     (spineIndex) => {
       const item = reader.packageDocument?.spine[spineIndex];
       return item === undefined ? undefined : { url: item.url, mediaType: item.mediaType };

@@ -30,7 +30,7 @@ import { SectionWeights, clampUnit } from '../locator/Progression';
 import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
 import { parsePackageDocument, type PackageDocument, type SpineItem } from '../publication/PackageDocument';
 import { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
-import type { BinaryLoader, TextLoader } from '../publication/ResourceLoader';
+import { TextCache, type BinaryLoader, type TextLoader } from '../publication/ResourceLoader';
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
 
@@ -77,6 +77,8 @@ export interface ReaderEnvironment {
 
 export class Reader implements ReaderOperations {
   private readonly environment: ReaderEnvironment;
+  // The sections' source texts, read once for the weighing at open and the searches that follow.
+  private readonly sectionTexts: TextCache;
   private state: OpenState | undefined;
   private settings: PresentationSettings = { ...defaultPresentation };
   private revision = 0;
@@ -92,7 +94,12 @@ export class Reader implements ReaderOperations {
 
   constructor(environment: ReaderEnvironment) {
     this.environment = environment;
+    this.sectionTexts = new TextCache(environment.loadText);
   }
+
+  // The source text of a section of the open book, read over the scheme at most once while it
+  // stays in the cache.
+  readonly loadSectionText: TextLoader = (url) => this.sectionTexts.load(url);
 
   private opened(): OpenState {
     if (this.state === undefined) throw new BridgeRequestError('publication-not-open', 'no publication is open');
@@ -130,6 +137,7 @@ export class Reader implements ReaderOperations {
     }
     this.closeSections();
     this.state = undefined;
+    this.sectionTexts.clear();
     this.settledPlace = undefined;
     this.bookmarkCandidates = [];
     this.visibleBookmarks = undefined;
@@ -154,7 +162,7 @@ export class Reader implements ReaderOperations {
     for (const item of state.packageDocument.spine) {
       if (this.state !== state) return;
       try {
-        const text = await this.environment.loadText(item.url);
+        const text = await this.sectionTexts.load(item.url);
         const parsed = new DOMParser().parseFromString(text, 'application/xhtml+xml');
         state.weights.setLength(item.index, (parsed.body ?? parsed.documentElement)?.textContent?.length ?? text.length);
       } catch {
