@@ -67,6 +67,7 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
     },
     publicationOpening: () => {
       search?.cancelAll();
+      search?.forgetSections();
       annotations?.clear();
       documents.clear();
       selection?.reset();
@@ -111,6 +112,7 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
       const document = await documents.document(spineIndex);
       return { document, index: documents.textIndex(document), root: textRoot(document) };
     },
+    isLive: (spineIndex) => liveDocument(reader, spineIndex) !== undefined,
     totalProgression: (spineIndex, progression) => reader.totalProgression(spineIndex, progression),
     language: () => reader.packageDocument?.language,
   };

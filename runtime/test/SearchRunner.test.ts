@@ -27,6 +27,7 @@ class FakeSource implements SearchSource {
   readonly loads: number[] = [];
   readonly gates = new Map<number, Deferred>();
   readonly documents = new Map<number, Document>();
+  isLive?: (spineIndex: number) => boolean;
 
   constructor(private readonly bodies: (string | Error)[], private readonly bookLanguage?: string) {}
 
@@ -251,5 +252,38 @@ describe('SearchRunner', () => {
     runner.cancel('other');
     await done;
     expect(batches[batches.length - 1]).toMatchObject({ searchID: 'S', isComplete: true });
+  });
+  it('SearchesASectionKeptFromAnEarlierSearchWithoutLoadingItAgain', async () => {
+    const source = new FakeSource(['<p>The whale.</p>', '<p>A <em>wha</em>le and a whale.</p>']);
+    const { batches, emit } = recorder();
+    const runner = new SearchRunner(source, emit, everySection);
+    await runner.start('S1', 'whale');
+    expect(source.loads).toEqual([0, 1]);
+    await runner.start('S2', 'whale');
+    expect(source.loads).toEqual([0, 1]);
+    const results = (searchID: string) => batches.filter((batch) => batch.searchID === searchID).flatMap((batch) => batch.results);
+    expect(results('S1')).toHaveLength(3);
+    expect(results('S2')).toEqual(results('S1'));
+  });
+
+  it('LoadsALiveSectionForEverySearch', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale</p>']);
+    source.isLive = (spineIndex: number) => spineIndex === 1;
+    const { batches, emit } = recorder();
+    const runner = new SearchRunner(source, emit, everySection);
+    await runner.start('S1', 'whale');
+    await runner.start('S2', 'whale');
+    expect(source.loads).toEqual([0, 1, 1]);
+    expect(batches.flatMap((batch) => batch.results)).toHaveLength(4);
+  });
+
+  it('LoadsEverySectionAgainOnceItForgotThem', async () => {
+    const source = new FakeSource(['<p>whale</p>', '<p>whale</p>']);
+    const { emit } = recorder();
+    const runner = new SearchRunner(source, emit, everySection);
+    await runner.start('S1', 'whale');
+    runner.forgetSections();
+    await runner.start('S2', 'whale');
+    expect(source.loads).toEqual([0, 1, 0, 1]);
   });
 });

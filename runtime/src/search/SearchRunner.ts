@@ -3,11 +3,12 @@
 // `goTo` resolves to the match (a range CFI, with the matched words as its excerpt) and an excerpt
 // for the results list. A cancelled search sends nothing more, not even a batch that was ready.
 import type { Locator } from '../bridge/records';
-import { cfiForRange, type CfiSpinePosition } from '../cfi/CfiDocument';
+import type { CfiSpinePosition } from '../cfi/CfiDocument';
 import type { TextIndex } from '../cfi/TextIndex';
 import { clampUnit } from '../locator/Progression';
-import { blockBoundaries, excerptAround, rangeForSpan } from '../text/SectionText';
+import { excerptAround } from '../text/SectionText';
 import { findFoldedMatches, TextFolder } from '../text/TextFolding';
+import { cfiForSpan, prepareSection, PreparedSections, type PreparedSection } from './PreparedSection';
 
 export interface PublicationSearchResult {
   id: string;
@@ -26,6 +27,9 @@ export interface SearchSource {
   sections(): SearchSection[];
   // The section's document and the TextIndex of its text root.
   load(spineIndex: number): Promise<{ document: Document; index: TextIndex; root: Node }>;
+  // Whether the section is loaded in a frame now. Such a section is searched in its live document
+  // every time; others are prepared once and kept for the searches that follow.
+  isLive?(spineIndex: number): boolean;
   totalProgression(spineIndex: number, sectionProgression: number): number;
   language(): string | undefined;
 }
@@ -36,6 +40,8 @@ export interface SearchOptions {
   batchIntervalMilliseconds?: number;
   // The search stops (and completes) after this many results.
   maximumResults?: number;
+  // What the prepared sections kept between searches may take in memory.
+  preparedSectionBytes?: number;
   // How many sections are fetched ahead of the one being searched. A fetch mostly waits on the
   // resource scheme, not on this page, so several in flight hide one another's latency.
   sectionsAhead?: number;
@@ -50,33 +56,31 @@ export type SearchResultsEmitter = (searchID: string, results: PublicationSearch
 
 const contextLength = 32;
 
-// The results of one query in one loaded section, in text order.
+// The results of one query in one prepared section, in text order.
 export function searchSection(
   section: SearchSection,
-  loaded: { index: TextIndex; root: Node },
-  folder: TextFolder,
+  prepared: PreparedSection,
   foldedQuery: string,
   totalProgression: (sectionProgression: number) => number,
   limit = Number.POSITIVE_INFINITY,
 ): PublicationSearchResult[] {
-  const { index, root } = loaded;
-  const boundaries = blockBoundaries(root);
-  const matches = findFoldedMatches(folder.fold(index.text, boundaries), foldedQuery, limit);
+  const { text, boundaries } = prepared;
+  const matches = findFoldedMatches(prepared.folded, foldedQuery, limit);
   const results: PublicationSearchResult[] = [];
   for (const match of matches) {
-    const range = rangeForSpan(index, match.start, match.end);
-    if (range === undefined) continue;
-    const sectionProgression = index.text.length === 0 ? 0 : clampUnit(match.start / index.text.length);
-    const prefix = index.text.slice(Math.max(0, match.start - contextLength), match.start);
-    const suffix = index.text.slice(match.end, match.end + contextLength);
+    const cfi = cfiForSpan(prepared, match.start, match.end, section.cfiSpine);
+    if (cfi === undefined) continue;
+    const sectionProgression = text.length === 0 ? 0 : clampUnit(match.start / text.length);
+    const prefix = text.slice(Math.max(0, match.start - contextLength), match.start);
+    const suffix = text.slice(match.end, match.end + contextLength);
     const locator: Locator = {
       spineHref: section.spineHref,
       spineIndex: section.spineIndex,
-      cfi: cfiForRange(range, section.cfiSpine, index),
+      cfi,
       sectionProgression,
       totalProgression: totalProgression(sectionProgression),
       excerpt: {
-        exact: index.text.slice(match.start, match.end),
+        exact: text.slice(match.start, match.end),
         ...(prefix.length > 0 ? { prefix } : {}),
         ...(suffix.length > 0 ? { suffix } : {}),
       },
@@ -84,7 +88,7 @@ export function searchSection(
     results.push({
       id: `${section.spineIndex}:${match.start}-${match.end}`,
       locator,
-      excerpt: excerptAround(index.text, match.start, match.end, boundaries),
+      excerpt: excerptAround(text, match.start, match.end, boundaries),
     });
   }
   return results;
@@ -123,6 +127,7 @@ export class SearchRunner {
   private readonly workMillisecondsPerTurn: number;
   private readonly yieldToPage: () => Promise<void>;
   private readonly now: () => number;
+  private readonly prepared: PreparedSections;
   private running: RunningSearch | undefined;
 
   constructor(source: SearchSource, emit: SearchResultsEmitter, options: SearchOptions = {}) {
@@ -135,6 +140,7 @@ export class SearchRunner {
     this.workMillisecondsPerTurn = options.workMillisecondsPerTurn ?? 8;
     this.yieldToPage = options.yieldToPage ?? makeTaskYield();
     this.now = options.now ?? (() => Date.now());
+    this.prepared = new PreparedSections(options.preparedSectionBytes);
   }
 
   // Starts a search and returns at once; the results follow by the emitter. A search already
@@ -162,6 +168,29 @@ export class SearchRunner {
     return this.running?.searchID;
   }
 
+  // Lets go of the sections kept from earlier searches; for when another publication opens.
+  forgetSections(): void {
+    this.prepared.forget();
+  }
+
+  // A section ready for searching: the one kept from an earlier search, or else loaded and
+  // prepared (and kept, unless it is live in a frame).
+  private prepare(spineIndex: number, folder: TextFolder, language: string | undefined): PendingLoad {
+    const live = this.source.isLive?.(spineIndex) ?? false;
+    if (!live) {
+      const kept = this.prepared.get(spineIndex);
+      if (kept !== undefined && kept.language === language) return { settled: true, result: Promise.resolve({ ok: true, value: kept }) };
+    }
+    const epoch = this.prepared.epoch;
+    return startLoad(
+      this.source.load(spineIndex).then(({ index, root }) => {
+        const section = prepareSection(index, root, folder, language);
+        if (!live) this.prepared.keep(spineIndex, section, epoch);
+        return section;
+      }),
+    );
+  }
+
   private send(search: RunningSearch, results: PublicationSearchResult[], isComplete: boolean): void {
     // The last check before anything leaves: a cancelled search stays silent.
     if (search.cancelled) return;
@@ -171,7 +200,8 @@ export class SearchRunner {
   private async run(search: RunningSearch, query: string): Promise<void> {
     // The reply to startSearch goes first; the work begins on a later turn.
     await this.yieldToPage();
-    const folder = new TextFolder(this.source.language());
+    const language = this.source.language();
+    const folder = new TextFolder(language);
     const foldedQuery = folder.foldQuery(query);
     if (foldedQuery.length === 0) {
       this.send(search, [], true);
@@ -187,7 +217,7 @@ export class SearchRunner {
     let lastTurn = this.now();
     for (let position = 0; position < sections.length && total < this.maximumResults; position += 1) {
       for (; requested < sections.length && requested <= position + this.sectionsAhead; requested += 1) {
-        loads[requested] = startLoad(this.source, (sections[requested] as SearchSection).spineIndex);
+        loads[requested] = this.prepare((sections[requested] as SearchSection).spineIndex, folder, language);
       }
       const section = sections[position] as SearchSection;
       const loading = loads[position] as PendingLoad;
@@ -201,7 +231,6 @@ export class SearchRunner {
         const results = searchSection(
           section,
           loaded.value,
-          folder,
           foldedQuery,
           (progression) => this.source.totalProgression(section.spineIndex, progression),
           this.maximumResults - total,
@@ -225,17 +254,17 @@ export class SearchRunner {
   }
 }
 
-type Loaded = { ok: true; value: { document: Document; index: TextIndex; root: Node } } | { ok: false; error: unknown };
+type Loaded = { ok: true; value: PreparedSection } | { ok: false; error: unknown };
 
 interface PendingLoad {
   result: Promise<Loaded>;
   settled: boolean;
 }
 
-// Starts loading a section; `settled` tells, without awaiting, whether the load has ended.
-function startLoad(source: SearchSource, spineIndex: number): PendingLoad {
+// Follows a section's preparation; `settled` tells, without awaiting, whether it has ended.
+function startLoad(preparing: Promise<PreparedSection>): PendingLoad {
   const pending = { settled: false } as PendingLoad;
-  pending.result = source.load(spineIndex).then(
+  pending.result = preparing.then(
     (value): Loaded => {
       pending.settled = true;
       return { ok: true, value };
