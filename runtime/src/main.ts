@@ -117,7 +117,8 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
     language: () => reader.packageDocument?.language,
   };
   search = new SearchRunner(searchSource, (searchID, results, isComplete) => {
-    transport?.emit('searchResults', { searchID, isComplete, results });
+    // The results are plain data, built by the search for the wire.
+    transport?.emit('searchResults', { searchID, isComplete, results }, 'plain');
   });
 
   // In scrolled mode the page moves without a bridge call: bookmarks and the selection follow it,

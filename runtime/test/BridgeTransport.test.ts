@@ -165,6 +165,19 @@ describe('BridgeTransport', () => {
     });
   });
 
+  it('CopiesAnEventPayloadForTheWireUnlessItIsGivenAsPlain', async () => {
+    const { transport, captured } = makeTransport({ next: () => ({}) });
+    await transport.receive(envelope('next'));
+    const results = [{ id: '0:1-2', locator: { spineHref: 'a', spineIndex: 0 }, excerpt: 'x' }];
+    transport.emit('searchResults', { searchID: 'S', isComplete: false, results, left: undefined });
+    transport.emit('searchResults', { searchID: 'S', isComplete: true, results }, 'plain');
+    const payloads = captured.filter((entry) => entry.type === 'tomekeeper-bridge-event').map((entry) => entry.detail.payload as Record<string, unknown>);
+    expect(payloads[0]).toEqual({ searchID: 'S', isComplete: false, results });
+    expect('left' in (payloads[0] as object)).toBe(false);
+    expect(payloads[0]?.results).not.toBe(results);
+    expect(payloads[1]?.results).toBe(results);
+  });
+
   it('RefusesToSendAnEventOutsideTheCatalogue', async () => {
     const { transport } = makeTransport({ next: () => ({}) });
     await transport.receive(envelope('next'));

@@ -34,6 +34,11 @@ export interface BridgeTransportOptions {
 
 const defaultHandlerTimeoutMilliseconds = 9000;
 
+// What an event's payload is made of. 'plain': only objects, arrays, strings, finite numbers and
+// booleans, with no undefined field, as JSON would carry it. The search's results are such, and a
+// copy of thousands of them in every search costs more than it is worth. 'any': anything else.
+export type PayloadForm = 'plain' | 'any';
+
 export function isPlainObject(value: unknown): value is BridgePayload {
   return typeof value === 'object' && value !== null && !Array.isArray(value);
 }
@@ -92,15 +97,16 @@ export class BridgeTransport {
   }
 
   // Sends an event with the generation of the latest request. Returns false when no request has
-  // arrived yet, in which case nothing is sent.
-  emit(event: string, payload: BridgePayload): boolean {
+  // arrived yet, in which case nothing is sent. A payload the caller gives as 'plain' goes as it
+  // is, without the copy that makes any other one fit for the wire.
+  emit(event: string, payload: BridgePayload, form: PayloadForm = 'any'): boolean {
     if (!bridgeEventNames.has(event)) throw new Error(`event outside the catalogue: ${event}`);
     if (this.latestGeneration === undefined) return false;
     const detail: BridgeEventDetail = {
       version: bridgeCatalogue.protocolVersion,
       generation: this.latestGeneration,
       event,
-      payload: toWireValue(payload) as BridgePayload,
+      payload: form === 'plain' ? payload : (toWireValue(payload) as BridgePayload),
     };
     this.target.dispatchEvent(this.makeEvent(bridgeCatalogue.eventEventName, detail));
     return true;

@@ -100,20 +100,28 @@ interface RunningSearch {
 }
 
 // Gives the page a turn: resolves in a task of its own, after the tasks already queued. A message
-// to a channel of the page's own is used because setTimeout is clamped to 4 ms once timers nest,
-// which over a search of a book of many short sections added up to a second of idle waiting.
+// the window posts to itself is used: setTimeout is clamped to 4 ms once timers nest, which over a
+// search of a book of many short sections added up to a second of idle waiting, and a message
+// channel's messages took milliseconds each to arrive.
 function makeTaskYield(): () => Promise<void> {
-  if (typeof MessageChannel === 'undefined') return () => new Promise((resolve) => setTimeout(resolve, 0));
-  let channel: MessageChannel | undefined;
+  if (typeof window === 'undefined' || typeof window.postMessage !== 'function') {
+    return () => new Promise((resolve) => setTimeout(resolve, 0));
+  }
+  const token = `tomekeeper-search-turn-${Math.random().toString(36).slice(2)}`;
   const waiting: (() => void)[] = [];
+  let listening = false;
   return () =>
     new Promise<void>((resolve) => {
-      if (channel === undefined) {
-        channel = new MessageChannel();
-        channel.port1.onmessage = () => waiting.shift()?.();
+      if (!listening) {
+        listening = true;
+        window.addEventListener('message', (event) => {
+          if (event.source !== window || event.data !== token) return;
+          event.stopImmediatePropagation();
+          waiting.shift()?.();
+        });
       }
       waiting.push(resolve);
-      channel.port2.postMessage(undefined);
+      window.postMessage(token, '*');
     });
 }
 
