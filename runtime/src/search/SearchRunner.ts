@@ -2,6 +2,8 @@
 // up in batches, each result with an id that stays the same for the same match, a locator that
 // `goTo` resolves to the match (a range CFI, with the matched words as its excerpt) and an excerpt
 // for the results list. A cancelled search sends nothing more, not even a batch that was ready.
+// Each section is read and prepared once and kept for the searches that follow (see
+// PreparedSection), so a second search of a book costs little more than sending its results.
 import type { Locator } from '../bridge/records';
 import type { CfiSpinePosition } from '../cfi/CfiDocument';
 import type { TextIndex } from '../cfi/TextIndex';
