@@ -88,9 +88,13 @@ class ApplicationProcess {
     }
   }
   ~ApplicationProcess() {
-    if (pid_ != 0) {
-      terminate();
-      waitForExit();
+    if (pid_ == 0) return;
+    terminate();
+    if (!waitForExit()) {
+      // A process left running would keep the application's name on the bus and take the next
+      // test's launch as its own.
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
     }
   }
   ApplicationProcess(const ApplicationProcess&) = delete;

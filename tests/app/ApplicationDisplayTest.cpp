@@ -26,46 +26,6 @@ namespace {
 
 constexpr const char* kWindowTitle = "Title \u2014 Author";
 
-constexpr const char* kPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:0f5d1c62-52a4-4f0c-8d4b-3c2d9e7a6b10</dc:identifier>
-    <dc:title> Title </dc:title>
-    <dc:creator>Author</dc:creator>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-    <item id="chapter" href="chapter1.xhtml" media-type="application/xhtml+xml"/>
-  </manifest>
-  <spine>
-    <itemref idref="chapter"/>
-  </spine>
-</package>
-)";
-
-constexpr const char* kThreeChapterPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:7a3e2b14-9c0d-4f61-8e25-1b6c4d9f0a37</dc:identifier>
-    <dc:title>Title</dc:title>
-    <dc:creator>Author</dc:creator>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-    <item id="chapter1" href="chapter1.xhtml" media-type="application/xhtml+xml"/>
-    <item id="chapter2" href="chapter2.xhtml" media-type="application/xhtml+xml"/>
-    <item id="chapter3" href="chapter3.xhtml" media-type="application/xhtml+xml"/>
-  </manifest>
-  <spine>
-    <itemref idref="chapter1"/>
-    <itemref idref="chapter2"/>
-    <itemref idref="chapter3"/>
-  </spine>
-</package>
-)";
-
 std::string chapter(const std::string& name) {
   return R"(<?xml version="1.0" encoding="UTF-8"?>
 <html xmlns="http://www.w3.org/1999/xhtml"><head><title>)" +
@@ -81,7 +41,14 @@ class ApplicationDisplayTest : public ::testing::Test {
       GTEST_SKIP() << "needs a session bus (run under dbus-run-session)";
     }
     std::filesystem::create_directories(home / "books");
-    EpubBuilder().replaceFile(EpubBuilder::kPackageDocumentPath, kPackageDocument).writeTo(book);
+    // The title's spaces are the book's; the window title has none.
+    EpubBuilder()
+        .withPackageDocument({.identifier = "urn:uuid:0f5d1c62-52a4-4f0c-8d4b-3c2d9e7a6b10",
+                              .title = " Title ",
+                              .creators = {"Author"},
+                              .manifest = {{"chapter", "chapter1.xhtml"}},
+                              .spine = {"chapter"}})
+        .writeTo(book);
   }
 
   std::string log() const { return readFile(logFile); }
@@ -140,7 +107,11 @@ TEST_F(ApplicationDisplayTest, QuitAndRelaunchRestoresTheOpenBook) {
 
 TEST_F(ApplicationDisplayTest, PageKeysTurnPagesAndTheRelaunchKeepsThePlace) {
   EpubBuilder()
-      .replaceFile(EpubBuilder::kPackageDocumentPath, kThreeChapterPackageDocument)
+      .withPackageDocument(
+          PackageDescription{.identifier = "urn:uuid:7a3e2b14-9c0d-4f61-8e25-1b6c4d9f0a37",
+                             .title = "Title",
+                             .creators = {"Author"}}
+              .withChapters(3))
       .replaceFile("OEBPS/chapter1.xhtml", chapter("One"))
       .addFile("OEBPS/chapter2.xhtml", chapter("Two"))
       .addFile("OEBPS/chapter3.xhtml", chapter("Three"))

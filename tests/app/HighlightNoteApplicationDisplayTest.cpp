@@ -188,26 +188,6 @@ class AccessibilityBus {
   Connection bus_;
 };
 
-std::string packageDocument() {
-  return R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:3c9a51e0-7d2b-4b8e-a6f4-5e1d0c2b9a84</dc:identifier>
-    <dc:title>Title</dc:title>
-    <dc:creator>Author</dc:creator>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-    <item id="chapter1" href="chapter1.xhtml" media-type="application/xhtml+xml"/>
-  </manifest>
-  <spine>
-    <itemref idref="chapter1"/>
-  </spine>
-</package>
-)";
-}
-
 // One chapter of long paragraphs that fill the page, so that a click in its middle is on text.
 std::string chapter() {
   std::string body;
@@ -284,7 +264,11 @@ class HighlightNoteApplicationDisplayTest : public ::testing::Test {
     if (!accessibility) GTEST_SKIP() << "needs the accessibility bus (at-spi-bus-launcher)";
     std::filesystem::create_directories(home / "books");
     EpubBuilder()
-        .replaceFile(EpubBuilder::kPackageDocumentPath, packageDocument())
+        .withPackageDocument(
+            PackageDescription{.identifier = "urn:uuid:3c9a51e0-7d2b-4b8e-a6f4-5e1d0c2b9a84",
+                               .title = "Title",
+                               .creators = {"Author"}}
+                .withChapters(1))
         .replaceFile("OEBPS/chapter1.xhtml", chapter())
         .writeTo(book);
   }

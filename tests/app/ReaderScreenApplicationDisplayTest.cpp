@@ -15,32 +15,6 @@
 namespace tomekeeper::testing {
 namespace {
 
-std::string packageDocument(const std::string& identifier, const std::string& title) {
-  return R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:)" +
-         identifier + R"(</dc:identifier>
-    <dc:title>)" +
-         title + R"(</dc:title>
-    <dc:creator>Author</dc:creator>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-    <item id="chapter1" href="chapter1.xhtml" media-type="application/xhtml+xml"/>
-    <item id="chapter2" href="chapter2.xhtml" media-type="application/xhtml+xml"/>
-    <item id="chapter3" href="chapter3.xhtml" media-type="application/xhtml+xml"/>
-  </manifest>
-  <spine>
-    <itemref idref="chapter1"/>
-    <itemref idref="chapter2"/>
-    <itemref idref="chapter3"/>
-  </spine>
-</package>
-)";
-}
-
 // A chapter of a few paragraphs, enough text for the page to show a change of size or layout.
 std::string chapter(const std::string& name, const std::string& extraWord = "") {
   std::string body;
@@ -57,7 +31,9 @@ std::string chapter(const std::string& name, const std::string& extraWord = "") 
 void writeBook(const std::filesystem::path& file, const std::string& identifier,
                const std::string& title) {
   EpubBuilder()
-      .replaceFile(EpubBuilder::kPackageDocumentPath, packageDocument(identifier, title))
+      .withPackageDocument(PackageDescription{
+          .identifier = "urn:uuid:" + identifier, .title = title, .creators = {"Author"}}
+                               .withChapters(3))
       .replaceFile("OEBPS/chapter1.xhtml", chapter("One"))
       .addFile("OEBPS/chapter2.xhtml", chapter("Two"))
       .addFile("OEBPS/chapter3.xhtml", chapter("Three", "Quixotically"))

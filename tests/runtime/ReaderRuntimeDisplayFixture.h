@@ -68,10 +68,10 @@ inline std::string chapterDocument(int chapter, int paragraphs, const std::strin
          "</body></html>\n";
 }
 
-// The folder of sample books, when a run has one.
 // Runs `body` as an async function in the page of `webView` and gives its JSON-able result;
-// a failure of the script fails the test and gives null.
-inline json evaluateInPage(WebKitWebView* webView, const std::string& body) {
+// a failure of the script, or no answer within `limit`, fails the test and gives null.
+inline json evaluateInPage(WebKitWebView* webView, const std::string& body,
+                           std::chrono::milliseconds limit = std::chrono::seconds(20)) {
   struct Outcome {
     bool finished = false;
     std::string text;
@@ -97,7 +97,7 @@ inline json evaluateInPage(WebKitWebView* webView, const std::string& body) {
         outcome->finished = true;
       },
       &outcome);
-  if (!iterateUntil([&] { return outcome.finished; }, 20s)) {
+  if (!iterateUntil([&] { return outcome.finished; }, limit)) {
     ADD_FAILURE() << "the script did not finish: " << body;
     // The callback still holds the outcome; wait for it before it goes away.
     iterateUntil([&] { return outcome.finished; }, 60s);
@@ -206,9 +206,14 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
     iterateFor(20ms);
   }
 
-  // Registers the book, loads the runtime and opens the book through the bridge.
+  // Unpacks the book, then opens it as openExtracted does.
   OpenPublicationResult openArchive(const std::filesystem::path& archive) {
-    const std::filesystem::path root = extractBook(archive, directory_ / "Extracted");
+    return openExtracted(extractBook(archive, directory_ / "Extracted"));
+  }
+
+  // Registers a book already unpacked at `root`, loads the runtime and opens the book through
+  // the bridge, as the application opens a book again from its cache.
+  OpenPublicationResult openExtracted(const std::filesystem::path& root) {
     const Uuid publicationID = Uuid::random();
     host_->registerPublication(publicationID, root);
     async::runUntilDone(host_->prepareRuntime(TOMEKEEPER_RUNTIME_PAGE_DIRECTORY, 10s), 20s);
@@ -252,7 +257,9 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
   // Runs `body` as an async function in the runtime page and gives its JSON-able result. The
   // page's DOM (and the section frames in it) is what the reader sees; the runtime's own state
   // is reached through the bridge only.
-  json evaluate(const std::string& body) { return evaluateInPage(host_->webView(), body); }
+  json evaluate(const std::string& body, std::chrono::milliseconds limit = 20s) {
+    return evaluateInPage(host_->webView(), body, limit);
+  }
 
   // The words of the section on screen that lie inside the viewport.
   json visibleSection() {
@@ -281,6 +288,12 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
 
   // Every result of a search for `query`, once its last batch has come.
   std::vector<PublicationSearchResult> searchAll(const std::string& query) {
+    return searchAllWithin(query, 10s);
+  }
+
+  // Every result of a search for `query`, once its last batch has come within `limit`.
+  std::vector<PublicationSearchResult> searchAllWithin(const std::string& query,
+                                                       std::chrono::seconds limit) {
     std::vector<PublicationSearchResult> results;
     bool complete = false;
     const Uuid searchID = Uuid::random();
@@ -291,7 +304,7 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
       complete = complete || isComplete;
     };
     run(bridge().startSearch(StartSearchRequest{searchID, query}));
-    EXPECT_TRUE(iterateUntil([&] { return complete; }, 10s)) << query;
+    EXPECT_TRUE(iterateUntil([&] { return complete; }, limit)) << query;
     bridge().onSearchResults = nullptr;
     return results;
   }
@@ -400,41 +413,6 @@ namespace tomekeeper::testing {
 // fresh web view, selecting words on screen as a reader does, and measuring drawn highlights.
 class ReaderRuntimeHighlightDisplayTest : public ReaderRuntimeDisplayTest {
  protected:
-  // Opens a book already unpacked at `root`, as the application opens it again from its library.
-  OpenPublicationResult openExtracted(const std::filesystem::path& root) {
-    const Uuid publicationID = Uuid::random();
-    host_->registerPublication(publicationID, root);
-    async::runUntilDone(host_->prepareRuntime(TOMEKEEPER_RUNTIME_PAGE_DIRECTORY, 10s), 20s);
-    const std::string base = "tomekeeper://publication/" + publicationID.string() + "/";
-    const std::string packagePath = packageDocumentPath(root);
-    const std::string packageDirectory = packagePath.find('/') == std::string::npos
-                                             ? std::string()
-                                             : packagePath.substr(0, packagePath.rfind('/') + 1);
-    OpenPublicationRequest request;
-    request.publication.publicationID = publicationID;
-    request.publication.packageURL = base + packagePath;
-    request.publication.resourceBaseURL = base + packageDirectory;
-    return run(bridge().open(request));
-  }
-
-  // Every result of a search for `query`, once its last batch has come within `limit`.
-  std::vector<PublicationSearchResult> searchAllWithin(const std::string& query,
-                                                       std::chrono::seconds limit) {
-    std::vector<PublicationSearchResult> results;
-    bool complete = false;
-    const Uuid searchID = Uuid::random();
-    bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult> batch,
-                                   bool isComplete) {
-      if (id != searchID) return;
-      results.insert(results.end(), batch.begin(), batch.end());
-      complete = complete || isComplete;
-    };
-    run(bridge().startSearch(StartSearchRequest{searchID, query}));
-    EXPECT_TRUE(iterateUntil([&] { return complete; }, limit)) << query;
-    bridge().onSearchResults = nullptr;
-    return results;
-  }
-
   // Selects `wordCount` words of one text node that stand wholly inside the viewport, passing
   // over the first `skippedRuns` such runs so that the words sit well inside the page. Gives the
   // selected text, or null when the page has no such words.

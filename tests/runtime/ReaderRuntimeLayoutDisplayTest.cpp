@@ -210,35 +210,21 @@ std::string scriptSection(int section, const std::string& language, const std::s
 // A book of three sections, read from right to left, in the given scripts and writing mode.
 std::string directionalBook(const std::string& language, const std::string& style,
                             const std::vector<SentenceMaker>& sentences, int paragraphs) {
-  std::string manifest;
-  std::string spine;
+  testing::PackageDescription package{.identifier = "urn:uuid:5d1f2c3b-1a2b-4c3d-8e4f-5a6b7c8d9e0f",
+                                      .title = "Directions",
+                                      .language = language,
+                                      .spineAttributes = "page-progression-direction=\"rtl\""};
+  package.manifest.push_back({"style", "book.css", "text/css"});
   testing::EpubBuilder builder;
   for (std::size_t index = 0; index < sentences.size(); ++index) {
     const std::string name = "section" + std::to_string(index + 1);
-    manifest += "<item id=\"" + name + "\" href=\"" + name +
-                ".xhtml\" media-type=\"application/xhtml+xml\"/>\n";
-    spine += "<itemref idref=\"" + name + "\"/>\n";
+    package.manifest.push_back({name, name + ".xhtml"});
+    package.spine.push_back(name);
     builder.addFile("OEBPS/" + name + ".xhtml",
                     scriptSection(static_cast<int>(index + 1), language,
                                   language == "ja" ? "ltr" : "rtl", sentences[index], paragraphs));
   }
-  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath,
-                      R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:5d1f2c3b-1a2b-4c3d-8e4f-5a6b7c8d9e0f</dc:identifier>
-    <dc:title>Directions</dc:title>
-    <dc:language>)" + language +
-                          R"(</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-<item id="style" href="book.css" media-type="text/css"/>
-)" + manifest + R"(  </manifest>
-  <spine page-progression-direction="rtl">
-)" + spine + R"(  </spine>
-</package>
-)");
+  builder.withPackageDocument(package);
   builder.addFile("OEBPS/book.css", style);
   return builder.build();
 }
@@ -375,25 +361,15 @@ std::string fixedLayoutPage(int number) {
 }
 
 std::string fixedLayoutBook() {
+  testing::PackageDescription package{
+      .identifier = "urn:uuid:0f1e2d3c-4b5a-4968-8776-a5b4c3d2e1f0",
+      .title = "Pages by Hand",
+      .packageAttributes = "prefix=\"rendition: http://www.idpf.org/vocab/rendition/#\"",
+      .extraMetadata = "    <meta property=\"rendition:layout\">pre-paginated</meta>\n",
+      .manifest = {{"page1", "page1.xhtml"}, {"page2", "page2.xhtml"}},
+      .spine = {"page1", "page2"}};
   testing::EpubBuilder builder;
-  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath,
-                      R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id"
-         prefix="rendition: http://www.idpf.org/vocab/rendition/#">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:0f1e2d3c-4b5a-4968-8776-a5b4c3d2e1f0</dc:identifier>
-    <dc:title>Pages by Hand</dc:title>
-    <dc:language>en</dc:language>
-    <meta property="rendition:layout">pre-paginated</meta>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-    <item id="page1" href="page1.xhtml" media-type="application/xhtml+xml"/>
-    <item id="page2" href="page2.xhtml" media-type="application/xhtml+xml"/>
-  </manifest>
-  <spine><itemref idref="page1"/><itemref idref="page2"/></spine>
-</package>
-)");
+  builder.withPackageDocument(package);
   builder.addFile("OEBPS/page1.xhtml", fixedLayoutPage(1));
   builder.addFile("OEBPS/page2.xhtml", fixedLayoutPage(2));
   return builder.build();

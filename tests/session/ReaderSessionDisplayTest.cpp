@@ -38,29 +38,6 @@ using testing::iterateUntil;
 // runtime load under a busy display takes a few.
 constexpr auto kStepLimit = 30s;
 
-constexpr const char* kPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:5d0e2f9a-8c61-4b7e-a0f3-2e9d7c4b1a06</dc:identifier>
-    <dc:title>The Keeper's Ledger</dc:title>
-    <dc:creator>Ada Shelfwright</dc:creator>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-    <item id="nav" href="nav.xhtml" media-type="application/xhtml+xml" properties="nav"/>
-    <item id="chapter1" href="text/chapter1.xhtml" media-type="application/xhtml+xml"/>
-    <item id="chapter2" href="text/chapter2.xhtml" media-type="application/xhtml+xml"/>
-    <item id="chapter3" href="text/chapter3.xhtml" media-type="application/xhtml+xml"/>
-  </manifest>
-  <spine>
-    <itemref idref="chapter1"/>
-    <itemref idref="chapter2"/>
-    <itemref idref="chapter3"/>
-  </spine>
-</package>
-)";
-
 constexpr const char* kNavigationDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
 <html xmlns="http://www.w3.org/1999/xhtml" xmlns:epub="http://www.idpf.org/2007/ops">
 <head><title>Contents</title></head>
@@ -73,8 +50,13 @@ constexpr const char* kNavigationDocument = R"(<?xml version="1.0" encoding="UTF
 
 // Three sections, each several pages long in the test window.
 std::string ledgerBook() {
+  testing::PackageDescription package{.identifier = "urn:uuid:5d0e2f9a-8c61-4b7e-a0f3-2e9d7c4b1a06",
+                                      .title = "The Keeper's Ledger",
+                                      .creators = {"Ada Shelfwright"}};
+  package.manifest.push_back({"nav", "nav.xhtml", "application/xhtml+xml", "nav"});
+  package.withChapters(3, "text/chapter");
   testing::EpubBuilder builder;
-  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath, kPackageDocument);
+  builder.withPackageDocument(package);
   builder.addFile("OEBPS/nav.xhtml", kNavigationDocument);
   builder.addFile("OEBPS/text/chapter1.xhtml", chapterDocument(1, 30));
   builder.addFile("OEBPS/text/chapter2.xhtml", chapterDocument(2, 30));

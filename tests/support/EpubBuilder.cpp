@@ -3,23 +3,6 @@
 namespace tomekeeper::testing {
 namespace {
 
-constexpr const char* kPackageDocument = R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:6c1a0c3e-8f0e-4d7e-9a57-3d1d7f0f4b21</dc:identifier>
-    <dc:title>A Test Book</dc:title>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-    <item id="chapter" href="chapter1.xhtml" media-type="application/xhtml+xml"/>
-  </manifest>
-  <spine>
-    <itemref idref="chapter"/>
-  </spine>
-</package>
-)";
-
 constexpr const char* kChapter = R"(<?xml version="1.0" encoding="UTF-8"?>
 <html xmlns="http://www.w3.org/1999/xhtml"><head><title>One</title></head>
 <body><p>It was a quiet morning.</p></body></html>
@@ -30,7 +13,9 @@ constexpr const char* kChapter = R"(<?xml version="1.0" encoding="UTF-8"?>
 EpubBuilder::EpubBuilder() {
   archive_.addStored("mimetype", "application/epub+zip");
   archive_.addDeflated("META-INF/container.xml", containerXML(kPackageDocumentPath));
-  archive_.addDeflated(kPackageDocumentPath, kPackageDocument);
+  archive_.addDeflated(
+      kPackageDocumentPath,
+      PackageDescription{.manifest = {{"chapter", "chapter1.xhtml"}}, .spine = {"chapter"}}.text());
   archive_.addDeflated("OEBPS/chapter1.xhtml", kChapter);
 }
 
@@ -46,6 +31,43 @@ EpubBuilder& EpubBuilder::addFile(std::string name, std::string content, std::ui
 EpubBuilder& EpubBuilder::replaceFile(const std::string& name, std::string content) {
   archive_.entryNamed(name).content = std::move(content);
   return *this;
+}
+
+PackageDescription& PackageDescription::withChapters(int count, const std::string& hrefPrefix) {
+  for (int chapter = 1; chapter <= count; ++chapter) {
+    const std::string id = "chapter" + std::to_string(chapter);
+    manifest.push_back(ManifestItem{id, hrefPrefix + std::to_string(chapter) + ".xhtml"});
+    spine.push_back(id);
+  }
+  return *this;
+}
+
+std::string PackageDescription::text() const {
+  std::string document = R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id")";
+  if (!packageAttributes.empty()) document += " " + packageAttributes;
+  document += R"(>
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">)" +
+              identifier + "</dc:identifier>\n    <dc:title>" + title + "</dc:title>\n";
+  for (const std::string& creator : creators) {
+    document += "    <dc:creator>" + creator + "</dc:creator>\n";
+  }
+  document += "    <dc:language>" + language + "</dc:language>\n" + extraMetadata +
+              "    <meta property=\"dcterms:modified\">2025-01-01T00:00:00Z</meta>\n"
+              "  </metadata>\n  <manifest>\n";
+  for (const ManifestItem& item : manifest) {
+    document += "    <item id=\"" + item.id + "\" href=\"" + item.href + "\" media-type=\"" +
+                item.mediaType + "\"";
+    if (!item.properties.empty()) document += " properties=\"" + item.properties + "\"";
+    document += "/>\n";
+  }
+  document += "  </manifest>\n  <spine";
+  if (!spineAttributes.empty()) document += " " + spineAttributes;
+  document += ">\n";
+  for (const std::string& idref : spine) document += "    <itemref idref=\"" + idref + "\"/>\n";
+  document += "  </spine>\n</package>\n";
+  return document;
 }
 
 std::string EpubBuilder::containerXML(const std::string& fullPath, const std::string& mediaType) {
