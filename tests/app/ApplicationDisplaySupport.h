@@ -191,6 +191,17 @@ inline bool typeInto(GPid pid, const std::vector<std::string>& keys) {
       g_spawn_check_wait_status(status, nullptr);
   if (!ran) std::cerr << "xdotool: " << (errors != nullptr ? errors : "") << '\n';
   g_free(errors);
+  // A key whose window went while it was down (Ctrl+W closing it) never gets its release, and
+  // the X server repeats it into whatever has the focus next, for the rest of the run.
+  std::vector<std::string> release = {"xdotool", "keyup"};
+  release.insert(release.end(), keys.begin(), keys.end());
+  std::vector<char*> releaseArguments;
+  for (auto& argument : release) releaseArguments.push_back(argument.data());
+  releaseArguments.push_back(nullptr);
+  g_spawn_sync(nullptr, releaseArguments.data(), nullptr,
+               static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL |
+                                        G_SPAWN_STDERR_TO_DEV_NULL),
+               nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
   return ran;
 }
 
