@@ -359,12 +359,13 @@ gboolean ReaderWebViewHost::handleContextMenu(WebKitWebView*, WebKitContextMenu*
 void ReaderWebViewHost::handleScriptMessage(WebKitUserContentManager*, JSCValue* value,
                                             gpointer data) {
   auto* host = static_cast<ReaderWebViewHost*>(data);
-  if (value == nullptr || !jsc_value_is_object(value)) return;
-  gchar* text = jsc_value_to_json(value, 0);
+  // The forwarder posts each message as JSON text.
+  if (value == nullptr || !jsc_value_is_string(value)) return;
+  gchar* text = jsc_value_to_string(value);
   if (text == nullptr) return;
   const nlohmann::json body = nlohmann::json::parse(text, nullptr, false);
   g_free(text);
-  if (body.is_discarded()) return;
+  if (!body.is_object()) return;
   try {
     host->bridge_->receiveMessage(body);
   } catch (const std::exception& error) {
