@@ -40,6 +40,16 @@ class ReaderRuntimeAnnotationMenuDisplayTest : public ReaderRuntimeHighlightDisp
  protected:
   // Opens a book of one long chapter and highlights some words on its first page, as the reader
   // would; gives the highlight and its one drawn record (words, boxes).
+  // Keeps every menu request in `requests`, and counts the context clicks that reach the section.
+  void listenForMenuRequests() {
+    bridge().onAnnotationContextMenuRequested = [this](ReaderAnnotationContextMenuRequest request) {
+      requests.push_back(request);
+    };
+    countContextClicksInTheSection();
+  }
+
+  std::vector<ReaderAnnotationContextMenuRequest> requests;
+
   std::pair<RuntimeAnnotation, json> highlightWordsOnTheFirstPage() {
     testing::EpubBuilder builder;
     builder.replaceFile("OEBPS/chapter1.xhtml", chapterDocument(1, 12));
@@ -148,11 +158,7 @@ TEST_F(ReaderRuntimeAnnotationMenuDisplayTest, ARightClickOnAHighlightAsksForIts
   const auto [annotation, drawn] = highlightWordsOnTheFirstPage();
   ASSERT_TRUE(drawn.is_object());
   ASSERT_FALSE(drawn["boxes"].empty());
-  std::vector<ReaderAnnotationContextMenuRequest> requests;
-  bridge().onAnnotationContextMenuRequested = [&](ReaderAnnotationContextMenuRequest request) {
-    requests.push_back(request);
-  };
-  countContextClicksInTheSection();
+  listenForMenuRequests();
 
   const WebViewPoint point = centreOf(drawn["boxes"][0]);
   ASSERT_TRUE(rightClickAt(point));
@@ -175,11 +181,7 @@ TEST_F(ReaderRuntimeAnnotationMenuDisplayTest, ARightClickBesideAHighlightAsksFo
   const auto [annotation, drawn] = highlightWordsOnTheFirstPage();
   ASSERT_TRUE(drawn.is_object());
   ASSERT_FALSE(drawn["boxes"].empty());
-  std::vector<ReaderAnnotationContextMenuRequest> requests;
-  bridge().onAnnotationContextMenuRequested = [&](ReaderAnnotationContextMenuRequest request) {
-    requests.push_back(request);
-  };
-  countContextClicksInTheSection();
+  listenForMenuRequests();
 
   // Words a few lines below the highlight, in the same section and on screen.
   const json& box = drawn["boxes"][drawn["boxes"].size() - 1];
