@@ -94,6 +94,36 @@ std::filesystem::path resolvingSymbolicLinks(const std::filesystem::path& path,
 
 }  // namespace
 
+PublicationContentKind publicationContentKind(std::string_view mimeType) {
+  const std::string_view essence = mimeType.substr(0, mimeType.find(';'));
+  std::string type(essence);
+  for (char& character : type) character = g_ascii_tolower(character);
+  while (!type.empty() && g_ascii_isspace(type.back())) type.pop_back();
+  const std::size_t slash = type.find('/');
+  if (slash == std::string::npos || slash == 0 || slash + 1 == type.size()) {
+    return PublicationContentKind::document;
+  }
+  const std::string_view topLevel = std::string_view(type).substr(0, slash);
+  const std::string_view subtype = std::string_view(type).substr(slash + 1);
+  // An XML suffix or SVG anywhere in the name makes a document whatever the top level says.
+  if (subtype.find("xml") != std::string_view::npos ||
+      subtype.find("svg") != std::string_view::npos) {
+    return PublicationContentKind::document;
+  }
+  if (topLevel == "image" || topLevel == "font" || topLevel == "audio" || topLevel == "video") {
+    return PublicationContentKind::passive;
+  }
+  if (type == "text/css") return PublicationContentKind::passive;
+  // Fonts under the names that older books and type databases still give them.
+  static constexpr std::array<std::string_view, 6> kFontTypes{
+      "application/font-woff", "application/font-sfnt",     "application/vnd.ms-opentype",
+      "application/x-font-ttf", "application/x-font-otf", "application/x-font-truetype"};
+  for (const std::string_view fontType : kFontTypes) {
+    if (type == fontType) return PublicationContentKind::passive;
+  }
+  return PublicationContentKind::document;
+}
+
 std::optional<std::string_view> publicationMIMETypeForExtension(std::string_view extension) {
   for (const auto& [key, mimeType] : kExtensionTable) {
     if (key == extension) return mimeType;
@@ -154,7 +184,7 @@ PublicationResource PublicationResourceProvider::resource(
     resource.mimeType = platformMIMEType(extension);
   }
   if (policyUse == ContentSecurityPolicyUse::applied &&
-      (extension == "html" || extension == "htm" || extension == "xhtml")) {
+      publicationContentKind(resource.mimeType) == PublicationContentKind::document) {
     resource.contentSecurityPolicy = std::string(kPublicationContentSecurityPolicy);
   }
   return resource;

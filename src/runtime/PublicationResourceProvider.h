@@ -16,8 +16,9 @@ TOMEKEEPER_FAILURE(PublicationResourceError, invalidPath, outsidePublicationRoot
 // publication's documents and never on the reader runtime's own files.
 enum class ContentSecurityPolicyUse { omitted, applied };
 
-// The exact policy served with a book's HTML documents: no script of the book runs, nothing is
-// fetched from elsewhere, no plug-in, no frame, no base change.
+// The exact policy served with every response of a book that a web view could show as a
+// document: no script of the book runs, nothing is fetched from elsewhere, no plug-in, no frame,
+// no base change.
 inline constexpr std::string_view kPublicationContentSecurityPolicy =
     "default-src 'self' data:; script-src 'none'; style-src 'self' 'unsafe-inline' data:; "
     "connect-src 'none'; object-src 'none'; frame-src 'none'; base-uri 'none'";
@@ -30,6 +31,15 @@ struct PublicationResource {
 
   bool operator==(const PublicationResource&) const = default;
 };
+
+// What a web view may make of a response of a MIME type. Only images other than SVG, fonts,
+// audio, video and CSS are passive: a frame shows them without any document of their own, so no
+// script can come with them. HTML, XHTML, SVG, every XML type, text, and any type not known here
+// are documents.
+enum class PublicationContentKind { passive, document };
+
+// The kind of `mimeType`, compared without case and without parameters ("; charset=...").
+PublicationContentKind publicationContentKind(std::string_view mimeType);
 
 // The MIME type that the extension table gives for a lower-cased extension without its dot
 // ("xhtml" → "application/xhtml+xml"), or absent for an extension not in the table.
@@ -47,7 +57,9 @@ class PublicationResourceProvider {
   const std::filesystem::path& root() const noexcept { return root_; }
 
   // The file named by `path`, a still percent-encoded path relative to the root, with its MIME
-  // type and, when `policyUse` is applied and the file is an HTML document, the content policy.
+  // type and, when `policyUse` is applied and that type is not passive, the content policy. The
+  // decision follows the type that is served, so a file is never trusted for its name: an
+  // unknown or missing extension is served as a document, with the policy.
   // Throws PublicationResourceErrorError: invalidPath for an empty, absolute, backslashed,
   // badly encoded path or one with an empty, "." or ".." component after decoding;
   // outsidePublicationRoot when the resolved file lies outside the root; unavailable when it

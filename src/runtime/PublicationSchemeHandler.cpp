@@ -237,6 +237,8 @@ void PublicationSchemeHandler::finishLoad(WebKitURISchemeRequest* request, const
   SoupMessageHeaders* headers = soup_message_headers_new(SOUP_MESSAGE_HEADERS_RESPONSE);
   soup_message_headers_append(headers, "Content-Type", payload->mimeType.c_str());
   soup_message_headers_append(headers, "Cache-Control", "no-store");
+  // The served type is the one the policy was decided by; the web view must not guess another.
+  soup_message_headers_append(headers, "X-Content-Type-Options", "nosniff");
   if (payload->contentSecurityPolicy) {
     soup_message_headers_append(headers, "Content-Security-Policy",
                                 payload->contentSecurityPolicy->c_str());

@@ -175,20 +175,77 @@ TEST_F(PublicationResourceProviderTest, AsksTheTypeDatabaseForOtherExtensions) {
       "application/octet-stream");
 }
 
-TEST_F(PublicationResourceProviderTest, AttachesThePolicyOnlyToHTMLWhenAsked) {
+TEST_F(PublicationResourceProviderTest, AttachesThePolicyByServedTypeWhenAsked) {
+  writeFile(root_ / "chapter.svg");
+  writeFile(root_ / "chapter.xml");
+  writeFile(root_ / "script.js");
+  writeFile(root_ / "font.woff2");
+  writeFile(root_ / "song.mp3");
   const auto policyOf = [&](std::string_view path, ContentSecurityPolicyUse use) {
     return provider().resource(path, use).contentSecurityPolicy;
   };
-  for (const char* path : {"a.html", "a.htm", "OEBPS/a.xhtml", "A.XHTML"}) {
+  // Documents, whatever their name says, and anything of a type not known.
+  for (const char* path : {"a.html", "a.htm", "OEBPS/a.xhtml", "A.XHTML", "chapter.svg",
+                           "chapter.xml", "content.opf", "toc.ncx", "script.js", "LICENSE",
+                           "data.unknownextensionxyz"}) {
+    SCOPED_TRACE(path);
     EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::applied),
-              std::string(kPublicationContentSecurityPolicy))
-        << path;
-    EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::omitted), std::nullopt) << path;
+              std::string(kPublicationContentSecurityPolicy));
+    EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::omitted), std::nullopt);
   }
-  for (const char* path : {"a.css", "content.opf", "picture.JPEG", "LICENSE"}) {
-    EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::applied), std::nullopt) << path;
+  for (const char* path : {"a.css", "picture.JPEG", "font.woff2", "song.mp3"}) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::applied), std::nullopt);
   }
 }
+
+struct ContentKindCase {
+  const char* name;
+  const char* mimeType;
+  PublicationContentKind kind;
+};
+
+class PublicationContentKindTest : public ::testing::TestWithParam<ContentKindCase> {};
+
+TEST_P(PublicationContentKindTest, CarriesThePolicyUnlessPassive) {
+  EXPECT_EQ(publicationContentKind(GetParam().mimeType), GetParam().kind) << GetParam().mimeType;
+}
+
+constexpr auto kDocument = PublicationContentKind::document;
+constexpr auto kPassive = PublicationContentKind::passive;
+
+INSTANTIATE_TEST_SUITE_P(
+    Types, PublicationContentKindTest,
+    ::testing::Values(ContentKindCase{"HTML", "text/html", kDocument},
+                      ContentKindCase{"XHTML", "application/xhtml+xml", kDocument},
+                      ContentKindCase{"SVG", "image/svg+xml", kDocument},
+                      ContentKindCase{"SVGInCapitals", "IMAGE/SVG+XML", kDocument},
+                      ContentKindCase{"SVGWithParameter", "image/svg+xml; charset=utf-8", kDocument},
+                      ContentKindCase{"CompressedSVG", "image/svg+xml-compressed", kDocument},
+                      ContentKindCase{"PlainXML", "application/xml", kDocument},
+                      ContentKindCase{"TextXML", "text/xml", kDocument},
+                      ContentKindCase{"NCX", "application/x-dtbncx+xml", kDocument},
+                      ContentKindCase{"MathML", "application/mathml+xml", kDocument},
+                      ContentKindCase{"XSLT", "application/xslt+xml", kDocument},
+                      ContentKindCase{"ImageWithXMLSuffix", "image/x+xml", kDocument},
+                      ContentKindCase{"Script", "application/javascript", kDocument},
+                      ContentKindCase{"PlainText", "text/plain", kDocument},
+                      ContentKindCase{"OctetStream", "application/octet-stream", kDocument},
+                      ContentKindCase{"PDF", "application/pdf", kDocument},
+                      ContentKindCase{"Empty", "", kDocument},
+                      ContentKindCase{"NoSubtype", "image/", kDocument},
+                      ContentKindCase{"NoSlash", "image", kDocument},
+                      ContentKindCase{"JPEG", "image/jpeg", kPassive},
+                      ContentKindCase{"PNGWithParameter", "image/png; x=y", kPassive},
+                      ContentKindCase{"WebP", "image/webp", kPassive},
+                      ContentKindCase{"CSS", "text/css", kPassive},
+                      ContentKindCase{"CSSInCapitals", "Text/CSS", kPassive},
+                      ContentKindCase{"WOFF2", "font/woff2", kPassive},
+                      ContentKindCase{"OldWOFF", "application/font-woff", kPassive},
+                      ContentKindCase{"OldOpenType", "application/vnd.ms-opentype", kPassive},
+                      ContentKindCase{"Audio", "audio/mpeg", kPassive},
+                      ContentKindCase{"Video", "video/mp4", kPassive}),
+    [](const ::testing::TestParamInfo<ContentKindCase>& info) { return info.param.name; });
 
 TEST_F(PublicationResourceProviderTest, ThePolicyTextIsExact) {
   EXPECT_EQ(kPublicationContentSecurityPolicy.size(), 157u);
