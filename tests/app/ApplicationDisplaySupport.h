@@ -57,6 +57,7 @@ class ApplicationProcess {
         settings == SettingsStorage::keyFile ? "GSETTINGS_BACKEND=keyfile"
                                              : "GSETTINGS_BACKEND=memory",
         "GSK_RENDERER=cairo",
+        "GDK_DEBUG=gl-disable",
         "G_MESSAGES_DEBUG=Tomekeeper",
         "ASAN_OPTIONS=detect_leaks=0",
         "NO_AT_BRIDGE=1",
