@@ -32,6 +32,16 @@ ensure_runtime_packages() {
   fi
 }
 
+# The versions of the packages that decide how the tests behave on a machine: the web engine,
+# the toolkit, the GL driver that GTK may load, and the compiler with its sanitizers.
+print_package_versions() {
+  echo "Package versions:"
+  dpkg-query -W -f='  ${Package} ${Version}\n' libwebkitgtk-6.0-4 libjavascriptcoregtk-6.0-1 \
+    libgtk-4-1 libadwaita-1-0 libglib2.0-0 libgl1-mesa-dri libegl-mesa0 clang-14 \
+    libclang-rt-14-dev 2>/dev/null
+  echo "  node $(node --version 2>/dev/null)"
+}
+
 # configure_and_build PRESET [TARGET...]
 configure_and_build() {
   local preset=$1

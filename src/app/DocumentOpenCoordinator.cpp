@@ -9,7 +9,7 @@
 
 #include "async/Sleep.h"
 #include "async/Spawn.h"
-#include "opening/AtomicFileWriter.h"
+#include "platform/AtomicFileWriter.h"
 #include "opening/DocumentOpenErrorPresentation.h"
 #include "opening/OpeningFailures.h"
 #include "opening/PublicationFingerprintService.h"

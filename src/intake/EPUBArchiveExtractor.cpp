@@ -1,8 +1,6 @@
 #include "intake/EPUBArchiveExtractor.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <cerrno>
@@ -15,6 +13,8 @@
 #include "intake/IntakeFailures.h"
 #include "intake/ZipCRC32.h"
 #include "model/Uuid.h"
+#include "platform/FileDescriptor.h"
+#include "platform/FileSystem.h"
 
 namespace tomekeeper {
 namespace {
@@ -29,19 +29,16 @@ using ExtractionFailure = EPUBArchiveExtractionFailure;
 // One output file, closed on destruction when the normal close did not happen.
 class OutputFile {
  public:
-  explicit OutputFile(const fs::path& path) {
-    descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666);
-    if (descriptor_ < 0) fail(ExtractionFailure::cannotCreateOutput);
+  OutputFile(FileSystem& fileSystem, const fs::path& path)
+      : fileSystem_(fileSystem),
+        file_(fileSystem,
+              fileSystem.open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666)) {
+    if (!file_.isOpen()) fail(ExtractionFailure::cannotCreateOutput);
   }
-  ~OutputFile() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-  }
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
 
   void write(const std::uint8_t* bytes, std::size_t count) {
     while (count > 0) {
-      const ssize_t written = ::write(descriptor_, bytes, count);
+      const ssize_t written = fileSystem_.write(file_.get(), bytes, count);
       if (written < 0) {
         if (errno == EINTR) continue;
         fail(ExtractionFailure::cannotCreateOutput);
@@ -54,14 +51,18 @@ class OutputFile {
   // Flushes to stable storage when asked to, then closes.
   void close(EPUBArchiveExtractor::Durability durability) {
     const bool synchronized = durability != EPUBArchiveExtractor::Durability::synchronizeEachFile ||
-                              ::fsync(descriptor_) == 0;
-    const bool closed = ::close(descriptor_) == 0;
-    descriptor_ = -1;
-    if (!synchronized || !closed) fail(ExtractionFailure::cannotCreateOutput);
+                              fileSystem_.synchronize(file_.get()) == 0;
+    try {
+      file_.close();
+    } catch (const std::system_error&) {
+      fail(ExtractionFailure::cannotCreateOutput);
+    }
+    if (!synchronized) fail(ExtractionFailure::cannotCreateOutput);
   }
 
  private:
-  int descriptor_ = -1;
+  FileSystem& fileSystem_;
+  FileDescriptor file_;
 };
 
 // Size and CRC of the bytes produced for one entry, checked before each write
@@ -197,7 +198,7 @@ void extractEntry(ArchiveFile& archive, const EPUBArchiveEntry& entry, const fs:
   }
   fs::create_directories(outputPath.parent_path(), error);
   if (error) fail(ExtractionFailure::cannotCreateOutput);
-  OutputFile output(outputPath);
+  OutputFile output(FileSystem::current(), outputPath);
 
   archive.seek(entry.localDataOffset);
   Verification verification(entry);
@@ -217,11 +218,12 @@ void extractEntry(ArchiveFile& archive, const EPUBArchiveEntry& entry, const fs:
 
 // Everything written under `staging` goes to stable storage.
 void synchronizeFileSystemOf(const fs::path& staging) {
-  const int descriptor = ::open(staging.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) fail(ExtractionFailure::cannotCreateOutput);
-  const bool synchronized = ::syncfs(descriptor) == 0;
-  ::close(descriptor);
-  if (!synchronized) fail(ExtractionFailure::cannotCreateOutput);
+  FileSystem& fileSystem = FileSystem::current();
+  FileDescriptor directory(fileSystem,
+                           fileSystem.open(staging, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
+  if (!directory.isOpen() || fileSystem.synchronizeFileSystem(directory.get()) != 0) {
+    fail(ExtractionFailure::cannotCreateOutput);
+  }
 }
 
 }  // namespace
@@ -243,7 +245,9 @@ ExtractedPublication EPUBArchiveExtractor::extract(const fs::path& archivePath,
   fs::create_directories(parent);
 
   const fs::path staging = parent / (".extract-" + Uuid::random().string() + ".partial");
-  if (::mkdir(staging.c_str(), 0777) != 0) fail(ExtractionFailure::cannotCreateOutput);
+  if (FileSystem::current().makeDirectory(staging, 0777) != 0) {
+    fail(ExtractionFailure::cannotCreateOutput);
+  }
 
   try {
     std::unique_ptr<ArchiveFile> archive;

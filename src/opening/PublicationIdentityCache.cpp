@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "opening/AtomicFileWriter.h"
+#include "platform/AtomicFileWriter.h"
 #include "opening/OpeningFailures.h"
 
 namespace tomekeeper {

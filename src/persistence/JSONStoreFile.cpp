@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "opening/AtomicFileWriter.h"
+#include "platform/AtomicFileWriter.h"
 
 namespace tomekeeper::detail {
 

@@ -15,7 +15,7 @@
 #include "async/SerialExecutor.h"
 #include "async/Task.h"
 #include "model/JSONCoding.h"
-#include "opening/AtomicFileWriter.h"
+#include "platform/AtomicFileWriter.h"
 
 // What every JSON store of this folder shares: reading the file, parsing it, writing it whole and
 // atomically, and running a repository's operation on its own executor. Each repository maps the

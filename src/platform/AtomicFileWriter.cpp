@@ -1,11 +1,13 @@
-#include "opening/AtomicFileWriter.h"
+#include "platform/AtomicFileWriter.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
+
+#include "platform/FileDescriptor.h"
+#include "platform/FileSystem.h"
 
 namespace tomekeeper {
 
@@ -15,30 +17,9 @@ namespace {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Closes a descriptor on every way out.
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  ~Descriptor() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return descriptor_; }
-  // Closes now, reporting the failure that a deferred close would lose.
-  void close() {
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    if (::close(descriptor) != 0) throwErrno("close");
-  }
-
- private:
-  int descriptor_;
-};
-
-void writeAll(int descriptor, std::string_view contents) {
+void writeAll(FileSystem& fileSystem, int descriptor, std::string_view contents) {
   while (!contents.empty()) {
-    const ssize_t written = ::write(descriptor, contents.data(), contents.size());
+    const ssize_t written = fileSystem.write(descriptor, contents.data(), contents.size());
     if (written < 0) {
       if (errno == EINTR) continue;
       throwErrno("write");
@@ -50,33 +31,36 @@ void writeAll(int descriptor, std::string_view contents) {
 }  // namespace
 
 void writeFileAtomically(const std::filesystem::path& path, std::string_view contents) {
+  FileSystem& fileSystem = FileSystem::current();
   const std::filesystem::path directory = path.parent_path();
   std::string temporary = (directory / ("." + path.filename().string() + ".tmp-XXXXXX")).string();
-  Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-  if (file.get() < 0) throwErrno("mkostemp");
+  FileDescriptor file(fileSystem, fileSystem.makeTemporaryFile(temporary));
+  if (!file.isOpen()) throwErrno("mkostemp");
   try {
     // mkostemp makes the file 0600; a store is an ordinary user file.
-    if (::fchmod(file.get(), 0644) != 0) throwErrno("fchmod");
-    writeAll(file.get(), contents);
-    if (::fsync(file.get()) != 0) throwErrno("fsync");
+    if (fileSystem.changeMode(file.get(), 0644) != 0) throwErrno("fchmod");
+    writeAll(fileSystem, file.get(), contents);
+    if (fileSystem.synchronize(file.get()) != 0) throwErrno("fsync");
     file.close();
-    if (::rename(temporary.c_str(), path.c_str()) != 0) throwErrno("rename");
+    if (fileSystem.rename(temporary, path) != 0) throwErrno("rename");
   } catch (...) {
-    ::unlink(temporary.c_str());
+    fileSystem.unlink(temporary);
     throw;
   }
   // The rename is durable only once the directory entry is on disk.
-  Descriptor directoryHandle(
-      ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (directoryHandle.get() < 0) throwErrno("open directory");
-  if (::fsync(directoryHandle.get()) != 0) throwErrno("fsync directory");
+  FileDescriptor directoryHandle(
+      fileSystem,
+      fileSystem.open(directory.empty() ? "." : directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
+  if (!directoryHandle.isOpen()) throwErrno("open directory");
+  if (fileSystem.synchronize(directoryHandle.get()) != 0) throwErrno("fsync directory");
 }
 
 std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
+  FileSystem& fileSystem = FileSystem::current();
   // O_NONBLOCK: a FIFO put at the path must fail below, not hang the caller's executor. It
   // changes nothing for the regular file read here.
-  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.get() < 0) {
+  FileDescriptor file(fileSystem, fileSystem.open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0));
+  if (!file.isOpen()) {
     // ENOTDIR: a component of the path is a file, so no file can exist at the path either.
     if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
     throwErrno("open");
@@ -87,7 +71,7 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
   std::string contents;
   char buffer[65536];
   for (;;) {
-    const ssize_t count = ::read(file.get(), buffer, sizeof buffer);
+    const ssize_t count = fileSystem.read(file.get(), buffer, sizeof buffer);
     if (count < 0) {
       if (errno == EINTR) continue;
       throwErrno("read");

@@ -10,9 +10,11 @@
 
 #include "async/OperationCancelled.h"
 #include "intake/EPUBArchiveInspector.h"
+#include "intake/FileOperations.h"
 #include "intake/IntakeFailures.h"
 #include "intake/ZipCRC32.h"
 #include "support/EpubBuilder.h"
+#include "support/FaultInjectingFileSystem.h"
 #include "support/TemporaryDirectory.h"
 
 namespace tomekeeper {
@@ -22,6 +24,10 @@ namespace fs = std::filesystem;
 using testing::EpubBuilder;
 using testing::ZipArchiveBuilder;
 using Failure = EPUBArchiveExtractionFailure;
+using testing::FaultInjectingFileSystem;
+using testing::FileFault;
+using testing::FileOperation;
+using testing::writeFile;
 
 std::string readFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -356,6 +362,89 @@ TEST_F(EPUBArchiveExtractorTest, CancellationBetweenBlocksRemovesTheStagingDirec
   EXPECT_THROW(extractor.extract(path, inspection, destination_, source.get_token()),
                async::OperationCancelled);
   expectNothingLeftBehind();
+}
+
+// The disk fills, fails or refuses at each step: the failure names the step, and neither the
+// destination nor a staging directory is left behind.
+TEST_F(EPUBArchiveExtractorTest, ADiskFaultAtAnyStepCommitsNothing) {
+  using Durability = EPUBArchiveExtractor::Durability;
+  const struct {
+    const char* name;
+    FileFault fault;
+    Durability durability;
+    Failure failure;
+  } cases[] = {
+      {"staging directory refused",
+       {FileOperation::makeDirectory, EACCES, ".extract-"},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::cannotCreateOutput},
+      {"output file refused",
+       {FileOperation::open, EACCES, "chapter1.xhtml"},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::cannotCreateOutput},
+      {"disk full half-way through an entry",
+       {FileOperation::write, ENOSPC, "big.bin", 5},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::cannotCreateOutput},
+      {"disk full at a later entry",
+       {FileOperation::write, ENOSPC, "chapter1.xhtml"},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::cannotCreateOutput},
+      {"input/output error on write",
+       {FileOperation::write, EIO, ""},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::cannotCreateOutput},
+      {"close reports a lost write",
+       {FileOperation::close, ENOSPC, "big.bin"},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::cannotCreateOutput},
+      {"fsync of a file fails",
+       {FileOperation::synchronize, EIO, "big.bin"},
+       Durability::synchronizeEachFile,
+       Failure::cannotCreateOutput},
+      {"syncfs fails before the commit move",
+       {FileOperation::synchronizeFileSystem, EIO, ".extract-"},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::cannotCreateOutput},
+      {"the commit move fails",
+       {FileOperation::renameWithoutReplacing, EIO, "Extracted"},
+       Durability::synchronizeOnceBeforeCommit,
+       Failure::commitFailed},
+  };
+  EpubBuilder book;
+  book.addFile("OEBPS/big.bin", randomBytes(4096, 5), ZipArchiveBuilder::kStored);
+  const fs::path path = write(book);
+  const EPUBArchiveInspection inspection = inspect(path);
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    FaultInjectingFileSystem fileSystem({testCase.fault});
+    try {
+      EPUBArchiveExtractor(64, ArchiveFileOpening::fileSystem(), testCase.durability)
+          .extract(path, inspection, destination_);
+      ADD_FAILURE() << "the extraction was committed";
+    } catch (const EPUBArchiveExtractionFailureError& error) {
+      EXPECT_EQ(error.failure(), testCase.failure);
+    }
+    EXPECT_GE(fileSystem.injectedFailures(), 1);
+    expectNothingLeftBehind();
+  }
+}
+
+// NFS and ecryptfs refuse RENAME_NOREPLACE with EINVAL: the move falls back to a plain rename,
+// and still never replaces what is at the destination.
+TEST_F(EPUBArchiveExtractorTest, CommitsWhereTheFileSystemRefusesTheNoReplaceFlag) {
+  FaultInjectingFileSystem fileSystem({{FileOperation::renameWithoutReplacing, EINVAL, ""}});
+  EXPECT_EQ(failureOf(EpubBuilder()), std::nullopt);
+  EXPECT_EQ(readFile(destination_ / "mimetype"), "application/epub+zip");
+
+  const fs::path staged = directory_ / "staged";
+  fs::create_directories(staged);
+  writeFile(staged / "new", "new");
+  std::error_code error;
+  moveWithoutReplacing(staged, destination_, error);
+  EXPECT_EQ(error, std::errc::file_exists);
+  EXPECT_EQ(readFile(destination_ / "mimetype"), "application/epub+zip");
+  EXPECT_TRUE(fs::exists(staged / "new"));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include <fstream>
 #include <optional>
+#include <random>
 #include <regex>
 #include <set>
 
@@ -20,6 +21,7 @@
 #include "intake/PublicationCacheOperationLease.h"
 #include "opening/OpenPerformanceTrace.h"
 #include "support/EpubBuilder.h"
+#include "support/FaultInjectingFileSystem.h"
 #include "support/TemporaryDirectory.h"
 
 namespace tomekeeper {
@@ -238,6 +240,20 @@ TEST_F(PublicationExtractionCacheTest, AnExtractionFailureReachesTheCallerAndCle
   EXPECT_EQ(failureOfPrepare<EPUBArchiveExtractionFailure>(book),
             EPUBArchiveExtractionFailure::checksumMismatch);
   EXPECT_EQ(namesUnder(root_), std::set<std::string>{kFingerprint});
+}
+
+TEST_F(PublicationExtractionCacheTest, AFullDiskHalfWayThroughTheExtractionCommitsNothing) {
+  EpubBuilder book;
+  std::mt19937 generator(7);
+  std::string plate(3 << 20, '\0');
+  for (char& byte : plate) byte = static_cast<char>(generator());
+  book.addFile("OEBPS/images/plate.png", plate);
+  testing::FaultInjectingFileSystem fileSystem(
+      {{testing::FileOperation::write, ENOSPC, "plate.png", 2}});
+  EXPECT_EQ(failureOfPrepare<EPUBArchiveExtractionFailure>(book),
+            EPUBArchiveExtractionFailure::cannotCreateOutput);
+  EXPECT_EQ(namesUnder(root_), std::set<std::string>{kFingerprint});
+  EXPECT_FALSE(holdsOperationNames(root_));
 }
 
 TEST_F(PublicationExtractionCacheTest, AnInspectionFailureReachesTheCaller) {

@@ -9,7 +9,7 @@
 
 #include "OpeningTestSupport.h"
 #include "async/RunUntilDone.h"
-#include "opening/AtomicFileWriter.h"
+#include "platform/AtomicFileWriter.h"
 #include "opening/Fingerprint.h"
 #include "opening/OpeningFailures.h"
 #include "opening/PublicationFingerprintService.h"
@@ -193,27 +193,6 @@ TEST_F(PublicationIdentityCacheTest, SnapshotsRefuseWhatIsNotARegularFile) {
   }
   record(directory / "folder.epub", fingerprintA);
   EXPECT_TRUE(cache.loadRecords().empty());
-}
-
-TEST(AtomicFileWriterTest, ReplacesTheWholeFileAndLeavesNoTemporaryName) {
-  TemporaryDirectory directory;
-  writeFile(directory / "store.json", "old contents that are longer");
-  writeFileAtomically(directory / "store.json", "new");
-  EXPECT_EQ(readWholeFile(directory / "store.json"), "new");
-  int entries = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory.path())) {
-    ++entries;
-  }
-  EXPECT_EQ(entries, 1);
-}
-
-TEST(AtomicFileWriterTest, AFailedWriteLeavesTheOldFile) {
-  TemporaryDirectory directory;
-  writeFile(directory / "store.json", "old");
-  EXPECT_THROW(writeFileAtomically(directory / "missing-directory/store.json", "new"),
-               std::system_error);
-  EXPECT_EQ(readWholeFile(directory / "store.json"), "old");
-  EXPECT_EQ(readWholeFile(directory / "nothing-here.json"), std::nullopt);
 }
 
 }  // namespace

@@ -12,11 +12,6 @@
 
 namespace tomekeeper::testing {
 
-inline void writeFile(const std::filesystem::path& path, const std::string& contents) {
-  std::filesystem::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << contents;
-}
-
 // The real hash, counted, and held until released when a test needs two opens
 // to overlap.
 class CountingFingerprinter final : public PublicationFingerprinting {

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <limits>
 
 #include "PersistenceTestSupport.h"
+#include "support/FaultInjectingFileSystem.h"
 #include "async/Spawn.h"
 #include "persistence/JSONReadingPositionRepository.h"
 #include "persistence/PersistenceFailures.h"
@@ -107,9 +107,9 @@ TEST_F(JSONReadingPositionRepositoryTest, ADirectoryAtTheFilePathCannotBeRead) {
 }
 
 TEST_F(JSONReadingPositionRepositoryTest, AFileWithoutReadPermissionCannotBeRead) {
-  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not stop root from reading";
   writeFile(file(), R"({"schemaVersion":1,"locators":{}})");
-  std::filesystem::permissions(file(), std::filesystem::perms::none);
+  testing::FaultInjectingFileSystem fileSystem(
+      {{testing::FileOperation::open, EACCES, "reading-position.json"}});
   expectEveryOperationFailsAndLeavesTheFile(Failure::cannotRead);
 }
 

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "PersistenceTestSupport.h"
+#include "support/FaultInjectingFileSystem.h"
 #include "async/Spawn.h"
 #include "persistence/JSONAnnotationRepository.h"
 #include "persistence/JSONBookmarkRepository.h"
@@ -251,10 +252,33 @@ TYPED_TEST(JSONRecordRepositoryTest, ADirectoryAtTheFilePathIsUnreadable) {
 }
 
 TYPED_TEST(JSONRecordRepositoryTest, AFileWithoutReadPermissionIsUnreadable) {
-  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not stop root from reading";
   writeFile(this->file(), this->storeText("{}"));
-  std::filesystem::permissions(this->file(), std::filesystem::perms::none);
+  testing::FaultInjectingFileSystem fileSystem(
+      {{testing::FileOperation::open, EACCES, TypeParam::kFileName}});
   this->expectEveryOperationFailsAndLeavesTheFile(TypeParam::kUnreadable);
+}
+
+// The disk fills, fails or refuses at each step of a save: the store's own failure, and the
+// old file whole with no temporary file beside it.
+TYPED_TEST(JSONRecordRepositoryTest, AFailedWriteKeepsTheOldFileWhole) {
+  await(this->repository.save(TypeParam::make(kFirst, 1)));
+  const FileSnapshot before = FileSnapshot::of(this->file());
+  for (const testing::FileFault& fault : std::initializer_list<testing::FileFault>{
+           {testing::FileOperation::write, ENOSPC, ".tmp-"},
+           {testing::FileOperation::synchronize, EIO, ".tmp-"},
+           {testing::FileOperation::rename, EACCES, TypeParam::kFileName},
+           {testing::FileOperation::makeTemporaryFile, EROFS, ".tmp-"},
+       }) {
+    SCOPED_TRACE(static_cast<int>(fault.operation));
+    testing::FaultInjectingFileSystem fileSystem({fault});
+    expectFailure(this->repository.save(TypeParam::make(kSecond, 2)), TypeParam::kCannotWrite);
+    expectFailure(this->repository.deleteAll(kFingerprint), TypeParam::kCannotWrite);
+    EXPECT_EQ(FileSnapshot::of(this->file()), before);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(this->file().parent_path()),
+                            std::filesystem::directory_iterator()),
+              1);
+  }
+  EXPECT_EQ(this->list(), std::vector{TypeParam::make(kFirst, 1)});
 }
 
 TYPED_TEST(JSONRecordRepositoryTest, AFileThatDoesNotDecodeFailsAndIsNeverRewritten) {

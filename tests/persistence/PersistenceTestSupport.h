@@ -47,13 +47,6 @@ void expectFailure(async::Task<T> task, Enumeration failure) {
   }
 }
 
-inline void writeFile(const std::filesystem::path& file, const std::string& contents) {
-  std::filesystem::create_directories(file.parent_path());
-  std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-  stream << contents;
-  ASSERT_TRUE(stream.good());
-}
-
 inline std::string readFile(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
   std::ostringstream contents;

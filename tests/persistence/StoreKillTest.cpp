@@ -19,7 +19,7 @@
 
 #include "PersistenceTestSupport.h"
 #include "async/RunUntilDone.h"
-#include "opening/AtomicFileWriter.h"
+#include "platform/AtomicFileWriter.h"
 #include "persistence/JSONBookmarkRepository.h"
 
 namespace tomekeeper {

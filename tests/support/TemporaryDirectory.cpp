@@ -1,6 +1,9 @@
 #include "support/TemporaryDirectory.h"
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
+
+#include <fstream>
 
 #include <stdexcept>
 #include <string>
@@ -26,6 +29,13 @@ TemporaryDirectory::~TemporaryDirectory() {
     }
   }
   std::filesystem::remove_all(path_, ignored);
+}
+
+void writeFile(const std::filesystem::path& file, const std::string& contents) {
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+  stream << contents;
+  ASSERT_TRUE(stream.good()) << "cannot write " << file;
 }
 
 }  // namespace tomekeeper::testing

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace tomekeeper::testing {
 
@@ -21,5 +22,8 @@ class TemporaryDirectory {
  private:
   std::filesystem::path path_;
 };
+
+// Writes `contents` to `file` whole, making its directory first; a failure fails the test.
+void writeFile(const std::filesystem::path& file, const std::string& contents);
 
 }  // namespace tomekeeper::testing
