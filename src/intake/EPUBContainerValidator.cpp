@@ -1,5 +1,6 @@
 #include "intake/EPUBContainerValidator.h"
 
+#include <algorithm>
 #include <fstream>
 #include <optional>
 #include <set>
@@ -55,6 +56,53 @@ std::optional<std::string> readMetadataFile(const fs::path& path, std::int64_t l
   return contents;
 }
 
+// The entry of `directory` called `name`; when there is none, the one entry
+// whose name compares equal to it as the inspector compares archive paths
+// (so without regard to letter case). Nothing when no entry or more than one
+// matches: a book whose entries differ only in case never gets this far.
+std::optional<fs::path> entryWithoutRegardToCase(const fs::path& directory,
+                                                 const std::string& name) {
+  std::error_code error;
+  if (fs::exists(fs::symlink_status(directory / name, error))) return directory / name;
+  if (!isWellFormedUTF8(name)) return std::nullopt;
+  const std::string wanted = foldArchivePath(name);
+  std::optional<fs::path> found;
+  fs::directory_iterator entry(directory, error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    const std::string candidate = entry->path().filename().string();
+    if (!isWellFormedUTF8(candidate) || foldArchivePath(candidate) != wanted) continue;
+    if (found) return std::nullopt;
+    found = entry->path();
+  }
+  if (error) return std::nullopt;
+  return found;
+}
+
+// `relativePath` (validated, "/"-separated) under `root`, each component
+// found as entryWithoutRegardToCase finds it; the path as it is on disk,
+// relative to `root`, or nothing.
+std::optional<std::string> pathWithoutRegardToCase(const fs::path& root,
+                                                   std::string_view relativePath) {
+  fs::path current = root;
+  std::string found;
+  for (std::size_t start = 0; start <= relativePath.size();) {
+    const std::size_t end = std::min(relativePath.find('/', start), relativePath.size());
+    const std::optional<fs::path> entry =
+        entryWithoutRegardToCase(current, std::string(relativePath.substr(start, end - start)));
+    if (!entry) return std::nullopt;
+    current = *entry;
+    if (!found.empty()) found += '/';
+    found += entry->filename().string();
+    start = end + 1;
+  }
+  return found;
+}
+
+// A file of META-INF as the book names it, or as written when it has none.
+fs::path metadataPath(const fs::path& root, std::string_view relativePath) {
+  return root / pathWithoutRegardToCase(root, relativePath).value_or(std::string(relativePath));
+}
+
 fs::path resolved(const fs::path& path) {
   std::error_code error;
   fs::path canonical = fs::weakly_canonical(standardised(path), error);
@@ -98,9 +146,12 @@ ValidatedEPUBContainer EPUBContainerValidator::validate(const fs::path& publicat
   const fs::path root = resolved(publicationRoot);
 
   const std::string containerXML =
-      *readMetadataFile(root / "META-INF" / "container.xml", maximumMetadataSize_,
+      *readMetadataFile(metadataPath(root, "META-INF/container.xml"), maximumMetadataSize_,
                         Requirement::required, ValidationFailure::missingContainer);
-  const std::string packagePath = chooseRootfilePath(containerXML);
+  const std::string rootfilePath = chooseRootfilePath(containerXML);
+  // Readers on file systems that ignore case open such books, so this one does too.
+  const std::string packagePath =
+      pathWithoutRegardToCase(root, rootfilePath).value_or(rootfilePath);
 
   // A symbolic link inside the publication that leads out is refused here.
   const fs::path packageURL = resolved(root / packagePath);
@@ -112,13 +163,13 @@ ValidatedEPUBContainer EPUBContainerValidator::validate(const fs::path& publicat
     fail(ValidationFailure::unavailablePackageDocument);
   }
 
-  if (fs::exists(fs::symlink_status(root / "META-INF" / "rights.xml", error))) {
+  if (fs::exists(fs::symlink_status(metadataPath(root, "META-INF/rights.xml"), error))) {
     fail(ValidationFailure::unsupportedDRM);
   }
 
   bool usesFontObfuscation = false;
   const std::optional<std::string> encryptionXML =
-      readMetadataFile(root / "META-INF" / "encryption.xml", maximumMetadataSize_,
+      readMetadataFile(metadataPath(root, "META-INF/encryption.xml"), maximumMetadataSize_,
                        Requirement::optional, ValidationFailure::malformedEncryptionMetadata);
   if (encryptionXML) usesFontObfuscation = checkEncryption(*encryptionXML);
 

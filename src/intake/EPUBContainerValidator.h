@@ -14,7 +14,8 @@ struct ValidatedEPUBContainer {
   std::filesystem::path publicationRoot;
   // The package document, standardised and with symbolic links resolved.
   std::filesystem::path packageDocumentURL;
-  // The rootfile's validated path, relative to the root.
+  // The rootfile's validated path, relative to the root, as the file is named
+  // on disk (which may differ from the full-path in letter case).
   std::string packageDocumentPath;
   // True exactly when META-INF/encryption.xml exists and lists only the two
   // font obfuscation algorithms.
@@ -26,7 +27,10 @@ struct ValidatedEPUBContainer {
 // The last gate before an extracted publication counts as usable: finds the
 // package document through META-INF/container.xml, refuses DRM (rights.xml,
 // or any encryption other than font obfuscation) and tells whether fonts are
-// obfuscated. Reads at most two small files and writes nothing; the package
+// obfuscated. These META-INF files and the rootfile's path are found without
+// regard to letter case when no entry has the exact name (one match only, and
+// only inside the root). Reads at most two small files, lists a directory
+// only where an exact name is missing, and writes nothing; the package
 // document is only checked to exist. A value without state.
 class EPUBContainerValidator {
  public:

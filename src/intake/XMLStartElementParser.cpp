@@ -1,5 +1,10 @@
 #include "intake/XMLStartElementParser.h"
 
+// The amplification limits are declared only under XML_DTD, with which the
+// system's expat is built.
+#ifndef XML_DTD
+#define XML_DTD 1
+#endif
 #include <expat.h>
 
 #include <climits>
@@ -31,10 +36,29 @@ void XMLCALL startElement(void* userData, const XML_Char* name, const XML_Char**
   state->delegate->startElement(localName(name), map);
 }
 
-void XMLCALL refuseEntityDeclaration(void* userData, const XML_Char*, int, const XML_Char*, int,
-                                     const XML_Char*, const XML_Char*, const XML_Char*,
-                                     const XML_Char*) {
-  XML_StopParser(static_cast<ParseState*>(userData)->parser, XML_FALSE);
+// Internal entities pass; anything that names an outside resource stops the
+// parse, even if the document never refers to it.
+void XMLCALL refuseExternalEntityDeclaration(void* userData, const XML_Char*, int, const XML_Char*,
+                                             int, const XML_Char*, const XML_Char* systemId,
+                                             const XML_Char* publicId, const XML_Char*) {
+  if (systemId != nullptr || publicId != nullptr) {
+    XML_StopParser(static_cast<ParseState*>(userData)->parser, XML_FALSE);
+  }
+}
+
+// A DTD subset outside the document is never loaded; naming one is refused.
+void XMLCALL refuseExternalSubset(void* userData, const XML_Char*, const XML_Char* systemId,
+                                  const XML_Char* publicId, int) {
+  if (systemId != nullptr || publicId != nullptr) {
+    XML_StopParser(static_cast<ParseState*>(userData)->parser, XML_FALSE);
+  }
+}
+
+// Called for a document that refers to a parameter entity without
+// standalone="yes": parameter entities are never expanded, so the entities it
+// declares after the reference could not be known.
+int XMLCALL refuseNonStandaloneDocument(void*) {
+  return XML_STATUS_ERROR;
 }
 
 int XMLCALL refuseExternalEntity(XML_Parser, const XML_Char*, const XML_Char*, const XML_Char*,
@@ -56,9 +80,17 @@ bool parseXMLStartElements(std::string_view document, XMLStartElementDelegate& d
   ParseState state{parser.get(), &delegate};
   XML_SetUserData(parser.get(), &state);
   XML_SetStartElementHandler(parser.get(), startElement);
-  XML_SetEntityDeclHandler(parser.get(), refuseEntityDeclaration);
+  XML_SetEntityDeclHandler(parser.get(), refuseExternalEntityDeclaration);
+  XML_SetStartDoctypeDeclHandler(parser.get(), refuseExternalSubset);
+  XML_SetNotStandaloneHandler(parser.get(), refuseNonStandaloneDocument);
   XML_SetExternalEntityRefHandler(parser.get(), refuseExternalEntity);
   XML_SetParamEntityParsing(parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
+  if (XML_SetBillionLaughsAttackProtectionMaximumAmplification(
+          parser.get(), kMaximumEntityAmplification) != XML_TRUE ||
+      XML_SetBillionLaughsAttackProtectionActivationThreshold(
+          parser.get(), kEntityAmplificationThreshold) != XML_TRUE) {
+    return false;
+  }
   return XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE) ==
          XML_STATUS_OK;
 }

@@ -16,9 +16,19 @@ class XMLStartElementDelegate {
 };
 
 // Parses `document` with expat and namespace processing, reporting only
-// success or failure. Nothing outside the document is ever read: external
-// entities are not resolved, no DTD is loaded, and any entity declaration
-// stops the parse as a failure, so internal entity expansion cannot grow.
+// success or failure. Nothing outside the document is ever read, and a
+// document that would need it fails: the declaration of an external entity
+// (general, parameter or unparsed), a DOCTYPE that names an external DTD
+// subset, and a parameter entity reference (never expanded) in a document not
+// declared standalone all stop the parse. Internal entities are expanded, within
+// expat's amplification limits (kMaximumEntityAmplification, past
+// kEntityAmplificationThreshold bytes of output), so a billion laughs fails
+// early instead of growing.
 bool parseXMLStartElements(std::string_view document, XMLStartElementDelegate& delegate);
+
+// The expansion that internal entities may add: at most this many times the
+// document's own bytes, once the parser's output passes the threshold.
+inline constexpr float kMaximumEntityAmplification = 8.0F;
+inline constexpr unsigned long long kEntityAmplificationThreshold = 64 * 1024;
 
 }  // namespace tomekeeper

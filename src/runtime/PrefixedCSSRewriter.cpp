@@ -38,7 +38,7 @@ constexpr std::array<PropertyRule, 8> kRules{{
 
 char lowered(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                               : character;
+                                              : character;
 }
 
 bool equalsIgnoringASCIICase(std::string_view text, std::string_view lowercase) {
@@ -136,7 +136,8 @@ class Tokenizer {
       return {TokenKind::comment, position,
               close == std::string_view::npos ? text_.size() : close + 2};
     }
-    if (character == '"' || character == '\'') return {TokenKind::string, position, stringEnd(position)};
+    if (character == '"' || character == '\'')
+      return {TokenKind::string, position, stringEnd(position)};
     if (startsWord(position)) {
       const std::size_t end = wordEnd(position);
       if (peek(end) != '(') return {TokenKind::word, position, end};
@@ -171,9 +172,7 @@ class Tokenizer {
   }
 
  private:
-  char peek(std::size_t position) const {
-    return position < text_.size() ? text_[position] : '\0';
-  }
+  char peek(std::size_t position) const { return position < text_.size() ? text_[position] : '\0'; }
 
   // A backslash escapes the next character unless that is a newline or the end.
   bool isEscape(std::size_t position) const {
@@ -281,7 +280,9 @@ class Rewriter {
   bool inRuleBody() const { return !frames_.empty() && frames_.back() == Frame::ruleBody; }
   bool atItemLevel() const { return frames_.empty() || frames_.back() == Frame::ruleBody; }
 
-  void copy(std::size_t begin, std::size_t end) { output_.append(text_.substr(begin, end - begin)); }
+  void copy(std::size_t begin, std::size_t end) {
+    output_.append(text_.substr(begin, end - begin));
+  }
 
   // Copies a token outside any declaration and follows the nesting it opens or closes.
   std::size_t structural(const Token& token) {

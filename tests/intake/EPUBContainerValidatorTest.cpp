@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <stop_token>
 
 #include "async/OperationCancelled.h"
+#include "intake/EPUBArchiveExtractor.h"
+#include "intake/EPUBArchiveInspector.h"
 #include "intake/IntakeFailures.h"
 #include "support/EpubBuilder.h"
 #include "support/TemporaryDirectory.h"
@@ -107,24 +110,86 @@ TEST_F(EPUBContainerValidatorTest, RefusesBrokenXML) {
             ValidationFailure::malformedContainer);
 }
 
-TEST_F(EPUBContainerValidatorTest, RefusesEntityDeclarationsInsteadOfExpandingThem) {
-  const std::string laughs = R"(<?xml version="1.0"?>
-<!DOCTYPE container [
-  <!ENTITY a "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa">
-  <!ENTITY b "&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;">
-  <!ENTITY c "&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;">
-]>
-<container><rootfiles><rootfile full-path="OEBPS/package.opf" media-type="&c;"/></rootfiles></container>)";
-  EXPECT_EQ(failureWithContainer(laughs), ValidationFailure::malformedContainer);
+// Ten levels of ten references each: 10^9 copies of "lol" if nothing stopped it.
+std::string billionLaughs(const std::string& root, const std::string& use) {
+  std::string doctype = "<?xml version=\"1.0\"?>\n<!DOCTYPE " + root + " [\n<!ENTITY l0 \"lol\">\n";
+  for (int level = 1; level <= 9; ++level) {
+    doctype += "<!ENTITY l" + std::to_string(level) + " \"";
+    for (int copy = 0; copy < 10; ++copy) doctype += "&l" + std::to_string(level - 1) + ";";
+    doctype += "\">\n";
+  }
+  return doctype + "]>\n" + use;
 }
 
-TEST_F(EPUBContainerValidatorTest, NeverReadsAnExternalEntity) {
-  writeFile("secret.txt", "OEBPS/package.opf");
-  const std::string external = R"(<?xml version="1.0"?>
-<!DOCTYPE container [ <!ENTITY path SYSTEM "file://)" +
-                               (root_ / "secret.txt").string() + R"("> ]>
-<container><rootfiles><rootfile full-path="&path;"/></rootfiles></container>)";
-  EXPECT_EQ(failureWithContainer(external), ValidationFailure::malformedContainer);
+TEST_F(EPUBContainerValidatorTest, ExpandsInternalEntitiesAndRefusesAllThatReachesOutside) {
+  writeFile("secret.dtd", "<!ENTITY path \"OEBPS/package.opf\">");
+  const std::string secret = "file://" + (root_ / "secret.dtd").string();
+  const std::string usePath =
+      "<container><rootfiles><rootfile full-path=\"&path;\"/>"
+      "</rootfiles></container>";
+  struct Case {
+    const char* name;
+    std::string document;
+    std::optional<ValidationFailure> expected;
+  };
+  const Case cases[] = {
+      {"internal entity", "<!DOCTYPE container [ <!ENTITY path \"OEBPS/package.opf\"> ]>" + usePath,
+       std::nullopt},
+      {"nested internal entities within the limits",
+       R"(<!DOCTYPE container [ <!ENTITY a "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa">
+          <!ENTITY b "&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;">
+          <!ENTITY path "OEBPS/package.opf"> ]>)"
+       "<container><rootfiles><rootfile full-path=\"&path;\" media-type=\"&b;\"/>"
+       "</rootfiles></container>",
+       std::nullopt},
+      {"external entity",
+       "<!DOCTYPE container [ <!ENTITY path SYSTEM \"" + secret + "\"> ]>" + usePath,
+       ValidationFailure::malformedContainer},
+      {"public external entity",
+       "<!DOCTYPE container [ <!ENTITY path PUBLIC \"-//x//y\" \"" + secret + "\"> ]>" + usePath,
+       ValidationFailure::malformedContainer},
+      {"parameter entity reference to an external DTD",
+       "<!DOCTYPE container [ <!ENTITY % dtd SYSTEM \"" + secret + "\"> %dtd; ]>" + usePath,
+       ValidationFailure::malformedContainer},
+      {"internal parameter entity reference",
+       "<!DOCTYPE container [ <!ENTITY % p \"<!ENTITY path 'OEBPS/package.opf'>\"> %p; ]>" +
+           usePath,
+       ValidationFailure::malformedContainer},
+      {"external DTD subset", "<!DOCTYPE container SYSTEM \"" + secret + "\">" + usePath,
+       ValidationFailure::malformedContainer},
+      {"undefined entity", "<!DOCTYPE container>" + usePath, ValidationFailure::malformedContainer},
+      {"amplification past the limits",
+       R"(<!DOCTYPE container [ <!ENTITY a "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa">
+          <!ENTITY b "&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;">
+          <!ENTITY c "&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;">
+          <!ENTITY d "&c;&c;&c;&c;&c;"> ]>)"
+       "<container><rootfiles><rootfile full-path=\"OEBPS/package.opf\" media-type=\"&d;\"/>"
+       "</rootfiles></container>",
+       ValidationFailure::malformedContainer},
+      {"billion laughs",
+       billionLaughs("container",
+                     "<container><rootfiles><rootfile full-path=\"OEBPS/package.opf\" "
+                     "media-type=\"&l9;\"/></rootfiles></container>"),
+       ValidationFailure::malformedContainer},
+  };
+  for (const Case& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    EXPECT_EQ(failureWithContainer(testCase.document), testCase.expected);
+  }
+}
+
+TEST_F(EPUBContainerValidatorTest, EncryptionMetadataMayUseInternalEntitiesWithinTheLimits) {
+  std::string withEntity = EpubBuilder::encryptionXML({"&idpf;"});
+  withEntity.insert(
+      withEntity.find("?>") + 2,
+      "<!DOCTYPE encryption [ <!ENTITY idpf \"http://www.idpf.org/2008/embedding\"> ]>");
+  writeFile("META-INF/encryption.xml", withEntity);
+  EXPECT_TRUE(EPUBContainerValidator().validate(root_).usesFontObfuscation);
+  writeFile("META-INF/encryption.xml",
+            billionLaughs("encryption",
+                          "<encryption><EncryptionMethod Algorithm=\"&l9;\"/>"
+                          "</encryption>"));
+  EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata);
 }
 
 TEST_F(EPUBContainerValidatorTest, AcceptsADoctypeWithoutEntities) {
@@ -240,6 +305,94 @@ TEST_F(EPUBContainerValidatorTest, RightsAreCheckedBeforeEncryption) {
   writeFile("META-INF/rights.xml", "<rights/>");
   writeFile("META-INF/encryption.xml", "broken");
   EXPECT_EQ(failure(), ValidationFailure::unsupportedDRM);
+}
+
+// Renames an entry of a builder book, as an archive made on a system that ignores case might.
+void renameEntry(EpubBuilder& book, const std::string& from, const std::string& to) {
+  for (std::size_t index = 0; index < book.archive().entryCount(); ++index) {
+    if (book.archive().entry(index).name == from) book.archive().entry(index).name = to;
+  }
+}
+
+TEST_F(EPUBContainerValidatorTest, FindsMetadataAndRootfileWithoutRegardToLetterCase) {
+  struct Case {
+    const char* name;
+    std::function<void(EpubBuilder&)> change;
+    std::optional<ValidationFailure> expected;
+  };
+  const Case cases[] = {
+      {"container in another case",
+       [](EpubBuilder& book) {
+         renameEntry(book, "META-INF/container.xml", "META-INF/Container.XML");
+       },
+       std::nullopt},
+      {"META-INF in another case",
+       [](EpubBuilder& book) {
+         renameEntry(book, "META-INF/container.xml", "Meta-Inf/container.xml");
+       },
+       std::nullopt},
+      {"rootfile path in another case",
+       [](EpubBuilder& book) {
+         book.withContainerXML(EpubBuilder::containerXML("oebps/PACKAGE.opf"));
+       },
+       std::nullopt},
+      {"rootfile that is missing in any case",
+       [](EpubBuilder& book) {
+         book.withContainerXML(EpubBuilder::containerXML("OEBPS/other.opf"));
+       },
+       ValidationFailure::unavailablePackageDocument},
+      {"rights file in another case",
+       [](EpubBuilder& book) { book.addFile("META-INF/Rights.XML", "<rights/>"); },
+       ValidationFailure::unsupportedDRM},
+      {"encryption file in another case",
+       [](EpubBuilder& book) {
+         book.addFile("meta-inf/ENCRYPTION.xml",
+                      EpubBuilder::encryptionXML({"http://www.w3.org/2001/04/xmlenc#aes128-cbc"}));
+         renameEntry(book, "META-INF/container.xml", "meta-inf/container.xml");
+       },
+       ValidationFailure::unsupportedDRM},
+  };
+  int bookNumber = 0;
+  for (const Case& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    EpubBuilder book;
+    testCase.change(book);
+    const fs::path archive = directory_ / (std::to_string(++bookNumber) + ".epub");
+    const fs::path extracted = directory_ / std::to_string(bookNumber);
+    book.writeTo(archive);
+    EPUBArchiveExtractor().extract(archive, EPUBArchiveInspector().inspectBlocking(archive),
+                                   extracted);
+    try {
+      const ValidatedEPUBContainer container = EPUBContainerValidator().validate(extracted);
+      EXPECT_EQ(testCase.expected, std::nullopt);
+      EXPECT_EQ(container.packageDocumentPath, EpubBuilder::kPackageDocumentPath);
+      EXPECT_EQ(container.packageDocumentURL,
+                fs::canonical(extracted) / EpubBuilder::kPackageDocumentPath);
+    } catch (const EPUBContainerValidationFailureError& error) {
+      EXPECT_EQ(error.failure(), testCase.expected);
+    }
+  }
+}
+
+TEST_F(EPUBContainerValidatorTest, TwoNamesDifferingOnlyInCaseMatchNeither) {
+  fs::remove(root_ / "META-INF/container.xml");
+  writeFile("META-INF/Container.xml", EpubBuilder::containerXML("OEBPS/package.opf"));
+  EXPECT_EQ(failure(), std::nullopt);
+  writeFile("META-INF/CONTAINER.XML", EpubBuilder::containerXML("OEBPS/package.opf"));
+  EXPECT_EQ(failure(), ValidationFailure::missingContainer);
+}
+
+TEST_F(EPUBContainerValidatorTest, InspectionStillRefusesEntriesDifferingOnlyInCase) {
+  EpubBuilder book;
+  book.addFile("META-INF/CONTAINER.XML", EpubBuilder::containerXML("OEBPS/package.opf"));
+  const fs::path archive = directory_ / "book.epub";
+  book.writeTo(archive);
+  try {
+    EPUBArchiveInspector().inspectBlocking(archive);
+    ADD_FAILURE() << "inspection passed";
+  } catch (const EPUBArchiveInspectionFailureError& error) {
+    EXPECT_EQ(error.failure(), EPUBArchiveInspectionFailure::conflictingPath);
+  }
 }
 
 TEST_F(EPUBContainerValidatorTest, ChecksForCancellationFirst) {

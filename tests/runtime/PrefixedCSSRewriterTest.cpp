@@ -17,7 +17,9 @@ std::ostream& operator<<(std::ostream& stream, const RewriteCase& rewriteCase) {
   return stream << rewriteCase.name;
 }
 
-std::string caseName(const testing::TestParamInfo<RewriteCase>& info) { return info.param.name; }
+std::string caseName(const testing::TestParamInfo<RewriteCase>& info) {
+  return info.param.name;
+}
 
 class PrefixedCSSRewriterStyleSheetTest : public testing::TestWithParam<RewriteCase> {};
 
@@ -36,20 +38,22 @@ INSTANTIATE_TEST_SUITE_P(
                     ".c{-epub-text-combine-horizontal: digits 2}",
                     ".a{text-combine-upright:all}.b{text-combine-upright:none}"
                     ".c{text-combine-upright: digits 2}"},
-        RewriteCase{"EmphasisPosition",
-                    "em { -epub-text-emphasis-position: under; } b { "
-                    "-epub-text-emphasis-position: over left }",
-                    "em { text-emphasis-position: under; } b { text-emphasis-position: over left }"},
+        RewriteCase{
+            "EmphasisPosition",
+            "em { -epub-text-emphasis-position: under; } b { "
+            "-epub-text-emphasis-position: over left }",
+            "em { text-emphasis-position: under; } b { text-emphasis-position: over left }"},
         RewriteCase{"FullwidthTransform",
                     "p { text-transform: -epub-fullwidth } q { Text-Transform: uppercase "
                     "-EPUB-FULLWIDTH } r { -epub-text-transform: -epub-fullwidth }",
                     "p { text-transform: full-width } q { Text-Transform: uppercase full-width } "
                     "r { -epub-text-transform: full-width }"},
         RewriteCase{"LineBreak", "p { -epub-line-break: strict }", "p { line-break: strict }"},
-        RewriteCase{"UnderlinePosition",
-                    "p { -epub-text-underline-position: alphabetic } q { "
-                    "-epub-text-underline-position: under left }",
-                    "p { text-underline-position: auto } q { text-underline-position: under left }"},
+        RewriteCase{
+            "UnderlinePosition",
+            "p { -epub-text-underline-position: alphabetic } q { "
+            "-epub-text-underline-position: under left }",
+            "p { text-underline-position: auto } q { text-underline-position: under left }"},
         RewriteCase{"DeprecatedOrientations",
                     "a { -epub-text-orientation: vertical-right } b { -epub-text-orientation: "
                     "rotate-right } c { -epub-text-orientation: ROTATE-NORMAL } d { "
@@ -119,8 +123,9 @@ INSTANTIATE_TEST_SUITE_P(
                     "center"},
         RewriteCase{"EscapedName", "p { -epub-text-align-l\\61 st: center }",
                     "p { -epub-text-align-l\\61 st: center }"},
-        RewriteCase{"FunctionOfThatName", "p { x: -epub-fullwidth(1); text-transform: "
-                                          "-epub-fullwidth(2) }",
+        RewriteCase{"FunctionOfThatName",
+                    "p { x: -epub-fullwidth(1); text-transform: "
+                    "-epub-fullwidth(2) }",
                     "p { x: -epub-fullwidth(1); text-transform: -epub-fullwidth(2) }"}),
     caseName);
 
