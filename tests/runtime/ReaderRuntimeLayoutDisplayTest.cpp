@@ -207,13 +207,21 @@ std::string scriptSection(int section, const std::string& language, const std::s
          body + "</body></html>\n";
 }
 
-// A book of three sections, read from right to left, in the given scripts and writing mode.
+std::string englishSentence(int number) {
+  return "The keeper of tomes walked the long corridor number " + std::to_string(number) +
+         " and counted the shelves one by one. ";
+}
+
+// A book of three sections in the given scripts and writing mode, read from right to left unless
+// `progression` says otherwise.
 std::string directionalBook(const std::string& language, const std::string& style,
-                            const std::vector<SentenceMaker>& sentences, int paragraphs) {
-  testing::PackageDescription package{.identifier = "urn:uuid:5d1f2c3b-1a2b-4c3d-8e4f-5a6b7c8d9e0f",
-                                      .title = "Directions",
-                                      .language = language,
-                                      .spineAttributes = "page-progression-direction=\"rtl\""};
+                            const std::vector<SentenceMaker>& sentences, int paragraphs,
+                            const std::string& progression = "rtl") {
+  testing::PackageDescription package{
+      .identifier = "urn:uuid:5d1f2c3b-1a2b-4c3d-8e4f-5a6b7c8d9e0f",
+      .title = "Directions",
+      .language = language,
+      .spineAttributes = "page-progression-direction=\"" + progression + "\""};
   package.manifest.push_back({"style", "book.css", "text/css"});
   testing::EpubBuilder builder;
   for (std::size_t index = 0; index < sentences.size(); ++index) {
@@ -222,7 +230,7 @@ std::string directionalBook(const std::string& language, const std::string& styl
     package.spine.push_back(name);
     builder.addFile("OEBPS/" + name + ".xhtml",
                     scriptSection(static_cast<int>(index + 1), language,
-                                  language == "ja" ? "ltr" : "rtl", sentences[index], paragraphs));
+                                  language == "ar" ? "rtl" : "ltr", sentences[index], paragraphs));
   }
   builder.withPackageDocument(package);
   builder.addFile("OEBPS/book.css", style);
@@ -232,6 +240,11 @@ std::string directionalBook(const std::string& language, const std::string& styl
 std::string rightToLeftBook() {
   return directionalBook("ar", "body { line-height: 1.6; }\n",
                          {arabicSentence, hebrewSentence, arabicSentence}, 24);
+}
+
+std::string leftToRightBook() {
+  return directionalBook("en", "body { line-height: 1.5; }\n",
+                         {englishSentence, englishSentence, englishSentence}, 24, "ltr");
 }
 
 std::string verticalBook() {
@@ -411,6 +424,59 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, AFixedLayoutPageIsScaledToFitTheView) {
     }
   }
 }
+
+// ---- The reader's place through relayouts ---------------------------------------------------
+
+struct RelayoutCase {
+  const char* name;
+  std::string (*book)();
+  ReadingMode mode;
+};
+
+void PrintTo(const RelayoutCase& relayoutCase, std::ostream* stream) { *stream << relayoutCase.name; }
+
+class ReaderPlaceDisplayTest : public testing::ReaderRuntimeDisplayTest,
+                               public ::testing::WithParamInterface<RelayoutCase> {};
+
+// Text size up twice and down twice, as with Ctrl+plus and Ctrl+minus, after a few pages: the
+// place told to the native side (the one it saves) and the place shown are those from before,
+// and going to the told place, as a reopen does, shows the same page.
+TEST_P(ReaderPlaceDisplayTest, SizeChangesThatEndWhereTheyBeganKeepThePlace) {
+  openBook(GetParam().book());
+  ConfigureTypographyRequest typography;
+  typography.fontScale = {ResolvedTypographyFontScale::Mode::value, 1.0};
+  run(bridge().configureTypography(typography));
+  run(bridge().configureReadingMode(ConfigureReadingModeRequest{GetParam().mode}));
+  run(bridge().nextSection());
+  for (int turn = 0; turn < 4; ++turn) run(bridge().next());
+  const Locator before = run(bridge().currentLocator());
+  ASSERT_TRUE(before.cfi);
+
+  std::optional<Locator> told;
+  bridge().onLocatorChanged = [&](Locator locator) { told = std::move(locator); };
+  for (const double scale : {1.1, 1.21, 1.1, 1.0}) {
+    typography.fontScale.value = scale;
+    run(bridge().configureTypography(typography));
+    ASSERT_TRUE(told) << "no place told after scale " << scale;
+    EXPECT_EQ(told->cfi, before.cfi) << "told after scale " << scale;
+  }
+  bridge().onLocatorChanged = nullptr;
+  EXPECT_EQ(run(bridge().currentLocator()).cfi, before.cfi) << "shown";
+
+  run(bridge().nextSection());
+  run(bridge().goTo(GoToLocatorRequest{*told}));
+  EXPECT_EQ(run(bridge().currentLocator()).cfi, before.cfi) << "shown after going back";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Books, ReaderPlaceDisplayTest,
+    ::testing::Values(RelayoutCase{"LeftToRightPaginated", leftToRightBook, ReadingMode::paginated},
+                      RelayoutCase{"LeftToRightScrolled", leftToRightBook, ReadingMode::scrolled},
+                      RelayoutCase{"RightToLeftPaginated", rightToLeftBook, ReadingMode::paginated},
+                      RelayoutCase{"RightToLeftScrolled", rightToLeftBook, ReadingMode::scrolled},
+                      RelayoutCase{"VerticalPaginated", verticalBook, ReadingMode::paginated},
+                      RelayoutCase{"VerticalScrolled", verticalBook, ReadingMode::scrolled}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace tomekeeper

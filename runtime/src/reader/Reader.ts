@@ -83,10 +83,16 @@ export class Reader implements ReaderOperations {
   private settings: PresentationSettings = { ...defaultPresentation };
   private revision = 0;
   private current: SectionView | undefined;
-  // The reader's place as it was last told: after every move, relayout and scroll. A relayout
-  // that follows a change the reader did not make (fonts that arrive late, a new window size)
-  // starts from it, because by then the text on screen may already have moved.
-  private settledPlace: Locator | undefined;
+  // The reader's anchor: the place they went to, or the first visible character when they last
+  // turned a page or scrolled by hand. A relayout (type, spacing, margins, theme, mode, spread,
+  // window size, late fonts) shows the page that holds it and keeps it, never the new page's
+  // first character, so changes that end where they began give back the same page however many
+  // there were. It is the place told to the native side, which saves it. Cleared while the
+  // reader scrolls by hand; the end of that scroll takes the place on screen.
+  private anchor: Locator | undefined;
+  // Where the reader itself last put the viewport's scroll, so that the scroll events of its own
+  // moves are not taken for the reader's.
+  private ownScroll: { top: number; left: number } | undefined;
   private prepared = new Map<number, Promise<SectionView>>();
   private readonly loaded = new Set<SectionView>();
   private bookmarkCandidates: BookmarkVisibilityCandidate[] = [];
@@ -138,7 +144,7 @@ export class Reader implements ReaderOperations {
     this.closeSections();
     this.state = undefined;
     this.sectionTexts.clear();
-    this.settledPlace = undefined;
+    this.anchor = undefined;
     this.bookmarkCandidates = [];
     this.visibleBookmarks = undefined;
     this.environment.publicationOpening?.();
@@ -265,9 +271,11 @@ export class Reader implements ReaderOperations {
   }
 
   private showPlace(view: SectionView, place: number | SectionPlace): void {
-    if (typeof place === 'number') view.showPage(place, this.environment.viewport);
-    else if (place.point !== undefined) view.showPoint(place.point.node, place.point.offset, this.environment.viewport);
-    else view.showPage(place.page, this.environment.viewport);
+    const viewport = this.environment.viewport;
+    if (typeof place === 'number') view.showPage(place, viewport);
+    else if (place.point !== undefined) view.showPoint(place.point.node, place.point.offset, viewport);
+    else view.showPage(place.page, viewport);
+    this.ownScroll = { top: viewport.scrollTop, left: viewport.scrollLeft };
   }
 
   // Keeps the current section and its neighbours; other frames are released.
@@ -300,9 +308,12 @@ export class Reader implements ReaderOperations {
     return result;
   }
 
-  private async afterMove(locatorResolution?: string): Promise<ReaderPositionResult> {
+  // After a move of the reader's: the place on screen becomes the anchor, or `target` when the
+  // move went to a stored place that resolved by its CFI, which a relayout finds again exactly.
+  private async afterMove(locatorResolution?: string, target?: Locator): Promise<ReaderPositionResult> {
     const result = this.position(locatorResolution);
-    await this.settle();
+    await this.takePlaceOnScreen();
+    if (target !== undefined && (locatorResolution === 'cfi' || locatorResolution === 'cfi-text-assertion')) this.anchor = target;
     this.announcePlacement();
     return result;
   }
@@ -433,7 +444,7 @@ export class Reader implements ReaderOperations {
       resolution = placed.resolution;
       return placed;
     });
-    return this.afterMove(resolution);
+    return this.afterMove(resolution, locator);
   }
 
   // Finds the page of a locator in a laid-out section, trying the CFI, then the excerpt near the
@@ -522,34 +533,47 @@ export class Reader implements ReaderOperations {
     });
   }
 
-  // Lays every prepared section out again and puts the reader back at the first visible character.
+  // Lays every prepared section out again and shows the page that holds the anchor.
   private async relayout(): Promise<void> {
     this.applyPageChrome();
     const view = this.current;
     if (this.state === undefined || view === undefined) return;
-    const before = this.settledPlace ?? (await this.currentLocator());
+    let anchor = this.anchor;
+    if (anchor === undefined || this.spineIndexOf(anchor) !== view.spineIndex) anchor = await this.currentLocator();
     for (const [, pending] of this.prepared) {
       const prepared = await pending.catch(() => undefined);
       if (prepared !== undefined && prepared !== view) prepared.layout(this.settings, this.viewportMeasures());
     }
     view.layout(this.settings, this.viewportMeasures());
     this.applyScrollAxis(view);
-    this.showPlace(view, this.placeLocator(view, before, false, this.state));
-    await this.settle();
+    this.showPlace(view, this.placeLocator(view, anchor, false, this.state));
+    this.anchor = anchor;
+    this.environment.emitLocatorChanged(anchor);
     this.announcePlacement();
   }
 
-  // Takes the place on screen as the reader's and tells it.
-  async settle(): Promise<Locator> {
+  // Takes the place on screen as the reader's anchor and tells it.
+  private async takePlaceOnScreen(): Promise<Locator> {
     const locator = await this.currentLocator();
-    this.settledPlace = locator;
+    this.anchor = locator;
     this.environment.emitLocatorChanged(locator);
     return locator;
   }
 
-  // The reader is scrolling: until the scroll settles, the place is what the screen shows.
+  // A scroll of the viewport began. Unless it is the reader's own (a move or a relayout put the
+  // viewport there), the reader is scrolling by hand: until the scroll ends, the place is what
+  // the screen shows.
   unsettle(): void {
-    this.settledPlace = undefined;
+    const viewport = this.environment.viewport;
+    const own = this.ownScroll;
+    if (own !== undefined && own.top === viewport.scrollTop && own.left === viewport.scrollLeft) return;
+    this.ownScroll = undefined;
+    this.anchor = undefined;
+  }
+
+  // A scroll ended: after a scroll by hand, the place on screen becomes the anchor.
+  async settle(): Promise<void> {
+    if (this.anchor === undefined && this.current !== undefined) await this.takePlaceOnScreen();
   }
 
   handleResize(): void {
