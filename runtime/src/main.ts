@@ -1,7 +1,7 @@
 // Entry point of the runtime page. Runs as a classic script in the head, so `window.readerRuntime`
 // is in place before the page's load finishes; requests that come before the body exists wait for it.
 import { AnnotationLayer } from './annotations/AnnotationLayer';
-import { BridgeTransport } from './bridge/BridgeTransport';
+import { BridgeTransport, postToOwnWindow } from './bridge/BridgeTransport';
 import { loadBinary, loadText } from './publication/ResourceLoader';
 import { SectionDocuments, textRoot } from './publication/SectionDocuments';
 import { Reader } from './reader/Reader';
@@ -187,7 +187,7 @@ const deferredSearch: SearchOperations = {
   },
 };
 
-transport = new BridgeTransport(window, makeMethodHandlers(deferredReader, makeHighlightAndSearchHandlers(deferredAnnotations, deferredSearch)));
+transport = new BridgeTransport(postToOwnWindow, makeMethodHandlers(deferredReader, makeHighlightAndSearchHandlers(deferredAnnotations, deferredSearch)));
 
 window.readerRuntime = Object.freeze({
   receive: (request: unknown) => (transport as BridgeTransport).receive(request),

@@ -9,15 +9,10 @@ interface Captured {
 }
 
 function makeTransport(handlers: Record<string, MethodHandler>, handlerTimeoutMilliseconds?: number) {
-  const target = new EventTarget();
   const captured: Captured[] = [];
-  for (const type of ['tomekeeper-bridge-response', 'tomekeeper-bridge-event']) {
-    target.addEventListener(type, (event) => {
-      captured.push({ type, detail: (event as CustomEvent<Record<string, unknown>>).detail });
-    });
-  }
+  const send = (type: string, detail: object) => captured.push({ type, detail: detail as Record<string, unknown> });
   const options = handlerTimeoutMilliseconds === undefined ? {} : { handlerTimeoutMilliseconds };
-  const transport = new BridgeTransport(target, new Map(Object.entries(handlers)), options);
+  const transport = new BridgeTransport(send, new Map(Object.entries(handlers)), options);
   return { transport, captured };
 }
 

@@ -128,6 +128,30 @@ describe('PackageDocument', () => {
     expect(parsed.creators).toEqual([]);
   });
 
+  it('FramesOnlySpineItemsOfARenderedType', () => {
+    const cases: [string, boolean][] = [
+      ['application/xhtml+xml', true],
+      ['text/html', true],
+      ['Application/XHTML+XML', true],
+      ['image/svg+xml', false],
+      ['application/xml', false],
+      ['text/xml', false],
+      ['application/x-dtbook+xml', false],
+      ['image/jpeg', false],
+      ['', false],
+    ];
+    for (const [mediaType, framed] of cases) {
+      const text = `<package xmlns="http://www.idpf.org/2007/opf"><metadata/><manifest>
+        <item id="page" href="page.xhtml" media-type="application/xhtml+xml"/>
+        <item id="other" href="other" media-type="${mediaType}"/>
+      </manifest><spine><itemref idref="other"/><itemref idref="page"/></spine></package>`;
+      const spine = parsePackageDocument(text, packageURL, base).spine;
+      expect(spine.map((item) => [item.index, item.idref, item.cfiStep]), mediaType).toEqual(
+        framed ? [[0, 'other', 2], [1, 'page', 4]] : [[0, 'page', 4]],
+      );
+    }
+  });
+
   it('RefusesADocumentThatIsNotWellFormed', () => {
     expect(() => parsePackageDocument('<package><metadata>', packageURL, base)).toThrow(/well-formed/);
   });

@@ -15,7 +15,7 @@ inline constexpr std::int64_t kReaderBridgeProtocolVersion = 1;
 // Every request has this long to be answered; there is no other value.
 inline constexpr std::chrono::seconds kReaderBridgeRequestTimeout{10};
 
-// The DOM events by which the page sends replies and events up.
+// The channels of the messages by which the page sends replies and events up.
 inline constexpr std::string_view kReaderBridgeResponseEventName = "tomekeeper-bridge-response";
 inline constexpr std::string_view kReaderBridgeEventEventName = "tomekeeper-bridge-event";
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "runtime/PublicationResourceProvider.h"
 #include "runtime/PublicationSchemeRoute.h"
 
 namespace tomekeeper {
@@ -30,6 +31,14 @@ bool isWebScheme(std::string_view scheme) {
   return lower == "http" || lower == "https";
 }
 
+// The type without parameters, in lower case.
+std::string mimeEssence(std::string_view mimeType) {
+  std::string essence(mimeType.substr(0, mimeType.find(';')));
+  for (char& character : essence) character = g_ascii_tolower(character);
+  while (!essence.empty() && g_ascii_isspace(essence.back())) essence.pop_back();
+  return essence;
+}
+
 }  // namespace
 
 ReaderNavigationDecision decideReaderNavigation(std::optional<std::string_view> url,
@@ -52,7 +61,13 @@ ReaderNavigationDecision decideReaderResponse(std::string_view url, std::string_
   if (target == ReaderResponseTarget::mainFrameDocument) {
     return runtime ? ReaderNavigationDecision::allow : ReaderNavigationDecision::cancel;
   }
-  if (runtime && (mimeType == "text/html" || mimeType == "application/xhtml+xml")) {
+  const std::string essence = mimeEssence(mimeType);
+  const bool framedType = essence == "text/html" || essence == "application/xhtml+xml";
+  if (runtime && framedType) return ReaderNavigationDecision::cancel;
+  // A book document that the runtime does not frame (SVG, XML, anything unknown) is no frame's
+  // document either, whoever asked for it.
+  if (!runtime && parsePublicationSchemeRoute(url) && !framedType &&
+      publicationContentKind(essence) == PublicationContentKind::document) {
     return ReaderNavigationDecision::cancel;
   }
   return ReaderNavigationDecision::allow;

@@ -24,8 +24,10 @@ ReaderNavigationDecision decideReaderNavigation(std::optional<std::string_view> 
                                                 ReaderNavigationTrigger trigger);
 
 // The decision on a response of the private scheme, where WebKit tells the main frame's
-// document apart: the main frame holds only runtime URLs, and no other frame may hold a runtime
-// page (an HTML or XHTML document under /runtime/). Subresources pass. Pure.
+// document apart: the main frame holds only runtime URLs, no other frame may hold a runtime
+// page (an HTML or XHTML document under /runtime/), and a book's response in another frame is
+// either an HTML or XHTML document or of a passive type (publicationContentKind): an SVG or XML
+// document of the book is never a frame's document. Subresources pass. Pure.
 ReaderNavigationDecision decideReaderResponse(std::string_view url, std::string_view mimeType,
                                               ReaderResponseTarget target);
 

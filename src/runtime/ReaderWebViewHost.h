@@ -23,28 +23,33 @@
 namespace tomekeeper {
 
 // The script world in which the forwarder runs and the message handler lives. Page script
-// cannot reach it, so the page's one way up is the two DOM events.
+// cannot reach it, so the page's one way up is a message to its own window on one of the two
+// channels.
 inline constexpr std::string_view kReaderBridgeScriptWorld = "TomekeeperPrivilegedBridge";
 // The message handler that receives the forwarded replies and events.
 inline constexpr std::string_view kReaderBridgeMessageHandler = "readerBridge";
-// The forwarder, injected at document start in the main frame of that world. It spreads
-// `kind` last, so the page cannot choose it, and posts JSON text: a posted object would be
-// serialized for the UI process, rebuilt there as a JavaScript value and only then written as
-// JSON, three passes over a batch of search results where one will do.
+// The forwarder, injected at document start in the main frame of that world. The runtime page
+// posts each reply and event to its own window under a channel; the forwarder takes only
+// messages whose source is that window (a book's frame shares the page's origin, and its posts
+// name the frame as their source), stops them there so that no page listener pays for reading
+// them, spreads `kind` last so the page cannot choose it, and posts JSON text: a posted object
+// would be serialized for the UI process, rebuilt there as a JavaScript value and only then
+// written as JSON, three passes over a batch of search results where one will do.
 inline constexpr std::string_view kReaderBridgeForwarderScript =
     "(() => {\n"
-    "  window.addEventListener('tomekeeper-bridge-response', event => {\n"
-    "    const value = event.detail;\n"
+    "  window.addEventListener('message', event => {\n"
+    "    if (event.source !== window) return;\n"
+    "    const message = event.data;\n"
+    "    if (!message || typeof message !== 'object') return;\n"
+    "    const kind = message.channel === 'tomekeeper-bridge-response' ? 'response'\n"
+    "        : message.channel === 'tomekeeper-bridge-event' ? 'event' : undefined;\n"
+    "    if (kind === undefined) return;\n"
+    "    event.stopImmediatePropagation();\n"
+    "    const value = message.detail;\n"
     "    if (!value || typeof value !== 'object') return;\n"
     "    window.webkit.messageHandlers.readerBridge.postMessage(\n"
-    "        JSON.stringify({...value, kind: 'response'}));\n"
-    "  });\n"
-    "  window.addEventListener('tomekeeper-bridge-event', event => {\n"
-    "    const value = event.detail;\n"
-    "    if (!value || typeof value !== 'object') return;\n"
-    "    window.webkit.messageHandlers.readerBridge.postMessage(\n"
-    "        JSON.stringify({...value, kind: 'event'}));\n"
-    "  });\n"
+    "        JSON.stringify({...value, kind}));\n"
+    "  }, true);\n"
     "})();";
 // The body of the function that delivers each request, in the page world. The envelope travels
 // as JSON text and is parsed there: WebKitGTK refuses any GVariant argument that holds an array

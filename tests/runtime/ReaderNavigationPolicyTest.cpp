@@ -75,5 +75,28 @@ TEST(ReaderNavigationPolicyTest, NoOtherFrameHoldsARuntimePage) {
       Decision::allow);
 }
 
+TEST(ReaderNavigationPolicyTest, ABookFrameHoldsOnlyARenderedOrPassiveType) {
+  const std::string book = "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/OEBPS/";
+  const struct {
+    const char* name;
+    const char* mimeType;
+    Decision decision;
+  } cases[] = {
+      {"a.xhtml", "application/xhtml+xml", Decision::allow},
+      {"a.html", "Text/HTML; charset=utf-8", Decision::allow},
+      {"cover.jpg", "image/jpeg", Decision::allow},
+      {"chapter.svg", "image/svg+xml", Decision::cancel},
+      {"chapter.xhtml", "image/svg+xml", Decision::cancel},
+      {"data.xml", "application/xml", Decision::cancel},
+      {"notes.txt", "text/plain", Decision::cancel},
+      {"LICENSE", "application/octet-stream", Decision::cancel},
+  };
+  for (const auto& [name, mimeType, decision] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(decideReaderResponse(book + name, mimeType, ReaderResponseTarget::otherResource),
+              decision);
+  }
+}
+
 }  // namespace
 }  // namespace tomekeeper

@@ -50,6 +50,9 @@ class ReaderWebViewHostDisplayTest : public ::testing::Test {
               "<a id=\"mail\" href=\"mailto:someone@example.invalid\">mail</a>"
               "</body></html>");
     writeFile(book / "OEBPS/style.css", "p { color: black; }");
+    writeFile(book / "OEBPS/chapter.svg",
+              "<svg xmlns=\"http://www.w3.org/2000/svg\"><title>SVG chapter</title>"
+              "<script>window.scriptRan = true;</script></svg>");
     host_ = ReaderWebViewHost::create();
     host_->onExternalLink = [this](std::string url) { externalLinks_.push_back(std::move(url)); };
     host_->registerPublication(kPublicationID, book);
@@ -121,6 +124,17 @@ TEST_F(ReaderWebViewHostDisplayTest, APageCannotForgeTheKindOfAReply) {
   EXPECT_EQ(locatorEvents, 0);
 }
 
+TEST_F(ReaderWebViewHostDisplayTest, AMessageFromAFrameNeverReachesTheBridge) {
+  prepareRuntime();
+  int locatorEvents = 0;
+  host_->bridge()->onLocatorChanged = [&](Locator) { ++locatorEvents; };
+  // The frame's forged event and reply were posted before the page's own reply, so they would
+  // have arrived before it.
+  const json result = call("postFromAFrame");
+  EXPECT_EQ(result, json({{"forged", false}}));
+  EXPECT_EQ(locatorEvents, 0);
+}
+
 TEST_F(ReaderWebViewHostDisplayTest, AProvisionalNavigationFailsPendingRequests) {
   prepareRuntime();
   const std::uint64_t generation = host_->bridge()->generation();
@@ -169,6 +183,13 @@ TEST_F(ReaderWebViewHostDisplayTest, ABookPageRunsNoScript) {
   EXPECT_EQ(state["scriptRan"], false);
 }
 
+TEST_F(ReaderWebViewHostDisplayTest, AnSVGDocumentOfTheBookIsNoFramesDocument) {
+  prepareRuntime();
+  const json state = call("loadFrame", {{"href", bookURL("OEBPS/chapter.svg")}});
+  EXPECT_NE(state["href"], bookURL("OEBPS/chapter.svg"));
+  EXPECT_EQ(state["scriptRan"], false);
+}
+
 TEST_F(ReaderWebViewHostDisplayTest, ThePolicyHeaderComesOnlyWithBookDocuments) {
   prepareRuntime();
   const json page = call("headers", {{"href", bookURL("OEBPS/page.xhtml")}});
@@ -176,6 +197,12 @@ TEST_F(ReaderWebViewHostDisplayTest, ThePolicyHeaderComesOnlyWithBookDocuments) 
   EXPECT_EQ(page["contentType"], "application/xhtml+xml");
   EXPECT_EQ(page["cacheControl"], "no-store");
   EXPECT_EQ(page["contentSecurityPolicy"], std::string(kPublicationContentSecurityPolicy));
+
+  EXPECT_EQ(page["contentTypeOptions"], "nosniff");
+
+  const json svg = call("headers", {{"href", bookURL("OEBPS/chapter.svg")}});
+  EXPECT_EQ(svg["contentType"], "image/svg+xml");
+  EXPECT_EQ(svg["contentSecurityPolicy"], std::string(kPublicationContentSecurityPolicy));
 
   const json style = call("headers", {{"href", bookURL("OEBPS/style.css")}});
   EXPECT_EQ(style["status"], 200);

@@ -1,6 +1,7 @@
 // The page's end of the bridge: takes request envelopes from `window.readerRuntime.receive`, runs
-// them one at a time in arrival order, and answers each exactly once by a DOM event on the window.
-// Events carry the generation of the latest request, so the native side can drop those of an
+// them one at a time in arrival order, and answers each exactly once by a message that the window
+// posts to itself. The native forwarder takes only messages whose source is this window, so a
+// book's frame, which shares the page's origin, cannot speak for the runtime. Events carry the generation of the latest request, so the native side can drop those of an
 // earlier page load; before the first request no event can be sent at all.
 import { BridgeRequestError } from './BridgeRequestError';
 import { bridgeCatalogue, bridgeEventNames, bridgeMethodNames } from './catalogue';
@@ -28,8 +29,17 @@ export interface BridgeTransportOptions {
   // A handler that has not settled by then is answered with "runtime-timeout", so that the native
   // side hears a failure from the runtime instead of its own timeout, and the queue moves on.
   handlerTimeoutMilliseconds?: number;
-  // Builds the DOM event; tests may give their own constructor.
-  makeEvent?: (type: string, detail: unknown) => Event;
+}
+
+// Hands a reply or event to the native side under its channel (the catalogue's response or event
+// name).
+export type BridgeSend = (channel: string, detail: BridgeReplyDetail | BridgeEventDetail) => void;
+
+// The page's way up: a message to its own window, which the forwarder checks by its source. The
+// target origin is '*' because the message never leaves this window, and the private scheme's
+// origin has no spelling that postMessage takes.
+export function postToOwnWindow(channel: string, detail: BridgeReplyDetail | BridgeEventDetail): void {
+  window.postMessage({ channel, detail }, '*');
 }
 
 const defaultHandlerTimeoutMilliseconds = 9000;
@@ -44,28 +54,26 @@ export function isPlainObject(value: unknown): value is BridgePayload {
 }
 
 // Strips `undefined` fields and anything that JSON can't carry, so the detail is a plain object
-// that the forwarding script can spread and post.
+// that the window's message can carry and the forwarding script can spread and post.
 function toWireValue(value: unknown): unknown {
   if (value === undefined) return {};
   return JSON.parse(JSON.stringify(value)) as unknown;
 }
 
 export class BridgeTransport {
-  private readonly target: EventTarget;
+  private readonly send: BridgeSend;
   private readonly handlers: ReadonlyMap<string, MethodHandler>;
   private readonly handlerTimeoutMilliseconds: number;
-  private readonly makeEvent: (type: string, detail: unknown) => Event;
   private queue: Promise<void> = Promise.resolve();
   private latestGeneration: number | undefined;
 
-  constructor(target: EventTarget, handlers: ReadonlyMap<string, MethodHandler>, options: BridgeTransportOptions = {}) {
+  constructor(send: BridgeSend, handlers: ReadonlyMap<string, MethodHandler>, options: BridgeTransportOptions = {}) {
     for (const name of handlers.keys()) {
       if (!bridgeMethodNames.has(name)) throw new Error(`handler for a method outside the catalogue: ${name}`);
     }
-    this.target = target;
+    this.send = send;
     this.handlers = handlers;
     this.handlerTimeoutMilliseconds = options.handlerTimeoutMilliseconds ?? defaultHandlerTimeoutMilliseconds;
-    this.makeEvent = options.makeEvent ?? ((type, detail) => new CustomEvent(type, { detail }));
   }
 
   get generation(): number | undefined {
@@ -108,7 +116,7 @@ export class BridgeTransport {
       event,
       payload: form === 'plain' ? payload : (toWireValue(payload) as BridgePayload),
     };
-    this.target.dispatchEvent(this.makeEvent(bridgeCatalogue.eventEventName, detail));
+    this.send(bridgeCatalogue.eventEventName, detail);
     return true;
   }
 
@@ -152,7 +160,7 @@ export class BridgeTransport {
   }
 
   private reply(detail: BridgeReplyDetail): void {
-    this.target.dispatchEvent(this.makeEvent(bridgeCatalogue.responseEventName, detail));
+    this.send(bridgeCatalogue.responseEventName, detail);
   }
 }
 

@@ -1,6 +1,9 @@
 // One book section in its own iframe. The frame loads the section's own URL on the publication
 // scheme, so the section's content policy applies and its scripts never run; this page shares the
-// frame's origin and styles and measures it from outside.
+// frame's origin and styles and measures it from outside. Only documents of a rendered type are
+// framed (renderedSpineMediaTypes). The frame carries no sandbox attribute: WebKit does not call
+// this page's listeners on a document sandboxed without scripts, and the selection, the highlight
+// menu and the relayout after late fonts all listen there.
 import { runtimeNodeAttribute } from '../cfi/ignoredNodes';
 import { TextIndex } from '../cfi/TextIndex';
 import { firstVisiblePosition, type CharacterPlacement } from '../locator/FirstVisible';

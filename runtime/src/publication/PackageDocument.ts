@@ -13,6 +13,11 @@ import {
 export type PageProgressionDirection = 'ltr' | 'rtl' | 'default';
 export type RenditionLayout = 'reflowable' | 'pre-paginated';
 
+// The types of the documents that the reader shows in a section frame. A spine item of any other
+// type (SVG, plain XML, anything a book may name) is left out of the spine: such a document is
+// never framed, so no way of running script that its type may bring can reach the page.
+export const renderedSpineMediaTypes: ReadonlySet<string> = new Set(['application/xhtml+xml', 'text/html']);
+
 export interface ManifestItem {
   id: string;
   // Absolute URL on the publication scheme.
@@ -142,7 +147,7 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
     if (element.localName !== 'itemref') return;
     const idref = element.getAttribute('idref');
     const item = idref === null ? undefined : manifestByID.get(idref);
-    if (idref === null || item === undefined) return;
+    if (idref === null || item === undefined || !renderedSpineMediaTypes.has(item.mediaType)) return;
     const properties = tokens(element.getAttribute('properties'));
     let itemLayout = layout;
     if (properties.includes('rendition:layout-pre-paginated')) itemLayout = 'pre-paginated';

@@ -1,17 +1,15 @@
 // A small stand-in for the reader runtime, for the display tests of the web view host. It
-// answers the bridge's envelopes by the two DOM events and offers a few test methods that act
+// answers the bridge's envelopes by messages to its own window, as the runtime does, and offers a few test methods that act
 // on the book frame.
 (() => {
   let latestGeneration = 0;
+  const post = (channel, detail) => window.postMessage({ channel, detail }, '*');
   const reply = (request, detail) =>
-    window.dispatchEvent(new CustomEvent('tomekeeper-bridge-response', {
-      detail: { version: 1, id: request.id, generation: request.generation, ...detail },
-    }));
+    post('tomekeeper-bridge-response',
+         { version: 1, id: request.id, generation: request.generation, ...detail });
   const succeed = (request, result) => reply(request, { ok: true, result });
   const sendEvent = (generation, event, payload) =>
-    window.dispatchEvent(new CustomEvent('tomekeeper-bridge-event', {
-      detail: { version: 1, generation, event, payload },
-    }));
+    post('tomekeeper-bridge-event', { version: 1, generation, event, payload });
   const frame = () => document.getElementById('book');
   const frameState = () => {
     const state = { href: null, scriptRan: false, title: null };
@@ -46,6 +44,20 @@
         result: { forged: false },
       });
     },
+    postFromAFrame: (request) => {
+      // What a script of a book's frame could try: post on the page's channels, from a frame
+      // of the page's origin. Then the real reply, which arrives after it.
+      const other = document.createElement('iframe');
+      document.body.appendChild(other);
+      other.contentWindow.Function('generation', `
+        parent.postMessage({ channel: 'tomekeeper-bridge-event', detail: { version: 1, generation,
+          event: 'locatorChanged', payload: { locator: { spineHref: 'forged.xhtml', spineIndex: 0 } } } }, '*');
+        parent.postMessage({ channel: 'tomekeeper-bridge-response', detail: { version: 1,
+          id: '${request.id}', generation, ok: true, result: { forged: true } } }, '*');
+      `)(request.generation);
+      other.remove();
+      succeed(request, { forged: false });
+    },
     loadFrame: async (request) => {
       const loaded = new Promise((resolve) => frame().addEventListener('load', resolve, { once: true }));
       frame().src = request.payload.href;
@@ -72,6 +84,7 @@
         contentType: xhr.getResponseHeader('Content-Type'),
         cacheControl: xhr.getResponseHeader('Cache-Control'),
         contentSecurityPolicy: xhr.getResponseHeader('Content-Security-Policy'),
+        contentTypeOptions: xhr.getResponseHeader('X-Content-Type-Options'),
       });
       xhr.onerror = () => reply(request, { ok: false, error: { code: 'unreadable', message: request.payload.href } });
       xhr.send();
