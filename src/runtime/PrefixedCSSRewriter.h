@@ -32,6 +32,9 @@ class PrefixedCSSRewriter {
   static std::string rewriteStyleSheet(std::string_view styleSheet);
   // The value of a style attribute: a list of declarations without braces.
   static std::string rewriteStyleAttribute(std::string_view declarations);
+  // Markup is not CSS: the text of a <style> element or a style attribute is given as the XML
+  // parser decodes it (references such as &quot; resolved, CDATA unwrapped), and the result is
+  // escaped again when it is written back into a document.
 };
 
 }  // namespace tomekeeper
