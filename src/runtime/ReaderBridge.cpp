@@ -208,6 +208,33 @@ void ReaderBridge::failAllPending(const ReaderBridgeFailure& failure) {
   for (const Uuid& id : snapshot) completeRequest(id, failure);
 }
 
+void ReaderBridge::receiveMessageText(std::string_view text) {
+  if (text.size() > kMaximumReaderMessageBytes) {
+    ++droppedMessageCount_;
+    return;
+  }
+  // The parser stops at the first value too deep: a hostile message costs no more than the
+  // nesting it is allowed, and nothing later walks a deeper tree.
+  struct TooDeep {};
+  const nlohmann::json::parser_callback_t limitDepth = [](int depth, nlohmann::json::parse_event_t,
+                                                          nlohmann::json&) {
+    // The parser counts the outermost value as depth 0.
+    if (depth >= kMaximumReaderMessageDepth) throw TooDeep{};
+    return true;
+  };
+  nlohmann::json body;
+  try {
+    body = nlohmann::json::parse(text, limitDepth, /*allow_exceptions=*/false);
+  } catch (const TooDeep&) {
+    body = nlohmann::json::value_t::discarded;
+  }
+  if (!body.is_object()) {
+    ++droppedMessageCount_;
+    return;
+  }
+  receiveMessage(body);
+}
+
 void ReaderBridge::receiveMessage(const nlohmann::json& body) {
   if (!body.is_object()) return;
   const auto* kind = member(body, "kind");

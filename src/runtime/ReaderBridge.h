@@ -9,6 +9,7 @@
 #include <set>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -24,6 +25,12 @@
 #include "runtime/ReaderBridgeTransport.h"
 
 namespace tomekeeper {
+
+// The most that one message from the page may be: its JSON text in bytes (a batch of search
+// results or a long book's contents take a few hundred kilobytes), and the nesting of its
+// arrays and objects, as the stores allow.
+inline constexpr std::size_t kMaximumReaderMessageBytes = 16 * 1024 * 1024;
+inline constexpr int kMaximumReaderMessageDepth = 64;
 
 // The one channel between a reading session and the reader runtime in its web view: requests
 // with a timeout go down through the transport, replies and events come up through
@@ -101,6 +108,11 @@ class ReaderBridge : public std::enable_shared_from_this<ReaderBridge> {
   // Entry of the message handler: one reply or event forwarded from the page. Never throws
   // for anything that the page sends; a malformed message is dropped without a log.
   void receiveMessage(const nlohmann::json& body);
+  // Entry of the message handler for the JSON text that the forwarder posts: text longer than
+  // kMaximumReaderMessageBytes, nested deeper than kMaximumReaderMessageDepth, not JSON or not
+  // an object is dropped before anything reads it, and counted; anything else goes on to
+  // receiveMessage. Never throws for anything that the page sends.
+  void receiveMessageText(std::string_view text);
 
   // The page-load epoch. Only the web view host raises it.
   std::uint64_t generation() const noexcept { return generation_; }
@@ -108,6 +120,8 @@ class ReaderBridge : public std::enable_shared_from_this<ReaderBridge> {
 
   // Observations of the bookkeeping, for diagnostics and tests.
   std::size_t ignoredLateReplyCount() const noexcept { return ignoredLateReplyCount_; }
+  // Messages that receiveMessageText dropped for their size, depth or form.
+  std::size_t droppedMessageCount() const noexcept { return droppedMessageCount_; }
   // How many times `id` was finished; absent when it never was.
   std::optional<int> completionCount(const Uuid& id) const;
   bool isPending(const Uuid& id) const { return pending_.contains(id); }
@@ -140,6 +154,7 @@ class ReaderBridge : public std::enable_shared_from_this<ReaderBridge> {
   std::set<Uuid> cancelledBeforeRegistration_;
   std::uint64_t generation_ = 0;
   std::size_t ignoredLateReplyCount_ = 0;
+  std::size_t droppedMessageCount_ = 0;
   std::map<Uuid, int> completionCounts_;
 };
 

@@ -361,13 +361,10 @@ void ReaderWebViewHost::handleScriptMessage(WebKitUserContentManager*, JSCValue*
   auto* host = static_cast<ReaderWebViewHost*>(data);
   // The forwarder posts each message as JSON text.
   if (value == nullptr || !jsc_value_is_string(value)) return;
-  gchar* text = jsc_value_to_string(value);
+  const std::unique_ptr<gchar, decltype(&g_free)> text(jsc_value_to_string(value), g_free);
   if (text == nullptr) return;
-  const nlohmann::json body = nlohmann::json::parse(text, nullptr, false);
-  g_free(text);
-  if (!body.is_object()) return;
   try {
-    host->bridge_->receiveMessage(body);
+    host->bridge_->receiveMessageText(text.get());
   } catch (const std::exception& error) {
     // A session callback failed; the message handler must never unwind into WebKit.
     g_warning("A reader event handler failed: %s", error.what());

@@ -34,7 +34,9 @@ inline constexpr std::string_view kReaderBridgeMessageHandler = "readerBridge";
 // name the frame as their source), stops them there so that no page listener pays for reading
 // them, spreads `kind` last so the page cannot choose it, and posts JSON text: a posted object
 // would be serialized for the UI process, rebuilt there as a JavaScript value and only then
-// written as JSON, three passes over a batch of search results where one will do.
+// written as JSON, three passes over a batch of search results where one will do. Text longer
+// than kMaximumReaderMessageBytes could hold stays in the web process; the bridge checks the
+// exact limits.
 inline constexpr std::string_view kReaderBridgeForwarderScript =
     "(() => {\n"
     "  window.addEventListener('message', event => {\n"
@@ -47,8 +49,9 @@ inline constexpr std::string_view kReaderBridgeForwarderScript =
     "    event.stopImmediatePropagation();\n"
     "    const value = message.detail;\n"
     "    if (!value || typeof value !== 'object') return;\n"
-    "    window.webkit.messageHandlers.readerBridge.postMessage(\n"
-    "        JSON.stringify({...value, kind}));\n"
+    "    const text = JSON.stringify({...value, kind});\n"
+    "    if (text.length > 16 * 1024 * 1024) return;\n"
+    "    window.webkit.messageHandlers.readerBridge.postMessage(text);\n"
     "  }, true);\n"
     "})();";
 // The body of the function that delivers each request, in the page world. The envelope travels
