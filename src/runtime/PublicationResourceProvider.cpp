@@ -116,7 +116,7 @@ PublicationContentKind publicationContentKind(std::string_view mimeType) {
   if (type == "text/css") return PublicationContentKind::passive;
   // Fonts under the names that older books and type databases still give them.
   static constexpr std::array<std::string_view, 6> kFontTypes{
-      "application/font-woff", "application/font-sfnt",     "application/vnd.ms-opentype",
+      "application/font-woff",  "application/font-sfnt",  "application/vnd.ms-opentype",
       "application/x-font-ttf", "application/x-font-otf", "application/x-font-truetype"};
   for (const std::string_view fontType : kFontTypes) {
     if (type == fontType) return PublicationContentKind::passive;

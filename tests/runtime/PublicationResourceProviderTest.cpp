@@ -185,9 +185,9 @@ TEST_F(PublicationResourceProviderTest, AttachesThePolicyByServedTypeWhenAsked) 
     return provider().resource(path, use).contentSecurityPolicy;
   };
   // Documents, whatever their name says, and anything of a type not known.
-  for (const char* path : {"a.html", "a.htm", "OEBPS/a.xhtml", "A.XHTML", "chapter.svg",
-                           "chapter.xml", "content.opf", "toc.ncx", "script.js", "LICENSE",
-                           "data.unknownextensionxyz"}) {
+  for (const char* path :
+       {"a.html", "a.htm", "OEBPS/a.xhtml", "A.XHTML", "chapter.svg", "chapter.xml", "content.opf",
+        "toc.ncx", "script.js", "LICENSE", "data.unknownextensionxyz"}) {
     SCOPED_TRACE(path);
     EXPECT_EQ(policyOf(path, ContentSecurityPolicyUse::applied),
               std::string(kPublicationContentSecurityPolicy));
@@ -220,7 +220,8 @@ INSTANTIATE_TEST_SUITE_P(
                       ContentKindCase{"XHTML", "application/xhtml+xml", kDocument},
                       ContentKindCase{"SVG", "image/svg+xml", kDocument},
                       ContentKindCase{"SVGInCapitals", "IMAGE/SVG+XML", kDocument},
-                      ContentKindCase{"SVGWithParameter", "image/svg+xml; charset=utf-8", kDocument},
+                      ContentKindCase{"SVGWithParameter", "image/svg+xml; charset=utf-8",
+                                      kDocument},
                       ContentKindCase{"CompressedSVG", "image/svg+xml-compressed", kDocument},
                       ContentKindCase{"PlainXML", "application/xml", kDocument},
                       ContentKindCase{"TextXML", "text/xml", kDocument},
