@@ -25,10 +25,13 @@ std::string_view schemeOf(std::string_view url) {
   return scheme;
 }
 
-bool isWebScheme(std::string_view scheme) {
+// The schemes of addresses that a reader may take out of the book, once they agree: the web,
+// mail and telephone. Anything else (file, data, javascript, another application's scheme) is
+// never handed to the desktop.
+bool isLeavingScheme(std::string_view scheme) {
   std::string lower(scheme);
   for (char& character : lower) character = g_ascii_tolower(character);
-  return lower == "http" || lower == "https";
+  return lower == "http" || lower == "https" || lower == "mailto" || lower == "tel";
 }
 
 // The type without parameters, in lower case.
@@ -45,7 +48,7 @@ ReaderNavigationDecision decideReaderNavigation(std::optional<std::string_view> 
                                                 ReaderNavigationTrigger trigger) {
   if (!url || url->empty()) return ReaderNavigationDecision::cancel;
   const std::string_view scheme = schemeOf(*url);
-  if (trigger == ReaderNavigationTrigger::linkActivated && isWebScheme(scheme)) {
+  if (trigger == ReaderNavigationTrigger::linkActivated && isLeavingScheme(scheme)) {
     return ReaderNavigationDecision::openExternally;
   }
   if (parsePublicationSchemeRoute(*url) || parseRuntimeResourcePath(*url)) {

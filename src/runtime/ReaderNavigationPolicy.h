@@ -16,7 +16,8 @@ enum class ReaderResponseTarget { mainFrameDocument, otherResource };
 
 // The decision on a navigation action, taken before anything is requested. WebKitGTK does not
 // say which frame a navigation action targets, so the frame rules are split: here a link
-// click to http(s) opens externally (the runtime page carries no such links; book pages do),
+// click to an http, https, mailto or tel address opens externally, which the host's owner
+// must ask the reader about first (the runtime page carries no such links; book pages do),
 // runtime URLs and publication routes go on, "about" (exactly) goes on, and everything else -
 // other schemes, other hosts, web addresses reached any other way - is cancelled, so nothing
 // leaves the machine. Which frame may hold what is enforced by decideReaderResponse. Pure.

@@ -90,8 +90,9 @@ class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost>
   }
   bool isClosed() const noexcept { return isClosed_; }
 
-  // Called with a web address that the reader clicked in a book; the navigation itself is
-  // cancelled. Set by the session, which opens it (openExternalURL).
+  // Called with an address out of the book (http, https, mailto, tel) that the reader clicked;
+  // the navigation itself is cancelled. Set by the session, whose opener asks the reader before
+  // anything leaves.
   std::function<void(std::string url)> onExternalLink;
 
   // Makes a publication's extracted files reachable under its id. Throws the provider's

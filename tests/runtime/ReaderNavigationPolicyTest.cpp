@@ -17,22 +17,18 @@ TEST(ReaderNavigationPolicyTest, ANavigationWithoutURLIsCancelled) {
   EXPECT_EQ(decideReaderNavigation("", Trigger::linkActivated), Decision::cancel);
 }
 
-TEST(ReaderNavigationPolicyTest, AClickedWebLinkOpensExternallyWhateverItsCase) {
-  EXPECT_EQ(decideReaderNavigation("https://example.org/", Trigger::linkActivated),
-            Decision::openExternally);
-  EXPECT_EQ(decideReaderNavigation("HTTPS://example.org/", Trigger::linkActivated),
-            Decision::openExternally);
-  EXPECT_EQ(decideReaderNavigation("http://example.org/", Trigger::linkActivated),
-            Decision::openExternally);
-}
-
-TEST(ReaderNavigationPolicyTest, AWebAddressReachedOtherwiseIsCancelled) {
-  EXPECT_EQ(decideReaderNavigation("https://example.org/", Trigger::other), Decision::cancel);
-  EXPECT_EQ(decideReaderNavigation("http://example.org/", Trigger::other), Decision::cancel);
+TEST(ReaderNavigationPolicyTest, AClickedLinkOutOfTheBookOpensExternallyWhateverItsCase) {
+  for (const char* url : {"https://example.org/", "HTTPS://example.org/", "http://example.org/",
+                          "mailto:a@example.org", "MailTo:a@example.org", "tel:+15550100"}) {
+    SCOPED_TRACE(url);
+    EXPECT_EQ(decideReaderNavigation(url, Trigger::linkActivated), Decision::openExternally);
+    // Reached any other way (a script, a refresh, a form), it goes nowhere.
+    EXPECT_EQ(decideReaderNavigation(url, Trigger::other), Decision::cancel);
+  }
 }
 
 TEST(ReaderNavigationPolicyTest, OtherSchemesAreCancelledEvenWhenClicked) {
-  for (const char* url : {"mailto:a@example.org", "file:///etc/passwd", "data:text/html,x",
+  for (const char* url : {"file:///etc/passwd", "data:text/html,x",
                           "javascript:alert(1)", "ftp://example.org/", "httpx://example.org/"}) {
     EXPECT_EQ(decideReaderNavigation(url, Trigger::linkActivated), Decision::cancel) << url;
   }
