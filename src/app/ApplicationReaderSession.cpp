@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "session/WebViewReaderHost.h"
+#include "views/ExternalLinkConsent.h"
 
 namespace tomekeeper {
 
@@ -73,6 +74,9 @@ std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
   dependencies.readingModeRepository = readingModeRepository_;
   dependencies.pageLayoutRepository = pageLayoutRepository_;
   dependencies.scrolledContentWidthRepository = scrolledContentWidthRepository_;
+  // A link out of the book asks the reader first.
+  dependencies.externalURLOpener =
+      std::make_shared<ExternalLinkConsent>(webView, std::make_shared<SystemExternalURLOpener>());
   return std::make_shared<ApplicationReaderSession>(ReaderSession::create(std::move(dependencies)),
                                                     webView);
 }

@@ -4,11 +4,13 @@
 
 namespace tomekeeper {
 
-// The one door to the outside: a web address that the reader clicked in a book. Main executor.
+// The one door to the outside: an address out of the book (web, mail, telephone) that the reader
+// clicked. The application's opener asks the reader first (ExternalLinkConsent) and hands the
+// address to SystemExternalURLOpener only when they agree. Main executor.
 class ExternalURLOpening {
  public:
   virtual ~ExternalURLOpening() = default;
-  // Asks the desktop to open `url`; returns whether it did.
+  // Opens `url`, or asks to; returns whether it was opened by the time of the return.
   virtual bool open(const std::string& url) = 0;
 };
 
