@@ -78,7 +78,9 @@ export class SectionView {
             reject(new Error(`section document unreadable: ${url}`));
             return;
           }
-          resolve();
+          // The first layout reads the writing mode and the extent that the book's style sheets
+          // give; measured before they apply, a vertical section is laid out as horizontal.
+          void stylesheetsLoaded(contentDocument, loadTimeoutMilliseconds).then(() => resolve());
         },
         { once: true },
       );
@@ -148,6 +150,9 @@ export class SectionView {
     // The viewport's own padding already holds the page margin on the start side.
     frameStyle.left = '0px';
     frameStyle.width = `${width}px`;
+    // The frame takes its new width now, so that the section measured below is laid out at it
+    // (a fresh frame would otherwise be measured at the default width of an iframe).
+    void this.frame.offsetWidth;
     root.style.setProperty('writing-mode', writingMode);
     root.style.setProperty('direction', direction);
     root.style.setProperty('transform', 'none');
@@ -375,4 +380,21 @@ export class SectionView {
     if (this.geometry.progression === 'forward') return clampPage(pageForCoordinate(rect.left - shift, this.geometry), this.pageCount);
     return clampPage(pageForCoordinate(rect.right - shift, this.geometry, this.geometry.pageSize), this.pageCount);
   }
+}
+
+// Resolves once every style sheet that the document links has loaded or failed, or after
+// `limitMilliseconds`.
+function stylesheetsLoaded(doc: Document, limitMilliseconds: number): Promise<void> {
+  const pending = [...doc.querySelectorAll('link')].filter(
+    (link) => /(^|\s)stylesheet(\s|$)/i.test(link.rel) && link.sheet === null,
+  );
+  if (pending.length === 0) return Promise.resolve();
+  const loads = pending.map(
+    (link) =>
+      new Promise<void>((resolve) => {
+        link.addEventListener('load', () => resolve(), { once: true });
+        link.addEventListener('error', () => resolve(), { once: true });
+      }),
+  );
+  return Promise.race([Promise.all(loads).then(() => undefined), new Promise<void>((resolve) => setTimeout(resolve, limitMilliseconds))]);
 }
