@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ReaderRuntimeDisplayFixture.h"
+#include "runtime/PublicationSafetyScan.h"
 
 namespace tomekeeper::testing {
 namespace {
@@ -182,10 +183,43 @@ TEST_F(HostileBookDisplayTest, NothingOfTheBookRunsOrReachesTheWeb) {
       [&] { return !listener_.paths().empty() && listener_.paths().back() == "/sentinel"; }, 10s));
   EXPECT_EQ(listener_.paths(), std::vector<std::string>{"/sentinel"});
 
+  // The book's safety report counts every attempt of its documents, the two that the runtime
+  // never framed among them.
+  const PublicationSafetyReport report = scanPublicationSafety(directory_ / "Extracted");
+  EXPECT_EQ(report.scriptElements, 7u);
+  EXPECT_EQ(report.eventHandlerAttributes, 4u);
+  EXPECT_EQ(report.javascriptURLs, 1u);
+  EXPECT_EQ(report.webReferences, 25u);
+  EXPECT_EQ(report.webLinks, 2u);
+  EXPECT_EQ(report.forms, 1u);
+  EXPECT_EQ(report.metaRefreshes, 1u);
+  EXPECT_EQ(report.frames, 2u);
+  EXPECT_EQ(report.objectsAndEmbeds, 3u);
+  EXPECT_EQ(report.unreadableDocuments, 0u);
+  EXPECT_TRUE(report.webAddresses.contains(listener_.url("/srcset-2x")));
+  EXPECT_TRUE(report.webAddresses.contains(listener_.url("/xml-chapter-image")));
+
   // The links out of the book went to the host, which asks the reader, and nowhere else.
   for (const std::string& url : externalLinks) {
     EXPECT_TRUE(url == listener_.url("/top") || url == listener_.url("/blank")) << url;
   }
+}
+
+TEST(PublicationSafetyScanOfASampleBookTest, TheLongSampleBookTriesNothing) {
+  TemporaryDirectory directory;
+  const std::filesystem::path root =
+      extractBook(sampleCorpusDirectory() / "moby-dick.epub", directory / "Extracted");
+  const auto started = std::chrono::steady_clock::now();
+  const PublicationSafetyReport report = scanPublicationSafety(root);
+  const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - started);
+  RecordProperty("scanMilliseconds", static_cast<int>(elapsed.count()));
+  EXPECT_FALSE(report.triedScript());
+  EXPECT_FALSE(report.triedTheWeb());
+  EXPECT_EQ(report.forms + report.metaRefreshes + report.frames + report.objectsAndEmbeds +
+                report.unreadableDocuments,
+            0u);
+  EXPECT_TRUE(report.webAddresses.empty());
 }
 
 }  // namespace
