@@ -5,6 +5,7 @@
 #include "persistence/JSONStoreFile.h"
 #include "persistence/PersistenceFailures.h"
 #include "persistence/RecordList.h"
+#include "persistence/StoreBackups.h"
 
 namespace tomekeeper {
 
@@ -28,7 +29,7 @@ nlohmann::json encodeStoreValue(const Store& store) {
 }
 
 void writeStore(const std::filesystem::path& fileURL, const Store& store) {
-  detail::writeStoreFile(fileURL, encodeStoreValue(store), StoreFailure::cannotWrite);
+  detail::writeStoreFileKeepingBackups(fileURL, encodeStoreValue(store), StoreFailure::cannotWrite);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ namespace tomekeeper {
 // kept in insertion order and sorted on reading. Every operation loads the file anew, changes it
 // in memory and writes it whole and atomically; there is no cache. Keys of other books are read
 // and kept.
+// Each replacement keeps the version it replaces as a rolling backup (see StoreBackups.h).
 //
 // Failures (BookmarkPersistenceFailure): a fingerprint that is not 64 lower-case hexadecimal
 // characters, a file that cannot be read or does not decode: invalidStore; a schemaVersion other

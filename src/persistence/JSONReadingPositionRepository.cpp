@@ -3,6 +3,7 @@
 #include "model/JSONCoding.h"
 #include "persistence/JSONStoreFile.h"
 #include "persistence/PersistenceFailures.h"
+#include "persistence/StoreBackups.h"
 
 namespace tomekeeper {
 
@@ -18,7 +19,7 @@ nlohmann::json encodeStoreValue(const JSONReadingPositionRepository::Store& stor
 
 void writeStore(const std::filesystem::path& fileURL,
                 const JSONReadingPositionRepository::Store& store) {
-  detail::writeStoreFile(fileURL, encodeStoreValue(store), StoreFailure::cannotWrite);
+  detail::writeStoreFileKeepingBackups(fileURL, encodeStoreValue(store), StoreFailure::cannotWrite);
 }
 
 }  // namespace

@@ -19,8 +19,9 @@
 
 #include "PersistenceTestSupport.h"
 #include "async/RunUntilDone.h"
-#include "platform/AtomicFileWriter.h"
 #include "persistence/JSONBookmarkRepository.h"
+#include "persistence/StoreBackups.h"
+#include "platform/AtomicFileWriter.h"
 
 namespace tomekeeper {
 namespace {
@@ -163,10 +164,13 @@ class StoreKillTest : public ::testing::Test {
   // The generation of the store on disk. The file must be byte for byte one whole version as
   // the repository encodes it (which the real decoder reads: see the end of each test). Read
   // into a buffer kept between kills, as this runs hundreds of times over megabytes.
-  std::int64_t generationOnDisk() {
-    const int file = ::open(store_.c_str(), O_RDONLY | O_CLOEXEC);
+  std::int64_t generationOnDisk() { return generationIn(store_); }
+
+  // The same of any file that holds a version of the store, a backup included.
+  std::int64_t generationIn(const std::filesystem::path& path) {
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) {
-      ADD_FAILURE() << "the store cannot be opened: " << std::strerror(errno);
+      ADD_FAILURE() << path.filename() << " cannot be opened: " << std::strerror(errno);
       return -1;
     }
     buffer_.resize(text_.size() + 1);
@@ -185,25 +189,46 @@ class StoreKillTest : public ::testing::Test {
         contents.substr(0, generationAt_) != expected.substr(0, generationAt_) ||
         contents.substr(end) != expected.substr(end) ||
         digits.find_first_not_of("0123456789") != std::string_view::npos) {
-      ADD_FAILURE() << "the store is not a whole version (" << size << " bytes)";
+      ADD_FAILURE() << path.filename() << " is not a whole version (" << size << " bytes)";
       return -1;
     }
     return std::stoll(std::string(digits));
   }
 
-  // Temporary files left by kills inside a write; removed so that the disk does not fill up.
+  // Temporary files left by kills inside a write (of the store or of a backup); removed so that
+  // the disk does not fill up.
   int removeStrayTemporaryFiles() const {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(store_.parent_path())) {
       const std::string name = entry.path().filename().string();
-      if (name.starts_with(".bookmarks.json.tmp-")) {
+      if (name.starts_with(".bookmarks.json.") && name.find(".tmp-") != std::string::npos) {
         std::filesystem::remove(entry.path());
         ++count;
       } else {
-        EXPECT_EQ(name, "bookmarks.json");
+        EXPECT_TRUE(name == "bookmarks.json" || isBackupName(name)) << name;
       }
     }
     return count;
+  }
+
+  static bool isBackupName(const std::string& name) {
+    for (int generation = 1; generation <= kStoreBackupCount; ++generation) {
+      if (name == "bookmarks.json." + std::to_string(generation)) return true;
+    }
+    return false;
+  }
+
+  // Every backup that exists is one whole version, no newer than the store or than the
+  // generation before it; kills between the steps of a rotation may leave a generation out.
+  void expectWholeBackupsInOrder() {
+    std::int64_t newer = generationOnDisk();
+    for (int generation = 1; generation <= kStoreBackupCount; ++generation) {
+      const std::filesystem::path backup = storeBackupFile(store_, generation);
+      if (!std::filesystem::exists(backup)) continue;
+      const std::int64_t found = generationIn(backup);
+      EXPECT_LE(found, newer) << backup.filename();
+      newer = found;
+    }
   }
 
   // Kills `kills` children running `loop` at random moments spread over three save cycles (a
@@ -323,9 +348,18 @@ TEST_F(StoreKillTest, KillsDuringRepositorySavesLeaveTheOldOrTheNewStoreWhole) {
           report(descriptor, 'w');
         }
       },
-      [this] { expectTheRepositoryReadsTheCurrentVersion(); });
+      [this] {
+        expectTheRepositoryReadsTheCurrentVersion();
+        expectWholeBackupsInOrder();
+      });
   EXPECT_EQ(outcome.kills, kKills);
   EXPECT_GE(outcome.killsAfterASave, 1);
+  // The saves kept their backups; a kill inside a rotation leaves one generation out at most.
+  int backups = 0;
+  for (int generation = 1; generation <= kStoreBackupCount; ++generation) {
+    backups += std::filesystem::exists(storeBackupFile(store_, generation)) ? 1 : 0;
+  }
+  EXPECT_GE(backups, kStoreBackupCount - 1);
 }
 
 }  // namespace
