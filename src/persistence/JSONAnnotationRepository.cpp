@@ -2,6 +2,7 @@
 
 #include "model/JSONCoding.h"
 #include "opening/Fingerprint.h"
+#include "persistence/ConflictCopies.h"
 #include "persistence/JSONStoreFile.h"
 #include "persistence/PersistenceFailures.h"
 #include "persistence/RecordList.h"
@@ -74,6 +75,7 @@ void JSONAnnotationRepository::saveNow(const std::filesystem::path& fileURL,
 async::Task<std::vector<Annotation>> JSONAnnotationRepository::annotations(
     std::string fingerprint) {
   return detail::runSerially(executor_, [fileURL = fileURL_, fingerprint = std::move(fingerprint)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::annotations, fileURL);
     requireValidFingerprint(fingerprint);
     Store store = loadStore(fileURL);
     const auto list = store.annotationsByFingerprint.find(fingerprint);
@@ -84,6 +86,7 @@ async::Task<std::vector<Annotation>> JSONAnnotationRepository::annotations(
 
 async::Task<void> JSONAnnotationRepository::save(Annotation annotation) {
   return detail::runSerially(executor_, [fileURL = fileURL_, annotation = std::move(annotation)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::annotations, fileURL);
     saveNow(fileURL, annotation);
   });
 }
@@ -91,6 +94,7 @@ async::Task<void> JSONAnnotationRepository::save(Annotation annotation) {
 async::Task<void> JSONAnnotationRepository::deleteAnnotation(Uuid id, std::string fingerprint) {
   return detail::runSerially(
       executor_, [fileURL = fileURL_, id, fingerprint = std::move(fingerprint)] {
+        detail::mergeConflictCopiesBeforeUse(PublicationStore::annotations, fileURL);
         requireValidFingerprint(fingerprint);
         Store store = loadStore(fileURL);
         detail::removeRecords(store.annotationsByFingerprint, fingerprint, id);
@@ -100,6 +104,7 @@ async::Task<void> JSONAnnotationRepository::deleteAnnotation(Uuid id, std::strin
 
 async::Task<void> JSONAnnotationRepository::deleteAll(std::string fingerprint) {
   return detail::runSerially(executor_, [fileURL = fileURL_, fingerprint = std::move(fingerprint)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::annotations, fileURL);
     requireValidFingerprint(fingerprint);
     Store store = loadStore(fileURL);
     store.annotationsByFingerprint.erase(fingerprint);

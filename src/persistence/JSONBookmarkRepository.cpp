@@ -2,6 +2,7 @@
 
 #include "model/JSONCoding.h"
 #include "opening/Fingerprint.h"
+#include "persistence/ConflictCopies.h"
 #include "persistence/JSONStoreFile.h"
 #include "persistence/PersistenceFailures.h"
 #include "persistence/RecordList.h"
@@ -73,6 +74,7 @@ void JSONBookmarkRepository::saveNow(const std::filesystem::path& fileURL,
 
 async::Task<std::vector<Bookmark>> JSONBookmarkRepository::bookmarks(std::string fingerprint) {
   return detail::runSerially(executor_, [fileURL = fileURL_, fingerprint = std::move(fingerprint)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::bookmarks, fileURL);
     requireValidFingerprint(fingerprint);
     Store store = loadStore(fileURL);
     const auto list = store.bookmarksByFingerprint.find(fingerprint);
@@ -83,22 +85,25 @@ async::Task<std::vector<Bookmark>> JSONBookmarkRepository::bookmarks(std::string
 
 async::Task<void> JSONBookmarkRepository::save(Bookmark bookmark) {
   return detail::runSerially(executor_, [fileURL = fileURL_, bookmark = std::move(bookmark)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::bookmarks, fileURL);
     saveNow(fileURL, bookmark);
   });
 }
 
 async::Task<void> JSONBookmarkRepository::deleteBookmark(Uuid id, std::string fingerprint) {
-  return detail::runSerially(executor_,
-                             [fileURL = fileURL_, id, fingerprint = std::move(fingerprint)] {
-                               requireValidFingerprint(fingerprint);
-                               Store store = loadStore(fileURL);
-                               detail::removeRecords(store.bookmarksByFingerprint, fingerprint, id);
-                               writeStore(fileURL, store);
-                             });
+  return detail::runSerially(
+      executor_, [fileURL = fileURL_, id, fingerprint = std::move(fingerprint)] {
+        detail::mergeConflictCopiesBeforeUse(PublicationStore::bookmarks, fileURL);
+        requireValidFingerprint(fingerprint);
+        Store store = loadStore(fileURL);
+        detail::removeRecords(store.bookmarksByFingerprint, fingerprint, id);
+        writeStore(fileURL, store);
+      });
 }
 
 async::Task<void> JSONBookmarkRepository::deleteAll(std::string fingerprint) {
   return detail::runSerially(executor_, [fileURL = fileURL_, fingerprint = std::move(fingerprint)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::bookmarks, fileURL);
     requireValidFingerprint(fingerprint);
     Store store = loadStore(fileURL);
     store.bookmarksByFingerprint.erase(fingerprint);

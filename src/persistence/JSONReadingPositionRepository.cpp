@@ -1,6 +1,7 @@
 #include "persistence/JSONReadingPositionRepository.h"
 
 #include "model/JSONCoding.h"
+#include "persistence/ConflictCopies.h"
 #include "persistence/JSONStoreFile.h"
 #include "persistence/PersistenceFailures.h"
 #include "persistence/StoreBackups.h"
@@ -58,6 +59,7 @@ JSONReadingPositionRepository::Store JSONReadingPositionRepository::loadStore(
 async::Task<std::optional<Locator>> JSONReadingPositionRepository::locator(
     std::string fingerprint) {
   return detail::runSerially(executor_, [fileURL = fileURL_, fingerprint = std::move(fingerprint)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::readingPosition, fileURL);
     const Store store = loadStore(fileURL);
     const auto found = store.locators.find(fingerprint);
     return found == store.locators.end() ? std::nullopt : std::optional<Locator>(found->second);
@@ -67,6 +69,7 @@ async::Task<std::optional<Locator>> JSONReadingPositionRepository::locator(
 async::Task<void> JSONReadingPositionRepository::save(Locator locator, std::string fingerprint) {
   return detail::runSerially(executor_, [fileURL = fileURL_, locator = std::move(locator),
                                          fingerprint = std::move(fingerprint)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::readingPosition, fileURL);
     Store store = loadStore(fileURL);
     store.locators.insert_or_assign(fingerprint, locator);
     writeStore(fileURL, store);
@@ -75,6 +78,7 @@ async::Task<void> JSONReadingPositionRepository::save(Locator locator, std::stri
 
 async::Task<void> JSONReadingPositionRepository::deleteLocator(std::string fingerprint) {
   return detail::runSerially(executor_, [fileURL = fileURL_, fingerprint = std::move(fingerprint)] {
+    detail::mergeConflictCopiesBeforeUse(PublicationStore::readingPosition, fileURL);
     Store store = loadStore(fileURL);
     store.locators.erase(fingerprint);
     writeStore(fileURL, store);
