@@ -17,7 +17,6 @@
 #include <string>
 #include <string_view>
 
-#include "PublicationOutline.h"
 #include "async/Failure.h"
 #include "async/RunUntilDone.h"
 #include "intake/EPUBArchiveExtractor.h"
@@ -27,6 +26,7 @@
 #include "opening/PublicationFingerprintService.h"
 #include "persistence/HighlightExport.h"
 #include "persistence/JSONAnnotationRepository.h"
+#include "persistence/PublicationOutline.h"
 #include "persistence/PublicationStateRepositoryFactory.h"
 
 namespace {

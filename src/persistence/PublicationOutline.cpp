@@ -1,4 +1,4 @@
-#include "PublicationOutline.h"
+#include "persistence/PublicationOutline.h"
 
 #include <expat.h>
 #include <glib.h>
