@@ -17,7 +17,8 @@ using namespace std::chrono_literals;
 using Names = std::set<std::string>;
 using testing::writeFile;
 
-constexpr auto kQuiet = 50ms;
+// Long enough that the two writes of one case reach the main context within it, on a loaded machine.
+constexpr auto kQuiet = 200ms;
 
 // Runs the main context until `done` holds, or fails the test after a generous limit.
 void iterateUntil(const std::function<bool()>& done) {
