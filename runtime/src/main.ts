@@ -53,6 +53,12 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
     emitBookmarkVisibilityChanged: (visibleBookmarkIDs) => {
       transport?.emit('bookmarkVisibilityChanged', { visibleBookmarkIDs });
     },
+    emitLinkActivated: (url) => {
+      transport?.emit('linkActivated', { url });
+    },
+    emitPageTurnRequested: (direction) => {
+      transport?.emit('pageTurnRequested', { direction });
+    },
     sectionPrepared: (view) => {
       selection?.attach(view);
       annotations?.sectionPrepared(view);

@@ -34,13 +34,7 @@ describe('BridgeCatalogue', () => {
   });
 
   it('NamesEachEventOnce', () => {
-    expect(bridgeCatalogue.events.map((event) => event.name)).toEqual([
-      'selectionAvailabilityChanged',
-      'annotationContextMenuRequested',
-      'locatorChanged',
-      'bookmarkVisibilityChanged',
-      'annotationResolutionChanged',
-      'searchResults',
-    ]);
+    const names = bridgeCatalogue.events.map((event) => event.name);
+    expect(new Set(names).size).toBe(names.length);
   });
 });

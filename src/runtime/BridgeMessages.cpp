@@ -162,6 +162,8 @@ void from_json(const nlohmann::json& json, OpenPublicationResult& result) {
       .coverResourceURL = decodeOptionalField<std::string>(json, "coverResourceURL"),
       .spineItemCount = decodeRequiredField<std::int64_t>(json, "spineItemCount"),
       .initialResourceURL = decodeRequiredField<std::string>(json, "initialResourceURL"),
+      .pageProgressionDirection =
+          decodeOptionalField<std::string>(json, "pageProgressionDirection"),
   };
 }
 
@@ -317,6 +319,24 @@ std::optional<AnnotationResolutionChangedEvent> parseAnnotationResolutionChanged
   auto unresolved = identifierSet(payload, "unresolvedIDs");
   if (!resolved || !unresolved) return std::nullopt;
   return AnnotationResolutionChangedEvent{std::move(*resolved), std::move(*unresolved)};
+}
+
+std::optional<std::string> parseLinkActivated(const nlohmann::json& payload) {
+  const auto found = payload.find("url");
+  if (found == payload.end() || !found->is_string() ||
+      found->get_ref<const std::string&>().empty()) {
+    return std::nullopt;
+  }
+  return found->get<std::string>();
+}
+
+std::optional<PageTurnDirection> parsePageTurnRequested(const nlohmann::json& payload) {
+  const auto found = payload.find("direction");
+  if (found == payload.end() || !found->is_string()) return std::nullopt;
+  const std::string& direction = found->get_ref<const std::string&>();
+  if (direction == "next") return PageTurnDirection::next;
+  if (direction == "previous") return PageTurnDirection::previous;
+  return std::nullopt;
 }
 
 std::optional<SearchResultsEvent> parseSearchResults(const nlohmann::json& payload) {

@@ -126,12 +126,18 @@ struct CancelSearchRequest {
 
 // ---- Results ---------------------------------------------------------------------------------
 
+// The way a click on the page asks the reader to turn, in reading order.
+enum class PageTurnDirection { previous, next };
+
 struct OpenPublicationResult {
   std::optional<std::string> title;
   std::vector<std::string> authors;
   std::optional<std::string> coverResourceURL;
   std::int64_t spineItemCount = 0;
   std::string initialResourceURL;
+  // The direction in which pages advance: the spine's, or else that of the first section's
+  // content. Absent from runtimes that do not tell it, which is left to right.
+  std::optional<std::string> pageProgressionDirection;
   bool operator==(const OpenPublicationResult&) const = default;
 };
 
@@ -307,6 +313,10 @@ std::optional<std::set<Uuid>> parseBookmarkVisibilityChanged(const nlohmann::jso
 std::optional<AnnotationResolutionChangedEvent> parseAnnotationResolutionChanged(
     const nlohmann::json& payload);
 std::optional<SearchResultsEvent> parseSearchResults(const nlohmann::json& payload);
+// A link of the book was activated: the absolute URL of a spine item, with its fragment.
+std::optional<std::string> parseLinkActivated(const nlohmann::json& payload);
+// A click on a side of the page asks for the next or the previous page.
+std::optional<PageTurnDirection> parsePageTurnRequested(const nlohmann::json& payload);
 
 // The JSON validity test that a result or a decoded event value must pass before decoding: a
 // top-level object or array (a bare number, string, boolean or null fails).

@@ -328,6 +328,16 @@ void ReaderBridge::receiveEvent(const nlohmann::json& body, std::int64_t version
         onSearchResults(parsed->searchID, std::move(parsed->results), parsed->isComplete);
       }
       return;
+    case ReaderBridgeEvent::linkActivated:
+      if (auto parsed = parseLinkActivated(*payload); parsed && onLinkActivated) {
+        onLinkActivated(std::move(*parsed));
+      }
+      return;
+    case ReaderBridgeEvent::pageTurnRequested:
+      if (auto parsed = parsePageTurnRequested(*payload); parsed && onPageTurnRequested) {
+        onPageTurnRequested(*parsed);
+      }
+      return;
   }
 }
 

@@ -63,6 +63,9 @@ class ReaderBridge : public std::enable_shared_from_this<ReaderBridge> {
   std::function<void(std::set<Uuid> visibleBookmarkIDs)> onBookmarkVisibilityChanged;
   std::function<void(Uuid searchID, std::vector<PublicationSearchResult> results, bool isComplete)>
       onSearchResults;
+  // A link to a section of the book was clicked; the session goes there and remembers whence.
+  std::function<void(std::string url)> onLinkActivated;
+  std::function<void(PageTurnDirection direction)> onPageTurnRequested;
 
   // ---- Typed methods: each sends one request with the 10-second timeout ----
   async::Task<OpenPublicationResult> open(OpenPublicationRequest request);

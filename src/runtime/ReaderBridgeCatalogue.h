@@ -60,6 +60,8 @@ enum class ReaderBridgeEvent {
   bookmarkVisibilityChanged,
   annotationResolutionChanged,
   searchResults,
+  linkActivated,
+  pageTurnRequested,
 };
 
 struct ReaderBridgeEventDescription {
@@ -136,7 +138,7 @@ inline constexpr std::array<ReaderBridgeMethodDescription, 20> kReaderBridgeMeth
      "EmptyBridgePayload"},
 }};
 
-inline constexpr std::array<ReaderBridgeEventDescription, 6> kReaderBridgeEvents{{
+inline constexpr std::array<ReaderBridgeEventDescription, 8> kReaderBridgeEvents{{
     {ReaderBridgeEvent::selectionAvailabilityChanged,
      "selectionAvailabilityChanged",
      {"available", "rect"}},
@@ -151,6 +153,8 @@ inline constexpr std::array<ReaderBridgeEventDescription, 6> kReaderBridgeEvents
      "annotationResolutionChanged",
      {"resolvedIDs", "unresolvedIDs"}},
     {ReaderBridgeEvent::searchResults, "searchResults", {"searchID", "isComplete", "results"}},
+    {ReaderBridgeEvent::linkActivated, "linkActivated", {"url"}},
+    {ReaderBridgeEvent::pageTurnRequested, "pageTurnRequested", {"direction"}},
 }};
 
 namespace detail {

@@ -15,6 +15,17 @@ namespace tomekeeper {
 
 namespace {
 
+// A link followed from the page: a failure is already in `error`, which is how it reaches the
+// reader.
+async::Task<void> followLinkFromPage(std::weak_ptr<ReaderSession> weak, std::string url) {
+  const std::shared_ptr<ReaderSession> session = weak.lock();
+  if (!session) co_return;
+  try {
+    co_await session->followLink(std::move(url));
+  } catch (const ReaderError&) {
+  }
+}
+
 std::shared_ptr<ReaderHosting> defaultHost() {
 #ifdef TOMEKEEPER_SESSION_HAS_WEB_VIEW_HOST
   return makeWebViewReaderHost();
@@ -111,6 +122,18 @@ void ReaderSession::connectCallbacks() {
       };
   readerBridge.onLocatorChanged = [weak](Locator locator) {
     if (auto session = weak.lock()) session->handleLocatorChanged(std::move(locator));
+  };
+  readerBridge.onLinkActivated = [weak](std::string url) {
+    if (auto session = weak.lock()) {
+      async::spawn(followLinkFromPage(session, std::move(url)));
+    }
+  };
+  readerBridge.onPageTurnRequested = [weak](PageTurnDirection direction) {
+    if (auto session = weak.lock()) {
+      session->startPageTurn(direction == PageTurnDirection::next
+                                 ? ReaderNavigationDirection::next
+                                 : ReaderNavigationDirection::previous);
+    }
   };
   readerBridge.onBookmarkVisibilityChanged = [weak](std::set<Uuid> visibleIDs) {
     if (auto session = weak.lock()) session->handleBookmarkVisibilityChanged(std::move(visibleIDs));

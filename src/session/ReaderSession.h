@@ -40,6 +40,7 @@
 #include "runtime/BridgeMessages.h"
 #include "session/ExternalURLOpening.h"
 #include "session/LocationDiagnostics.h"
+#include "session/NavigationHistory.h"
 #include "session/ObservableProperty.h"
 #include "session/ReaderHosting.h"
 
@@ -275,9 +276,21 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   void logLocation(std::string_view stage);
   void logLocation(std::string_view stage, const std::optional<Locator>& locator);
   // Key callbacks of the view: a page in `direction` when `ready`. The pagination key is only
-  // taken in paginated mode; the answer says whether it was.
+  // taken in paginated mode; the answer says whether it was. A direction toward a side reads on
+  // or back as the book's page progression says.
   void handleNavigationKey(ReaderNavigationDirection direction);
   bool handlePaginationKey(ReaderNavigationDirection direction);
+
+  // ---- Jumps and the way back (ReaderSessionHistory.cpp); nothing unless `ready` ----
+  // A link of the book to one of its sections: the reader goes there, and Back returns.
+  async::Task<void> followLink(std::string url);
+  // Back to where the reader was before the last jump, and Forward again; nothing when there is
+  // nowhere to go. The history belongs to the session and is never saved.
+  async::Task<void> goBack();
+  async::Task<void> goForward();
+  const ObservableProperty<NavigationAvailability>& navigationAvailability() const noexcept {
+    return navigationAvailability_;
+  }
 
   // ---- Preferences (ReaderSessionPreferences.cpp) ----
   // Commands: nothing unless `ready`; each relayouts, restores the place, then writes its
@@ -367,6 +380,9 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
                                        std::shared_ptr<ReadingPositionRepository> repository,
                                        std::string fingerprint, Locator locator);
   void startPageTurn(ReaderNavigationDirection direction);
+  // Runs a move to another place and, once it succeeded, remembers where the reader was.
+  async::Task<void> jump(async::Task<ReaderPositionResult> call);
+  NavigationHistory history_;
 
   // The relayout frame: capture, configure, restore, read back.
   async::Task<Locator> captureLocatorBefore(std::string_view loggedStage);
@@ -401,6 +417,7 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   ObservableProperty<std::vector<TableOfContentsItem>> tableOfContents_;
   ObservableProperty<std::optional<ReaderPositionResult>> position_;
   ObservableProperty<std::optional<Locator>> locator_;
+  ObservableProperty<NavigationAvailability> navigationAvailability_;
   ObservableProperty<std::vector<Bookmark>> bookmarks_;
   ObservableProperty<std::set<Uuid>> visibleBookmarkIDs_;
   ObservableProperty<std::optional<TextSelection>> currentTextSelection_;

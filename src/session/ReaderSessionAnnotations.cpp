@@ -239,15 +239,8 @@ async::Task<void> ReaderSession::removeAnnotation(Annotation annotation) {
 async::Task<void> ReaderSession::goToAnnotation(Annotation annotation) {
   if (state_.value() != State::ready || annotation.bookFingerprint != fingerprint_) co_return;
   const auto keepAlive = shared_from_this();
+  co_await jump(bridge().goTo(GoToLocatorRequest{annotation.locator}));
   std::exception_ptr failure;
-  try {
-    ReaderPositionResult position = co_await bridge().goTo(GoToLocatorRequest{annotation.locator});
-    position_.set(std::move(position));
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  if (failure) throw recordFailure(failure);
-  co_await refreshAndSaveLocator();
   try {
     co_await bridge().pulseAnnotation(AnnotationPulseRequest{annotation.id});
   } catch (...) {

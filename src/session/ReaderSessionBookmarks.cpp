@@ -72,16 +72,7 @@ async::Task<void> ReaderSession::removeBookmark(Bookmark bookmark) {
 
 async::Task<void> ReaderSession::goToBookmark(Bookmark bookmark) {
   if (state_.value() != State::ready || bookmark.bookFingerprint != fingerprint_) co_return;
-  const auto keepAlive = shared_from_this();
-  std::exception_ptr failure;
-  try {
-    ReaderPositionResult position = co_await bridge().goTo(GoToLocatorRequest{bookmark.locator});
-    position_.set(std::move(position));
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  if (failure) throw recordFailure(failure);
-  co_await refreshAndSaveLocator();
+  co_await jump(bridge().goTo(GoToLocatorRequest{bookmark.locator}));
 }
 
 // Raw: the open decides what its failure means; the commands record it themselves.

@@ -133,6 +133,14 @@ async::Task<void> turnPage(std::weak_ptr<ReaderSession> weak, ReaderNavigationDi
 }  // namespace
 
 void ReaderSession::startPageTurn(ReaderNavigationDirection direction) {
+  if (direction == ReaderNavigationDirection::towardLeft ||
+      direction == ReaderNavigationDirection::towardRight) {
+    const auto& publication = publication_.value();
+    const bool readsFromRight = publication && publication->pageProgressionDirection == "rtl";
+    const bool towardLeft = direction == ReaderNavigationDirection::towardLeft;
+    direction = towardLeft == readsFromRight ? ReaderNavigationDirection::next
+                                             : ReaderNavigationDirection::previous;
+  }
   async::spawn(turnPage(weak_from_this(), direction));
 }
 

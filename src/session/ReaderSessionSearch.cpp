@@ -15,31 +15,12 @@ std::vector<TableOfContentsOutlineNode> ReaderSession::tableOfContentsOutline() 
 
 async::Task<void> ReaderSession::goToTableOfContentsEntry(std::string href) {
   if (state_.value() != State::ready) co_return;
-  const auto keepAlive = shared_from_this();
-  std::exception_ptr failure;
-  try {
-    ReaderPositionResult position = co_await bridge().goTo(GoToRequest{std::move(href)});
-    position_.set(std::move(position));
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  if (failure) throw recordFailure(failure);
-  co_await refreshAndSaveLocator();
+  co_await jump(bridge().goTo(GoToRequest{std::move(href)}));
 }
 
 async::Task<void> ReaderSession::goToSearchResult(PublicationSearchResult result) {
   if (state_.value() != State::ready) co_return;
-  const auto keepAlive = shared_from_this();
-  std::exception_ptr failure;
-  try {
-    ReaderPositionResult position =
-        co_await bridge().goTo(GoToLocatorRequest{std::move(result.locator)});
-    position_.set(std::move(position));
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  if (failure) throw recordFailure(failure);
-  co_await refreshAndSaveLocator();
+  co_await jump(bridge().goTo(GoToLocatorRequest{std::move(result.locator)}));
 }
 
 async::Task<void> ReaderSession::startSearch(std::string query) {

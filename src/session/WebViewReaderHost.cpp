@@ -17,7 +17,7 @@ constexpr GdkModifierType kCommandModifiers =
     static_cast<GdkModifierType>(GDK_CONTROL_MASK | GDK_ALT_MASK | GDK_SUPER_MASK | GDK_META_MASK);
 
 // The direction of a navigation key: Space pages forward (back with Shift); Left and Right
-// page without Shift. Anything else is no navigation key.
+// page toward their side without Shift. Anything else is no navigation key.
 std::optional<ReaderNavigationDirection> navigationKeyDirection(guint keyValue,
                                                                 GdkModifierType state) {
   const bool shift = (state & GDK_SHIFT_MASK) != 0;
@@ -25,10 +25,10 @@ std::optional<ReaderNavigationDirection> navigationKeyDirection(guint keyValue,
     case GDK_KEY_space:
       return shift ? ReaderNavigationDirection::previous : ReaderNavigationDirection::next;
     case GDK_KEY_Left:
-      if (!shift) return ReaderNavigationDirection::previous;
+      if (!shift) return ReaderNavigationDirection::towardLeft;
       return std::nullopt;
     case GDK_KEY_Right:
-      if (!shift) return ReaderNavigationDirection::next;
+      if (!shift) return ReaderNavigationDirection::towardRight;
       return std::nullopt;
     default:
       return std::nullopt;

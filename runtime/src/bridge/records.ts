@@ -68,6 +68,7 @@ export interface OpenPublicationResult {
   coverResourceURL?: string;
   spineItemCount: number;
   initialResourceURL: string;
+  pageProgressionDirection?: 'ltr' | 'rtl';
 }
 
 export interface TableOfContentsItem {

@@ -55,6 +55,11 @@ function familyList(names: string[]): string {
 // on the root element's style by the section view, since it depends on measures.
 export function sectionStyleSheet(settings: PresentationSettings, colors: ThemeColors): string {
   const rules: string[] = [];
+  // Notes open beside their references; asides that hold them stay out of the flow, as readers do.
+  rules.push('@namespace epub "http://www.idpf.org/2007/ops";');
+  rules.push(
+    'aside[epub|type~="footnote"], aside[epub|type~="endnote"], aside[epub|type~="rearnote"], aside[role~="doc-footnote"], aside[role~="doc-endnote"] { display: none !important; }',
+  );
   rules.push(`html { color: ${colors.foreground} !important; background: ${colors.background} !important; }`);
   rules.push(`body { color: ${colors.foreground} !important; background: transparent !important; }`);
   // Selection-free pages would otherwise show the book's own link colours on a dark page.

@@ -33,6 +33,7 @@ import { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
 import { TextCache, type BinaryLoader, type TextLoader } from '../publication/ResourceLoader';
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
+import { SectionClickHandler, type PageProgression } from './SectionClicks';
 
 // Where to show a section: a page, and the point whose line should stand first when it scrolls.
 interface SectionPlace {
@@ -73,6 +74,10 @@ export interface ReaderEnvironment {
   placementChanged?(): void;
   // Another publication is being opened; what belonged to the last one goes.
   publicationOpening?(): void;
+  // A link of the book to one of its sections was clicked.
+  emitLinkActivated?(url: string): void;
+  // A click on a side of the page asks for a page turn.
+  emitPageTurnRequested?(direction: 'next' | 'previous'): void;
 }
 
 export class Reader implements ReaderOperations {
@@ -97,10 +102,30 @@ export class Reader implements ReaderOperations {
   private readonly loaded = new Set<SectionView>();
   private bookmarkCandidates: BookmarkVisibilityCandidate[] = [];
   private visibleBookmarks: string[] | undefined;
+  // The way pages advance in the open book: the spine's, or the first section's direction.
+  private progression: PageProgression = 'ltr';
+  private readonly clicks: SectionClickHandler;
 
   constructor(environment: ReaderEnvironment) {
     this.environment = environment;
     this.sectionTexts = new TextCache(environment.loadText);
+    this.clicks = new SectionClickHandler({
+      publicationRoot: () => (this.state === undefined ? undefined : containerRootURL(this.state.descriptor.packageURL)),
+      spineIndexOf: (url) => (this.state === undefined ? undefined : this.spineIndexForURL(url)),
+      pageProgression: () => this.progression,
+      isPaginated: () => this.settings.mode === 'paginated',
+      parsedSection: async (url) => {
+        try {
+          return new DOMParser().parseFromString(await this.sectionTexts.load(url), 'application/xhtml+xml');
+        } catch {
+          return undefined;
+        }
+      },
+      themeColors: () => colorsForTheme(this.settings.theme, this.viewportMeasures().prefersDark),
+      viewportBox: () => this.environment.viewport.getBoundingClientRect(),
+      linkActivated: (url) => this.environment.emitLinkActivated?.(url),
+      pageTurnRequested: (direction) => this.environment.emitPageTurnRequested?.(direction),
+    });
   }
 
   // The source text of a section of the open book, read over the scheme at most once while it
@@ -152,11 +177,13 @@ export class Reader implements ReaderOperations {
     this.applyPageChrome();
     void this.measureSectionLengths(this.state);
     const first = this.linearIndices()[0] ?? 0;
-    await this.display(first, () => 0);
+    const firstView = await this.display(first, () => 0);
+    this.progression = pageProgressionOf(packageDocument, firstView);
     const result: OpenPublicationResult = {
       authors: packageDocument.creators,
       spineItemCount: packageDocument.spine.length,
       initialResourceURL: (packageDocument.spine[first] as SpineItem).url,
+      pageProgressionDirection: this.progression,
     };
     if (packageDocument.title !== undefined) result.title = packageDocument.title;
     if (packageDocument.coverURL !== undefined) result.coverResourceURL = packageDocument.coverURL;
@@ -228,6 +255,7 @@ export class Reader implements ReaderOperations {
     const loading = view
       .load(item.url, this.environment.stage)
       .then(async () => {
+        this.clicks.attach(view.document, view.frame, item.url);
         // Restored fonts are in place before the first layout, so that it measures with them.
         await fonts?.register(view.document);
         view.layout(this.settings, this.viewportMeasures());
@@ -271,6 +299,7 @@ export class Reader implements ReaderOperations {
   }
 
   private showPlace(view: SectionView, place: number | SectionPlace): void {
+    this.clicks.dismiss();
     const viewport = this.environment.viewport;
     if (typeof place === 'number') view.showPage(place, viewport);
     else if (place.point !== undefined) view.showPoint(place.point.node, place.point.offset, viewport);
@@ -777,4 +806,21 @@ function sameMembers(a: readonly string[], b: readonly string[]): boolean {
   if (a.length !== b.length) return false;
   const members = new Set(a);
   return b.every((id) => members.has(id));
+}
+
+// The way pages advance: the spine's page-progression-direction, or where it says nothing, the
+// direction of the first section's content (right to left, or vertical writing from the right).
+function pageProgressionOf(packageDocument: PackageDocument, firstView: SectionView): PageProgression {
+  const declared = packageDocument.pageProgressionDirection;
+  if (declared === 'rtl' || declared === 'ltr') return declared;
+  try {
+    const doc = firstView.document;
+    const element = doc.body ?? doc.documentElement;
+    const style = doc.defaultView?.getComputedStyle(element);
+    if (style === undefined || style === null) return 'ltr';
+    if (style.writingMode === 'vertical-rl' || style.writingMode === 'sideways-rl') return 'rtl';
+    return style.direction === 'rtl' ? 'rtl' : 'ltr';
+  } catch {
+    return 'ltr';
+  }
 }
