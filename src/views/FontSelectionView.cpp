@@ -82,6 +82,11 @@ FontSelectionView::FontSelectionView(std::shared_ptr<ReaderSession> session)
     connections_.add(button, "clicked", G_CALLBACK(onButtonClicked), this);
   }
   pageMarginsPicker_ = builder.widget("page_margins_picker");
+  // The drop-down's own button would otherwise be read out by its class name.
+  for (GtkWidget* child = gtk_widget_get_first_child(pageMarginsPicker_); child != nullptr;
+       child = gtk_widget_get_next_sibling(child)) {
+    if (GTK_IS_TOGGLE_BUTTON(child)) views::setAccessibleLabel(child, "Page Margins");
+  }
   searchField_ = builder.widget("search_field");
   fallbackLabel_ = builder.widget("fallback_label");
   fontList_ = GTK_LIST_VIEW(builder.widget("font_list"));

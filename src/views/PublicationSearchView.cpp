@@ -39,6 +39,10 @@ PublicationSearchView::~PublicationSearchView() {
 }
 
 void PublicationSearchView::search() {
+  // The search under way, if any, is cancelled first: that is no end of a search.
+  stopWasAsked_ = true;
+  searchEnded_ = false;
+  showResults();
   std::string query = gtk_editable_get_text(GTK_EDITABLE(queryField_));
   views::runSessionCommand(session_, [query = std::move(query)](ReaderSession& session) {
     return session.startSearch(query);
@@ -46,13 +50,27 @@ void PublicationSearchView::search() {
 }
 
 void PublicationSearchView::showProgress() {
-  gtk_widget_set_visible(progressRow_, !session_->isSearchComplete().value());
+  const bool complete = session_->isSearchComplete().value();
+  gtk_widget_set_visible(progressRow_, !complete);
+  if (!complete && !searchIsRunning_) {
+    searchIsRunning_ = true;
+    stopWasAsked_ = false;
+    searchEnded_ = false;
+  } else if (complete && searchIsRunning_) {
+    searchIsRunning_ = false;
+    searchEnded_ = !stopWasAsked_;
+    stopWasAsked_ = false;
+  }
+  showResults();
 }
 
 void PublicationSearchView::showResults() {
   shownResults_ = session_->searchResults().value();
-  gtk_widget_set_visible(resultCountLabel_, !shownResults_.empty());
-  views::setLabelText(resultCountLabel_, std::to_string(shownResults_.size()) + " results");
+  const std::size_t count = shownResults_.size();
+  gtk_widget_set_visible(resultCountLabel_, count != 0 || searchEnded_);
+  views::setLabelText(resultCountLabel_, count == 0   ? std::string("No Results")
+                                         : count == 1 ? std::string("1 result")
+                                                      : std::to_string(count) + " results");
   views::removeAllRows(resultList_);
   for (const PublicationSearchResult& result : shownResults_) {
     GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 2);
@@ -85,6 +103,7 @@ void PublicationSearchView::onSearch(GtkWidget*, gpointer self) {
 }
 
 void PublicationSearchView::onCancel(GtkButton*, gpointer self) {
+  static_cast<PublicationSearchView*>(self)->stopWasAsked_ = true;
   views::runSessionCommand(static_cast<PublicationSearchView*>(self)->session_,
                            [](ReaderSession& session) { return session.cancelSearch(); });
 }

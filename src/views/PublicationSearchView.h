@@ -16,7 +16,8 @@ namespace tomekeeper {
 bool searchResultIsResolvable(const PublicationSearchResult& result);
 
 // The full-text search panel, 280 pixels wide: a field "Find text" with "Search", a progress
-// row with "Cancel" while the search runs, the count of results and their list. It shows the
+// row with "Cancel" while the search runs, the count of results ("No Results" after a search that
+// ran to its end and found nothing) and their list. It shows the
 // session's `searchResults`, `activeSearchID` and `isSearchComplete` and calls its search
 // commands; it keeps the session alive. Main executor only; not movable, since its widgets
 // call back into it.
@@ -57,6 +58,10 @@ class PublicationSearchView {
   GtkWidget* resultCountLabel_ = nullptr;
   GtkListBox* resultList_ = nullptr;
   std::vector<PublicationSearchResult> shownResults_;
+  // A search runs; the reader (or a new search) asked for it to stop; the last one ran to its end.
+  bool searchIsRunning_ = false;
+  bool stopWasAsked_ = false;
+  bool searchEnded_ = false;
   views::ViewConnections connections_;
 };
 

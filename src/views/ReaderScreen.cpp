@@ -52,7 +52,7 @@ ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* we
   if (webView != nullptr) {
     gtk_widget_set_hexpand(webView, TRUE);
     gtk_widget_set_vexpand(webView, TRUE);
-    gtk_overlay_set_child(GTK_OVERLAY(overlay_), webView);
+    gtk_box_prepend(GTK_BOX(builder.widget("page_column")), webView);
   }
 
   connections_.add(highlightButton_, "clicked", G_CALLBACK(onHighlightClicked), this);

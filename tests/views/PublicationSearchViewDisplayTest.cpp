@@ -70,5 +70,42 @@ TEST_F(PublicationSearchViewDisplayTest, EnterInTheFieldSearchesAndCancelStopsTh
   EXPECT_FALSE(isShown(view.resultCountLabel()));
 }
 
+TEST_F(PublicationSearchViewDisplayTest, SaysNoResultsOnlyAfterASearchThatEndedEmpty) {
+  openSession();
+  PublicationSearchView view(session);
+  showInWindow(view.widget());
+  struct Step {
+    const char* name;
+    std::optional<json> results;  // the page's answer; none: the reader cancels
+    const char* count;            // null: no count shown
+  };
+  const Step steps[] = {
+      {"nothing found", json::array(), "No Results"},
+      {"one found", json::array({searchHit("r1", "the white whale", true)}), "1 result"},
+      {"cancelled", std::nullopt, nullptr},
+  };
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.name);
+    const std::size_t searches = host->runtime.count("startSearch");
+    gtk_editable_set_text(view.queryField(), "whale");
+    view.search();
+    ASSERT_TRUE(waitUntil([&] { return host->runtime.count("startSearch") == searches + 1; }));
+    EXPECT_FALSE(isShown(view.resultCountLabel()));
+    if (step.results) {
+      host->runtime.sendEvent("searchResults",
+                              {{"searchID", session->activeSearchID()->value().string()},
+                               {"results", *step.results},
+                               {"isComplete", true}});
+    } else {
+      g_signal_emit_by_name(view.cancelButton(), "clicked");
+    }
+    ASSERT_TRUE(waitUntil([&] { return session->isSearchComplete().value(); }));
+    EXPECT_EQ(isShown(view.resultCountLabel()), step.count != nullptr);
+    if (step.count != nullptr) {
+      EXPECT_EQ(std::string(gtk_label_get_text(GTK_LABEL(view.resultCountLabel()))), step.count);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tomekeeper::testing
