@@ -319,13 +319,12 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
   updateActiveReaderWindowCount();
   closeOpenDocumentWindow();
   saveRestorationFile();
-  registry()->registerActive(fingerprint, [weakWindow = std::weak_ptr<ShellWindow>(window),
-                                           weakPlatform = std::weak_ptr<ShellPlatform>(platform_)] {
+  // Presenting a window brings the application forward with it; nothing may present another
+  // window after it.
+  registry()->registerActive(fingerprint, [weakWindow = std::weak_ptr<ShellWindow>(window)] {
     if (auto strongWindow = weakWindow.lock()) strongWindow->present();
-    if (auto platform = weakPlatform.lock()) platform->activateApplication();
   });
   window->present();
-  platform_->activateApplication();
 
   std::exception_ptr failure;
   try {
@@ -394,8 +393,8 @@ async::Task<bool> DocumentOpenCoordinator::locate(std::string fingerprint) {
       "The original EPUB can\u2019t be accessed",
       "Locate the same EPUB to restore this reading window. A different file or edition "
       "won\u2019t be accepted.",
-      {"Locate EPUB\u2026", "Not Now"}});
-  if (choice != 0) co_return false;
+      {"Not Now", "Locate EPUB\u2026"}});
+  if (choice != 1) co_return false;
   const std::vector<std::filesystem::path> chosen =
       co_await platform_->chooseEPUBFiles(FileSelection::single);
   if (chosen.empty()) co_return false;
@@ -445,7 +444,6 @@ void DocumentOpenCoordinator::showOpenDocumentWindow() {
         });
   }
   openDocumentWindow_->present();
-  platform_->activateApplication();
 }
 
 void DocumentOpenCoordinator::closeOpenDocumentWindow() {

@@ -11,8 +11,10 @@
 #include "app/GtkShellPlatform.h"
 #include "app/PaginationKeyFilter.h"
 #include "app/ReadingCommands.h"
+#include "app/ReadingControls.h"
 #include "async/Spawn.h"
 #include "model/StringEnumeration.h"
+#include "views/BookmarkButton.h"
 #include "views/ReaderScreen.h"
 
 namespace tomekeeper {
@@ -24,12 +26,26 @@ constexpr int kOpenDocumentWindowHeight = 380;
 constexpr double kTextSizeStep = 0.1;
 constexpr const char* kSidebarVisibilityKey = "reader-sidebar-visibility";
 
+// Gives an icon-only control the name that a screen reader speaks.
+void setAccessibleLabel(GtkWidget* widget, const char* label) {
+  gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_LABEL, label, -1);
+}
+
 GtkWidget* makeMenuButton(GMenuModel* menu) {
   GtkWidget* button = gtk_menu_button_new();
   gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(button), "open-menu-symbolic");
   gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(button), menu);
   gtk_widget_set_tooltip_text(button, "Main Menu");
+  setAccessibleLabel(button, "Main Menu");
   return button;
+}
+
+// The keys of the whole application, shown by Ctrl+? and the main menu's "Keyboard Shortcuts"
+// (win.show-help-overlay).
+void installShortcutsWindow(GtkWindow* window) {
+  GtkShortcutsWindow* shortcuts = makeShortcutsWindow();
+  gtk_application_window_set_help_overlay(GTK_APPLICATION_WINDOW(window), shortcuts);
+  g_object_unref(shortcuts);
 }
 
 bool isEPUBFile(GFile* file) {
@@ -162,17 +178,15 @@ GObjectHandle<GMenu> makeReadingOptionsMenu() {
       {{"Adaptive", "adaptive"}, {"Single Page", "singlePage"}, {"Double Page", "doublePage"}});
   appendOptionSection(menu.get(), "Scroll Width", "scroll-width",
                       {{"Narrow", "narrow"}, {"Comfortable", "comfortable"}, {"Wide", "wide"}});
+  const auto viewSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(viewSection.get(), "Hide Reading Controls", "win.toggle-reading-controls");
+  g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(viewSection.get()));
   const auto bookSection = GObjectHandle<GMenu>::adopt(g_menu_new());
   g_menu_append(bookSection.get(), "Close Book", "win.close-book");
   g_menu_append(bookSection.get(), "Delete This Book\u2019s Reading History\u2026",
                 "win.clear-reading-data");
   g_menu_append_section(menu.get(), "Book Actions", G_MENU_MODEL(bookSection.get()));
   return menu;
-}
-
-// Gives an icon-only control the name that a screen reader speaks.
-void setAccessibleLabel(GtkWidget* widget, const char* label) {
-  gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_LABEL, label, -1);
 }
 
 // Runs one session command on its own task; its failure is already in the session's error.
@@ -204,12 +218,8 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_widget_set_size_request(GTK_WIDGET(gtkWindow), 680, 500);
     gtk_window_set_default_size(gtkWindow, request.frame.width, request.frame.height);
     if (request.frame.isMaximized) gtk_window_maximize(gtkWindow);
-    // Ctrl+? shows the keys of the Reading menu (win.show-help-overlay).
-    GtkShortcutsWindow* shortcuts = makeReadingShortcutsWindow();
-    gtk_application_window_set_help_overlay(GTK_APPLICATION_WINDOW(gtkWindow), shortcuts);
-    g_object_unref(shortcuts);
+    installShortcutsWindow(gtkWindow);
 
-    GtkWidget* content = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     headerBar_ = adw_header_bar_new();
     GtkWidget* sidebar = gtk_button_new_from_icon_name("sidebar-show-symbolic");
     gtk_widget_set_tooltip_text(sidebar, "Show or hide sidebar (F9)");
@@ -232,21 +242,22 @@ class GtkReaderWindow final : public GtkShellWindow {
     setAccessibleLabel(fullScreen, "Toggle Full Screen");
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), makeMenuButton(primaryMenu));
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), fullScreen);
-    gtk_box_append(GTK_BOX(content), headerBar_);
 
+    GtkWidget* page = nullptr;
     if (session_ && applicationSession->webView() != nullptr) {
       screen_ = std::make_unique<ReaderScreen>(session_, applicationSession->webView(),
                                                storedSidebarVisibility());
-      GtkWidget* screenWidget = screen_->widget();
-      gtk_widget_set_vexpand(screenWidget, TRUE);
-      gtk_widget_set_hexpand(screenWidget, TRUE);
-      gtk_box_append(GTK_BOX(content), screenWidget);
+      page = screen_->widget();
       sidebarConnection_ =
           screen_->sidebarVisibilityChanged().connect([this] { storeSidebarVisibility(); });
       logSidebarVisibility("opens with the sidebar");
       addScreenControls();
+    } else {
+      page = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     }
-    adw_application_window_set_content(ADW_APPLICATION_WINDOW(gtkWindow), content);
+    controls_ = std::make_unique<ReadingControls>(headerBar_, page);
+    controlsConnection_ = controls_->changed().connect([this] { showReadingControlsState(); });
+    adw_application_window_set_content(ADW_APPLICATION_WINDOW(gtkWindow), controls_->root());
 
     // Before the web view sees them: Page Up and Page Down turn pages in paginated mode.
     GtkEventController* keys = gtk_event_controller_key_new();
@@ -269,6 +280,9 @@ class GtkReaderWindow final : public GtkShellWindow {
   // The screen goes before the session closes.
   void windowClosing() override {
     sidebarConnection_.disconnect();
+    controlsConnection_.disconnect();
+    bookmarkConnection_.disconnect();
+    bookmarkButton_.reset();
     for (sigc::connection& connection : sessionConnections_) connection.disconnect();
     sessionConnections_.clear();
     screen_.reset();
@@ -289,6 +303,26 @@ class GtkReaderWindow final : public GtkShellWindow {
     } else {
       gtk_menu_button_popup(GTK_MENU_BUTTON(menuButton));
     }
+  }
+
+  // Search and fonts work with the controls hidden: their panel brings the header bar with it.
+  void togglePanel(GtkWidget* menuButton) {
+    if (menuButton == nullptr) return;
+    controls_->revealHeader();
+    togglePopover(menuButton);
+  }
+
+  // Follows the controls into the toolbar menu's check mark and the log.
+  void showReadingControlsState() {
+    const bool hidden = controls_->visibility() == ReadingControlsVisibility::hidden;
+    GAction* action = g_action_map_lookup_action(G_ACTION_MAP(window()), "toggle-reading-controls");
+    if (action != nullptr) {
+      g_simple_action_set_state(G_SIMPLE_ACTION(action), g_variant_new_boolean(hidden));
+    }
+    const char* state = !hidden                        ? "shown"
+                        : controls_->headerIsOnScreen() ? "hidden, header revealed"
+                                                        : "hidden";
+    logReaderWindowEvent("Reading controls of " + identifier() + " are " + state);
   }
 
   void installActions() {
@@ -330,8 +364,8 @@ class GtkReaderWindow final : public GtkShellWindow {
            window.screen_->sidebar().setSection(SidebarSection::contents);
            window.screen_->setSidebarVisibility(SidebarVisibility::visible);
          }},
-        {"search", [](GtkReaderWindow& window) { togglePopover(window.searchButton_); }},
-        {"toggle-fonts", [](GtkReaderWindow& window) { togglePopover(window.fontButton_); }},
+        {"search", [](GtkReaderWindow& window) { window.togglePanel(window.searchButton_); }},
+        {"toggle-fonts", [](GtkReaderWindow& window) { window.togglePanel(window.fontButton_); }},
         {"toggle-bookmark",
          [](GtkReaderWindow& window) {
            if (window.screen_) window.screen_->toggleBookmark();
@@ -339,10 +373,6 @@ class GtkReaderWindow final : public GtkShellWindow {
         {"highlight-selection",
          [](GtkReaderWindow& window) {
            if (window.screen_) window.screen_->highlightSelection();
-         }},
-        {"toggle-reading-controls",
-         [](GtkReaderWindow& window) {
-           gtk_widget_set_visible(window.headerBar_, !gtk_widget_get_visible(window.headerBar_));
          }},
         {"close-book", [](GtkReaderWindow& window) { window.close(); }},
         {"clear-reading-data",
@@ -365,6 +395,19 @@ class GtkReaderWindow final : public GtkShellWindow {
       g_action_map_add_action(map, G_ACTION(action));
       actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
     }
+    // Its state says whether the controls are hidden; the toolbar's menu shows it checked.
+    GSimpleAction* controls =
+        g_simple_action_new_stateful("toggle-reading-controls", nullptr, g_variant_new_boolean(FALSE));
+    g_signal_connect(controls, "activate", G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
+                       auto* self = static_cast<GtkReaderWindow*>(data);
+                       self->controls_->setVisibility(
+                           self->controls_->visibility() == ReadingControlsVisibility::shown
+                               ? ReadingControlsVisibility::hidden
+                               : ReadingControlsVisibility::shown);
+                     }),
+                     this);
+    g_action_map_add_action(map, G_ACTION(controls));
+    actions_.push_back(GObjectHandle<GSimpleAction>::adopt(controls));
     if (!session_) return;
     addStringAction("show-sidebar-section", [](GtkReaderWindow& window, const char* section) {
       window.showSidebarSection(section);
@@ -541,9 +584,14 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_popover_set_child(GTK_POPOVER(fontPopover), screen_->fontSelectionView().widget());
     gtk_menu_button_set_popover(GTK_MENU_BUTTON(fontButton), fontPopover);
 
-    GtkWidget* bookmark = gtk_button_new_from_icon_name("bookmark-new-symbolic");
-    gtk_widget_set_tooltip_text(bookmark, "Add or remove a bookmark at this location");
-    gtk_actionable_set_action_name(GTK_ACTIONABLE(bookmark), "win.toggle-bookmark");
+    bookmarkButton_ = std::make_unique<BookmarkButton>(session_);
+    GtkWidget* bookmark = bookmarkButton_->widget();
+    bookmarkConnection_ = session_->visibleBookmarkIDs().changed().connect([this] {
+      logReaderWindowEvent("Bookmark button of " + identifier() + " says " +
+                           (bookmarkButton_->state() == BookmarkButtonState::add
+                                ? "Add Bookmark"
+                                : "Remove Bookmark"));
+    });
     GtkWidget* highlight = gtk_button_new_from_icon_name("document-edit-symbolic");
     gtk_widget_set_tooltip_text(highlight, "Highlight Selection");
     gtk_actionable_set_action_name(GTK_ACTIONABLE(highlight), "win.highlight-selection");
@@ -556,7 +604,6 @@ class GtkReaderWindow final : public GtkShellWindow {
 
     setAccessibleLabel(searchButton_, "Search Book");
     setAccessibleLabel(fontButton, "Reading Font");
-    setAccessibleLabel(bookmark, "Toggle Bookmark");
     setAccessibleLabel(highlight, "Highlight Selection");
     setAccessibleLabel(optionsButton, "Reading Options");
 
@@ -607,6 +654,16 @@ class GtkReaderWindow final : public GtkShellWindow {
     return KeyEventDescription{transition, keyValue, keyCode, (state & modifiers) != 0};
   }
 
+  // Escape brings hidden controls back; otherwise it goes on to the page.
+  bool showHiddenControls(guint keyValue, GdkModifierType state) {
+    if (keyValue != GDK_KEY_Escape || (state & gtk_accelerator_get_default_mod_mask()) != 0) {
+      return false;
+    }
+    if (controls_->visibility() != ReadingControlsVisibility::hidden) return false;
+    controls_->setVisibility(ReadingControlsVisibility::shown);
+    return true;
+  }
+
   bool filterKey(const KeyEventDescription& event) {
     return paginationKeys_.filter(event, [this](PageKeyDirection direction) {
       return handlePaginationKey_ && handlePaginationKey_(direction);
@@ -616,6 +673,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   static gboolean handleKeyPressed(GtkEventControllerKey*, guint keyValue, guint keyCode,
                                    GdkModifierType state, gpointer data) {
     auto* self = static_cast<GtkReaderWindow*>(data);
+    if (self->showHiddenControls(keyValue, state)) return TRUE;
     return self->filterKey(describe(KeyTransition::down, keyValue, keyCode, state));
   }
 
@@ -629,6 +687,10 @@ class GtkReaderWindow final : public GtkShellWindow {
   std::function<bool(PageKeyDirection)> handlePaginationKey_;
   PaginationKeyFilter paginationKeys_;
   GtkWidget* headerBar_ = nullptr;
+  std::unique_ptr<ReadingControls> controls_;
+  sigc::connection controlsConnection_;
+  std::unique_ptr<BookmarkButton> bookmarkButton_;
+  sigc::connection bookmarkConnection_;
   GtkWidget* searchButton_ = nullptr;
   GtkWidget* fontButton_ = nullptr;
   GtkEventController* keyController_ = nullptr;
@@ -649,6 +711,7 @@ class GtkOpenDocumentWindow final : public GtkShellWindow {
     GtkWindow* gtkWindow = window();
     gtk_window_set_title(gtkWindow, "Tomekeeper");
     gtk_window_set_default_size(gtkWindow, kOpenDocumentWindowWidth, kOpenDocumentWindowHeight);
+    installShortcutsWindow(gtkWindow);
 
     GtkWidget* content = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     GtkWidget* headerBar = adw_header_bar_new();

@@ -32,13 +32,14 @@ struct AlertResponse {
 
 void handleAlertResponse(AdwMessageDialog*, const char* response, gpointer data) {
   auto* alert = static_cast<AlertResponse*>(data);
-  std::size_t index = alert->buttonCount == 0 ? 0 : alert->buttonCount - 1;
+  // A response that is not ours (none was sent with another id) counts as the first button,
+  // the one that cancels.
+  std::size_t index = 0;
   try {
-    index = std::min<std::size_t>(std::stoul(response), index);
+    index = std::stoul(response);
   } catch (...) {
-    // A response that is not ours (none was closed with another id) keeps the last button.
   }
-  alert->completion->resolve(index);
+  alert->completion->resolve(index < alert->buttonCount ? index : 0);
 }
 
 struct PanelResponse {
@@ -128,12 +129,20 @@ async::Task<std::size_t> runMessageDialog(GtkWindow* parent, AlertContent conten
                                     content.buttons[index].c_str());
   }
   if (!content.buttons.empty()) {
-    adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), "0");
-    const std::string last = std::to_string(content.buttons.size() - 1);
-    adw_message_dialog_set_close_response(ADW_MESSAGE_DIALOG(dialog), last.c_str());
-    if (content.buttons.size() > 1) {
-      adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), "0",
+    // The first button cancels: Escape and closing the alert choose it.
+    adw_message_dialog_set_close_response(ADW_MESSAGE_DIALOG(dialog), "0");
+    const std::string action = std::to_string(content.buttons.size() - 1);
+    if (content.buttons.size() == 1) {
+      adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), "0");
+    } else if (content.action == AlertAction::destructive) {
+      // Enter must not destroy anything: it chooses the button that cancels.
+      adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), action.c_str(),
+                                                 ADW_RESPONSE_DESTRUCTIVE);
+      adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), "0");
+    } else {
+      adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), action.c_str(),
                                                  ADW_RESPONSE_SUGGESTED);
+      adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), action.c_str());
     }
   }
   auto completion = std::make_shared<async::Completion<std::size_t>>();
@@ -259,10 +268,6 @@ std::vector<ScreenArea> GtkShellPlatform::screens() const {
     areas.push_back(ScreenArea{geometry.width, geometry.height});
   }
   return areas;
-}
-
-void GtkShellPlatform::activateApplication() {
-  if (GtkWindow* window = activeWindow()) gtk_window_present(window);
 }
 
 std::unique_ptr<ShownIndicator> GtkShellPlatform::showOpenProgress(const std::string& displayName) {

@@ -27,7 +27,6 @@ class GtkShellPlatform final : public ShellPlatform {
   std::optional<WindowFrame> storedReaderWindowFrame() const override;
   void storeReaderWindowFrame(const WindowFrame& frame) override;
   std::vector<ScreenArea> screens() const override;
-  void activateApplication() override;
   std::unique_ptr<ShownIndicator> showOpenProgress(const std::string& displayName) override;
 
  private:
@@ -39,7 +38,7 @@ class GtkShellPlatform final : public ShellPlatform {
 };
 
 // Runs an AdwMessageDialog with `content` over `parent` (may be null) and gives the chosen
-// button's index; closing the dialog otherwise gives the last button.
+// button's index; closing the dialog otherwise gives the first, which cancels.
 async::Task<std::size_t> runMessageDialog(GtkWindow* parent, AlertContent content);
 
 // Runs an open panel for EPUB files over `parent` (may be null); empty when cancelled.

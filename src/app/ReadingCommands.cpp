@@ -5,18 +5,42 @@
 namespace tomekeeper {
 
 std::span<const ReadingCommand> readingCommands() {
+  using enum ShortcutGroup;
   static const std::vector<ReadingCommand> commands = {
-      {"Previous Page", "win.previous-page", {"<Control>bracketleft"}},
-      {"Next Page", "win.next-page", {"<Control>bracketright"}},
-      {"Toggle Sidebar", "win.toggle-sidebar", {"<Control><Alt>s", "F9"}},
-      {"Show Contents", "win.show-contents", {"<Control>1"}},
-      {"Decrease Text Size", "win.decrease-text-size", {"<Control>minus"}},
-      {"Increase Text Size", "win.increase-text-size", {"<Control>plus", "<Control>equal"}},
-      {"Search Book", "win.search", {"<Control>f"}},
-      {"Toggle Full Screen", "win.toggle-fullscreen", {"F11"}},
-      {"Toggle Reading Controls", "win.toggle-reading-controls", {"<Control><Shift>f"}},
+      {"Previous Page", "win.previous-page", {"<Control>bracketleft"}, navigation},
+      {"Next Page", "win.next-page", {"<Control>bracketright"}, navigation},
+      {"Toggle Sidebar", "win.toggle-sidebar", {"<Control><Alt>s", "F9"}, panels},
+      {"Show Contents", "win.show-contents", {"<Control>1"}, panels},
+      {"Decrease Text Size", "win.decrease-text-size", {"<Control>minus"}, reading},
+      {"Increase Text Size", "win.increase-text-size", {"<Control>plus", "<Control>equal"},
+       reading},
+      {"Search Book", "win.search", {"<Control>f"}, panels},
+      {"Toggle Full Screen", "win.toggle-fullscreen", {"F11"}, reading},
+      {"Toggle Reading Controls", "win.toggle-reading-controls", {"<Control><Shift>f"}, reading},
   };
   return commands;
+}
+
+std::span<const ReadingCommand> applicationCommands() {
+  using enum ShortcutGroup;
+  static const std::vector<ReadingCommand> commands = {
+      {"Open", "app.open", {"<Control>o"}, general},
+      {"Settings", "app.settings", {"<Control>comma"}, general},
+      {"Keyboard Shortcuts", "win.show-help-overlay", {"<Control>question"}, general},
+      {"Close Window", "window.close", {"<Control>w"}, general},
+      {"Quit", "app.quit", {"<Control>q"}, general},
+  };
+  return commands;
+}
+
+std::span<const ReadingCommand> readerWindowKeys() {
+  using enum ShortcutGroup;
+  static const std::vector<ReadingCommand> keys = {
+      {"Turn Page Back", nullptr, {"Page_Up"}, navigation},
+      {"Turn Page Forward", nullptr, {"Page_Down"}, navigation},
+      {"Show Hidden Reading Controls", nullptr, {"Escape"}, reading},
+  };
+  return keys;
 }
 
 GMenu* makeReadingMenu() {
@@ -27,25 +51,52 @@ GMenu* makeReadingMenu() {
   return menu;
 }
 
-GtkShortcutsWindow* makeReadingShortcutsWindow() {
+namespace {
+
+struct GroupTitle {
+  ShortcutGroup group;
+  const char* title;
+};
+constexpr GroupTitle kGroupTitles[] = {
+    {ShortcutGroup::general, "General"},
+    {ShortcutGroup::navigation, "Navigation"},
+    {ShortcutGroup::reading, "Reading"},
+    {ShortcutGroup::panels, "Panels"},
+};
+
+}  // namespace
+
+GtkShortcutsWindow* makeShortcutsWindow() {
   // GTK 4.8 fills a shortcuts window only through GtkBuilder; the definition is made from the
-  // table, every text escaped by GLib.
+  // tables, every text escaped by GLib.
   std::string definition =
       "<interface><object class=\"GtkShortcutsWindow\" id=\"window\"><property name=\"modal\">"
       "1</property><child><object class=\"GtkShortcutsSection\"><property name=\"section-name\">"
-      "reading</property><child><object class=\"GtkShortcutsGroup\"><property name=\"title\">"
-      "Reading</property>";
-  for (const ReadingCommand& command : readingCommands()) {
-    std::string keys;
-    for (const char* key : command.keys) keys += (keys.empty() ? "" : " ") + std::string(key);
-    gchar* shortcut = g_markup_printf_escaped(
-        "<child><object class=\"GtkShortcutsShortcut\"><property name=\"title\">%s</property>"
-        "<property name=\"accelerator\">%s</property></object></child>",
-        command.title, keys.c_str());
-    definition += shortcut;
-    g_free(shortcut);
+      "shortcuts</property>";
+  const std::span<const ReadingCommand> tables[] = {applicationCommands(), readingCommands(),
+                                                     readerWindowKeys()};
+  for (const GroupTitle& group : kGroupTitles) {
+    gchar* opening = g_markup_printf_escaped(
+        "<child><object class=\"GtkShortcutsGroup\"><property name=\"title\">%s</property>",
+        group.title);
+    definition += opening;
+    g_free(opening);
+    for (const std::span<const ReadingCommand>& table : tables) {
+      for (const ReadingCommand& command : table) {
+        if (command.group != group.group) continue;
+        std::string keys;
+        for (const char* key : command.keys) keys += (keys.empty() ? "" : " ") + std::string(key);
+        gchar* shortcut = g_markup_printf_escaped(
+            "<child><object class=\"GtkShortcutsShortcut\"><property name=\"title\">%s</property>"
+            "<property name=\"accelerator\">%s</property></object></child>",
+            command.title, keys.c_str());
+        definition += shortcut;
+        g_free(shortcut);
+      }
+    }
+    definition += "</object></child>";
   }
-  definition += "</object></child></object></child></object></interface>";
+  definition += "</object></child></object></interface>";
   GtkBuilder* builder = gtk_builder_new_from_string(definition.c_str(), -1);
   auto* window = GTK_SHORTCUTS_WINDOW(g_object_ref(gtk_builder_get_object(builder, "window")));
   g_object_unref(builder);

@@ -7,24 +7,35 @@
 
 namespace tomekeeper {
 
-// One item of the Reading menu: its title, its window action and the keys that trigger it
-// (GTK accelerator syntax, the first one shown in menus).
+// The groups of the shortcuts window, in the order it shows them.
+enum class ShortcutGroup { general, navigation, reading, panels };
+
+// One command with its keys: its title, its action (application or window action; none for a
+// key the reader window handles itself) and the keys that trigger it (GTK accelerator syntax,
+// the first one shown in menus).
 struct ReadingCommand {
   const char* title;
   const char* action;
   std::vector<const char*> keys;
+  ShortcutGroup group;
 };
 
-// The Reading menu's items in menu order. The menu, the application's accelerators and the
-// shortcuts window are all made from this one table, so they cannot disagree.
+// The Reading menu's items in menu order.
 std::span<const ReadingCommand> readingCommands();
+
+// The application's other keys: the commands of the main menu and of every window.
+std::span<const ReadingCommand> applicationCommands();
+
+// Keys the reader window reads itself, without an action: the page keys and Escape.
+std::span<const ReadingCommand> readerWindowKeys();
 
 // A new Reading menu; the caller owns the reference.
 GMenu* makeReadingMenu();
 
-// A new shortcuts window listing the Reading menu's commands with their keys, for
+// A new shortcuts window listing every key of the three tables above in its group, for
 // gtk_application_window_set_help_overlay (which adds its own reference); the caller owns one
-// reference. Main thread, after gtk_init.
-GtkShortcutsWindow* makeReadingShortcutsWindow();
+// reference. The menus, the application's accelerators and this window are all made from the
+// same tables, so they cannot disagree. Main thread, after gtk_init.
+GtkShortcutsWindow* makeShortcutsWindow();
 
 }  // namespace tomekeeper

@@ -13,6 +13,9 @@ namespace tomekeeper {
 
 namespace {
 
+// The key under which the settings window holds its view.
+constexpr const char* kViewKey = "tomekeeper-settings-view";
+
 constexpr const char* kClearCacheDescription =
     "Extracted book files make previously opened EPUBs faster to reopen. Clearing the cache "
     "preserves reading positions, bookmarks, highlights, notes, and original EPUB files. Books "
@@ -96,9 +99,10 @@ class SettingsView {
         coordinator_->activeReaderWindowCountChanged.connect([this] { updateClearButton(); });
     updateClearButton();
     // The view goes with its window.
-    g_object_set_data_full(G_OBJECT(window_), "tomekeeper-settings-view", this,
+    g_object_set_data_full(G_OBJECT(window_), kViewKey, this,
                            [](gpointer view) { delete static_cast<SettingsView*>(view); });
-    g_signal_connect(window_, "close-request", G_CALLBACK(handleCloseRequest), this);
+    // Closed or destroyed, the window is gone for the tasks; the view goes with the window.
+    g_signal_connect(window_, "destroy", G_CALLBACK(handleDestroy), this);
   }
 
   ~SettingsView() {
@@ -108,22 +112,24 @@ class SettingsView {
   SettingsView(const SettingsView&) = delete;
   SettingsView& operator=(const SettingsView&) = delete;
 
-  void present() {
+  // Shows the window over `parent` (may be null) and measures the cache again.
+  void present(GtkWindow* parent) {
+    gtk_window_set_transient_for(GTK_WINDOW(window_), parent);
     gtk_window_present(GTK_WINDOW(window_));
     measure();
   }
 
  private:
-  // Tasks reach the view through this flag and the window, which they hold.
+  // Tasks reach the view and its window through this flag, which says whether the window is
+  // still there. They do not hold the window: one kept past its destruction would outlive the
+  // window it was transient for.
   struct Reference {
-    GObjectHandle<GtkWidget> window;
     std::shared_ptr<bool> alive;
     SettingsView* view() const { return *alive ? view_ : nullptr; }
+    GtkWindow* window() const { return *alive ? GTK_WINDOW(view_->window_) : nullptr; }
     SettingsView* view_;
   };
-  Reference reference() {
-    return Reference{GObjectHandle<GtkWidget>::retain(window_), alive_, this};
-  }
+  Reference reference() { return Reference{alive_, this}; }
 
   void updateClearButton() {
     const bool booksAreOpen = coordinator_->activeReaderWindowCount() != 0;
@@ -153,14 +159,15 @@ class SettingsView {
   static async::Task<void> confirmAndClear(Reference reference,
                                            std::shared_ptr<DocumentOpenCoordinator> coordinator) {
     const std::size_t choice = co_await runMessageDialog(
-        GTK_WINDOW(reference.window.get()),
+        reference.window(),
         AlertContent{AlertStyle::warning,
                      "Clear Reading Cache?",
                      "This frees storage used by extracted book files. Your reading progress, "
                      "bookmarks, highlights, notes, and original EPUB files will be preserved.",
-                     {"Clear Cache", "Cancel"}});
+                     {"Cancel", "Clear Cache"},
+                     AlertAction::destructive});
     SettingsView* view = reference.view();
-    if (choice != 0 || view == nullptr) co_return;
+    if (choice != 1 || view == nullptr) co_return;
     view->isClearingCache_ = true;
     view->updateClearButton();
     std::exception_ptr failure;
@@ -182,7 +189,7 @@ class SettingsView {
     std::string message = localizedDescription(failure);
     if (message.empty()) message = "Try again.";
     co_await runMessageDialog(
-        GTK_WINDOW(reference.window.get()),
+        reference.window(),
         AlertContent{AlertStyle::warning, "Couldn\u2019t Clear Reading Cache", message, {"OK"}});
   }
 
@@ -191,12 +198,10 @@ class SettingsView {
     async::spawn(confirmAndClear(self->reference(), self->coordinator_));
   }
 
-  static gboolean handleCloseRequest(GtkWindow*, gpointer data) {
+  static void handleDestroy(GtkWidget*, gpointer data) {
     auto* self = static_cast<SettingsView*>(data);
-    // The window's widgets go now; the view itself goes when the last task lets the window go.
     self->windowCountConnection_.disconnect();
     *self->alive_ = false;
-    return FALSE;
   }
 
   std::shared_ptr<DocumentOpenCoordinator> coordinator_;
@@ -211,11 +216,36 @@ class SettingsView {
 
 }  // namespace
 
+GtkWindow* findSettingsWindow(GtkApplication* application) {
+  for (GList* window = gtk_application_get_windows(application); window != nullptr;
+       window = window->next) {
+    if (g_object_get_data(G_OBJECT(window->data), kViewKey) != nullptr) {
+      return GTK_WINDOW(window->data);
+    }
+  }
+  return nullptr;
+}
+
 void presentSettingsWindow(GtkApplication* application,
                            std::shared_ptr<DocumentOpenCoordinator> coordinator) {
-  // Owned by its window from here on.
-  auto* view = new SettingsView(application, std::move(coordinator));
-  view->present();
+  // Over the window the person was using: the application lists its windows most recently
+  // focused first, and the settings window is not one to be over.
+  GtkWindow* parent = nullptr;
+  for (GList* window = gtk_application_get_windows(application); window != nullptr;
+       window = window->next) {
+    if (GTK_IS_APPLICATION_WINDOW(window->data)) {
+      parent = GTK_WINDOW(window->data);
+      break;
+    }
+  }
+  SettingsView* view = nullptr;
+  if (GtkWindow* existing = findSettingsWindow(application)) {
+    view = static_cast<SettingsView*>(g_object_get_data(G_OBJECT(existing), kViewKey));
+  } else {
+    // Owned by its window from here on.
+    view = new SettingsView(application, std::move(coordinator));
+  }
+  view->present(parent);
 }
 
 }  // namespace tomekeeper

@@ -13,12 +13,19 @@ namespace tomekeeper {
 
 enum class AlertStyle { informational, warning };
 
-// A modal alert: a message, an informative text and its buttons, the first being the default.
+// How an alert's action (its last button, when it has more than one) looks and whether Enter
+// chooses it: a suggested action is the default; a destructive one is shown in red and Enter
+// chooses the first button, which cancels.
+enum class AlertAction { suggested, destructive };
+
+// A modal alert: a message, an informative text and its buttons in the order they are shown,
+// the one that cancels first and the action last (an alert with one button only dismisses).
 struct AlertContent {
   AlertStyle style = AlertStyle::warning;
   std::string message;
   std::string information;
   std::vector<std::string> buttons;
+  AlertAction action = AlertAction::suggested;
   bool operator==(const AlertContent&) const = default;
 };
 
@@ -31,7 +38,7 @@ class ShownIndicator {
 };
 
 // What the coordinator needs of the desktop, apart from windows: alerts, the open panel, the
-// recent documents, the stored window frame, the screens, activation and open progress. The
+// recent documents, the stored window frame, the screens and open progress. The
 // application implements it on GTK and libadwaita; tests implement it with fakes. Main executor
 // only.
 class ShellPlatform {
@@ -39,7 +46,7 @@ class ShellPlatform {
   virtual ~ShellPlatform() = default;
 
   // Shows the alert, modal to the key window, and gives the index of the chosen button (the
-  // last button when the alert is dismissed otherwise).
+  // first, which cancels, when the alert is dismissed otherwise).
   virtual async::Task<std::size_t> runAlert(AlertContent content) = 0;
 
   // Runs an open panel for EPUB files (no directories); empty when cancelled. The modal form
@@ -57,9 +64,6 @@ class ShellPlatform {
   virtual std::optional<WindowFrame> storedReaderWindowFrame() const = 0;
   virtual void storeReaderWindowFrame(const WindowFrame& frame) = 0;
   virtual std::vector<ScreenArea> screens() const = 0;
-
-  // Brings the application forward, ignoring other applications.
-  virtual void activateApplication() = 0;
 
   // Shows that the book `displayName` is being read (hashed, inspected, extracted), in the open
   // window when it is shown, else in a small window of its own.

@@ -35,7 +35,7 @@ class ShellWindow {
   virtual ~ShellWindow() = default;
   virtual const std::string& identifier() const = 0;
   virtual void setTitle(const std::string& title) = 0;
-  // Shows the window, makes it the key window and brings it to the front.
+  // Shows the window, makes it the key window and brings it, and the application, to the front.
   virtual void present() = 0;
   // Closes the window; its delegate hears windowWillClose before this returns.
   virtual void close() = 0;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "app/AboutWindow.h"
 #include "app/ApplicationReaderSession.h"
 #include "app/ApplicationResources.h"
 #include "app/GtkReaderWindows.h"
@@ -20,22 +21,6 @@ namespace {
 // The sessions save their last position on tasks of the main loop when their windows close;
 // quitting waits this long for them.
 constexpr guint kQuitGraceMilliseconds = 300;
-
-struct Accelerator {
-  const char* action;
-  std::vector<const char*> keys;
-};
-
-const std::vector<Accelerator>& accelerators() {
-  static const std::vector<Accelerator> table = {
-      {"app.open", {"<Control>o"}},
-      {"app.settings", {"<Control>comma"}},
-      {"app.quit", {"<Control>q"}},
-      {"window.close", {"<Control>w"}},
-      {"win.show-help-overlay", {"<Control>question"}},
-  };
-  return table;
-}
 
 void addAction(GActionMap* map, const char* name, const GVariantType* parameterType,
                GCallback callback, gpointer data) {
@@ -90,6 +75,8 @@ void TomekeeperApplication::start() {
   g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(readingSection.get()));
   const auto applicationSection = GObjectHandle<GMenu>::adopt(g_menu_new());
   g_menu_append(applicationSection.get(), "Settings", "app.settings");
+  g_menu_append(applicationSection.get(), "Keyboard Shortcuts", "win.show-help-overlay");
+  g_menu_append(applicationSection.get(), "About Tomekeeper", "app.about");
   g_menu_append(applicationSection.get(), "Quit", "app.quit");
   g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(applicationSection.get()));
 
@@ -155,6 +142,11 @@ void TomekeeperApplication::installActions() {
               presentSettingsWindow(GTK_APPLICATION(self->application_.get()), self->coordinator_);
             }),
             this);
+  addAction(map, "about", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
+              auto* self = static_cast<TomekeeperApplication*>(data);
+              presentAboutWindow(GTK_APPLICATION(self->application_.get()));
+            }),
+            this);
   addAction(map, "quit", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
               static_cast<TomekeeperApplication*>(data)->quit();
             }),
@@ -163,10 +155,9 @@ void TomekeeperApplication::installActions() {
     keys.push_back(nullptr);
     gtk_application_set_accels_for_action(GTK_APPLICATION(application_.get()), action, keys.data());
   };
-  for (const Accelerator& accelerator : accelerators()) {
-    setKeys(accelerator.action, accelerator.keys);
+  for (const auto& table : {applicationCommands(), readingCommands()}) {
+    for (const ReadingCommand& command : table) setKeys(command.action, command.keys);
   }
-  for (const ReadingCommand& command : readingCommands()) setKeys(command.action, command.keys);
 }
 
 void TomekeeperApplication::rebuildRecentMenu() {

@@ -350,7 +350,7 @@ TEST_F(DocumentOpenCoordinatorTest,
        LaunchWithNothingRestorableRemovesTheFileAndShowsTheOpenWindow) {
   writeRestorationFile(nlohmann::json({{"fingerprints", {std::string(64, 'c')}}}).dump());
   auto coordinator = makeCoordinator();
-  platform->alertAnswers = {1};  // "Not Now"
+  platform->alertAnswers = {0};  // "Not Now"
   coordinator->start({});
   ASSERT_TRUE(iterateUntil([&] { return !windows->openDocumentWindows.empty(); }));
 
@@ -360,7 +360,7 @@ TEST_F(DocumentOpenCoordinatorTest,
             "Locate the same EPUB to restore this reading window. A different file or edition "
             "won\u2019t be accepted.");
   EXPECT_EQ(platform->alerts.front().buttons,
-            (std::vector<std::string>{"Locate EPUB\u2026", "Not Now"}));
+            (std::vector<std::string>{"Not Now", "Locate EPUB\u2026"}));
   EXPECT_TRUE(platform->selections.empty());
   EXPECT_FALSE(std::filesystem::exists(coordinator->restorationFileURL()));
   EXPECT_TRUE(windows->openDocumentWindows.front()->visible);
@@ -400,7 +400,7 @@ TEST_F(DocumentOpenCoordinatorTest, LostBookIsLocatedAndOpenedFromItsNewPlace) {
   std::filesystem::remove(book);
 
   auto coordinator = makeCoordinator();
-  platform->alertAnswers = {0};  // "Locate EPUB…"
+  platform->alertAnswers = {1};  // "Locate EPUB…"
   platform->fileChoices = {{moved}};
   coordinator->start({});
   ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 1; }));
@@ -429,7 +429,7 @@ TEST_F(DocumentOpenCoordinatorTest, RelocatingToAnotherEditionIsRefusedAndChange
   }
 
   auto coordinator = makeCoordinator();
-  platform->alertAnswers = {0};
+  platform->alertAnswers = {1};  // "Locate EPUB…"
   platform->fileChoices = {{other}};
   coordinator->start({});
   ASSERT_TRUE(iterateUntil([&] { return platform->alerts.size() == 2; }));

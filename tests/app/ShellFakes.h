@@ -158,7 +158,7 @@ class FakePlatform final : public ShellPlatform {
  public:
   async::Task<std::size_t> runAlert(AlertContent content) override {
     alerts.push_back(content);
-    if (alertAnswers.empty()) co_return content.buttons.empty() ? 0 : content.buttons.size() - 1;
+    if (alertAnswers.empty()) co_return 0;
     const std::size_t answer = alertAnswers.front();
     alertAnswers.pop_front();
     co_return answer;
@@ -180,7 +180,6 @@ class FakePlatform final : public ShellPlatform {
   std::optional<WindowFrame> storedReaderWindowFrame() const override { return storedFrame; }
   void storeReaderWindowFrame(const WindowFrame& frame) override { storedFrame = frame; }
   std::vector<ScreenArea> screens() const override { return screenAreas; }
-  void activateApplication() override { ++activationCount; }
   std::unique_ptr<ShownIndicator> showOpenProgress(const std::string& displayName) override {
     progressNames.push_back(displayName);
     return std::make_unique<FakeIndicator>(progressShownCount);
@@ -193,7 +192,6 @@ class FakePlatform final : public ShellPlatform {
   std::vector<std::filesystem::path> recent;
   std::optional<WindowFrame> storedFrame;
   std::vector<ScreenArea> screenAreas{{1920, 1050}};
-  int activationCount = 0;
   std::vector<std::string> progressNames;
   int progressShownCount = 0;
 };
