@@ -4,7 +4,8 @@
 // window: from the stores of the user's data directory (the XDG variables are honoured). The
 // book is known by the SHA-256 of its file; its title, authors and chapters are read from its
 // own documents, which are checked and unpacked into a private temporary directory as the
-// application takes a book in, and that directory is removed. The stores are only read.
+// application takes a book in, and that directory is removed. The stores are only read: the
+// highlights of conflict copies that a file-sync engine left beside them are merged in memory.
 // Exit status: 0 printed, 2 the book was refused or its highlights cannot be read, 1 usage or
 // any other error. Markdown is the default.
 
@@ -24,6 +25,7 @@
 #include "intake/EPUBContainerValidator.h"
 #include "opening/DocumentOpenErrorPresentation.h"
 #include "opening/PublicationFingerprintService.h"
+#include "persistence/ConflictCopies.h"
 #include "persistence/HighlightExport.h"
 #include "persistence/JSONAnnotationRepository.h"
 #include "persistence/PublicationOutline.h"
@@ -126,7 +128,7 @@ int main(int argc, char** argv) {
                          book.sha256 / PublicationStateRepositoryFactory::kAnnotationsFileName;
   std::vector<Annotation> annotations;
   try {
-    JSONAnnotationRepository::Store stored = JSONAnnotationRepository::loadStore(store);
+    JSONAnnotationRepository::Store stored = loadAnnotationsWithConflictCopies(store);
     annotations = std::move(stored.annotationsByFingerprint[book.sha256]);
   } catch (const std::exception& error) {
     std::cerr << "tomekeeper-export: the highlights in " << store.string() << " cannot be read ("

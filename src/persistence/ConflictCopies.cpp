@@ -10,6 +10,7 @@
 #include <string>
 #include <system_error>
 
+#include "async/Failure.h"
 #include "persistence/JSONAnnotationRepository.h"
 #include "persistence/JSONBookmarkRepository.h"
 #include "persistence/JSONReadingPositionRepository.h"
@@ -133,30 +134,24 @@ std::filesystem::path moveAside(const std::filesystem::path& copy) {
   }
 }
 
+// The store in `storeFile` with `copies` merged into it, in memory; copies that do not decode
+// go to `outcome.copiesLeftInPlace`, the others to `mergedCopies`. Throws what the repository's
+// loadStore throws for the store itself.
 template <typename Repository>
-ConflictMergeOutcome mergeStore(const std::filesystem::path& storeFile) {
+typename Repository::Store mergedInMemory(const std::filesystem::path& storeFile,
+                                          const std::vector<std::filesystem::path>& copies,
+                                          ConflictMergeOutcome& outcome,
+                                          std::vector<std::filesystem::path>& mergedCopies) {
   using Store = typename Repository::Store;
-  ConflictMergeOutcome outcome;
-  const std::vector<std::filesystem::path> copies = conflictCopiesOf(storeFile);
-  if (copies.empty()) return outcome;
-
-  const std::optional<std::string> contents = readWholeFile(storeFile);
   Version<Store> merged;
-  try {
-    if (contents) merged.store = Repository::decodeStore(*contents);
-  } catch (const std::exception&) {
-    outcome.copiesLeftInPlace = copies;
-    return outcome;
-  }
-  merged.modifiedNanoseconds = contents ? modificationNanoseconds(storeFile) : 0;
+  merged.store = Repository::loadStore(storeFile);
+  merged.modifiedNanoseconds = modificationNanoseconds(storeFile);
   std::map<std::string, std::int64_t> positionDates;
   if constexpr (std::is_same_v<Repository, JSONReadingPositionRepository>) {
     for (const auto& entry : merged.store.locators) {
       positionDates[entry.first] = merged.modifiedNanoseconds;
     }
   }
-
-  std::vector<std::filesystem::path> mergedCopies;
   for (const std::filesystem::path& copy : copies) {
     Version<Store> version;
     try {
@@ -175,8 +170,25 @@ ConflictMergeOutcome mergeStore(const std::filesystem::path& storeFile) {
     }
     mergedCopies.push_back(copy);
   }
+  return std::move(merged.store);
+}
+
+template <typename Repository>
+ConflictMergeOutcome mergeStore(const std::filesystem::path& storeFile) {
+  ConflictMergeOutcome outcome;
+  const std::vector<std::filesystem::path> copies = conflictCopiesOf(storeFile);
+  if (copies.empty()) return outcome;
+  std::vector<std::filesystem::path> mergedCopies;
+  typename Repository::Store merged;
+  try {
+    merged = mergedInMemory<Repository>(storeFile, copies, outcome, mergedCopies);
+  } catch (const Failure&) {
+    // The store in place does not decode (or cannot be read): it is never repaired.
+    outcome.copiesLeftInPlace = copies;
+    return outcome;
+  }
   if (mergedCopies.empty()) return outcome;
-  replaceStoreKeepingBackups(storeFile, Repository::encodeStore(merged.store));
+  replaceStoreKeepingBackups(storeFile, Repository::encodeStore(merged));
   for (const std::filesystem::path& copy : mergedCopies) {
     outcome.mergedCopies.push_back(moveAside(copy));
   }
@@ -225,6 +237,14 @@ ConflictMergeOutcome mergeConflictCopiesIn(const std::filesystem::path& publicat
            mergeConflictCopies(store, publicationDirectory / publicationStoreFileName(store)));
   }
   return outcome;
+}
+
+JSONAnnotationRepository::Store loadAnnotationsWithConflictCopies(
+    const std::filesystem::path& storeFile) {
+  ConflictMergeOutcome ignored;
+  std::vector<std::filesystem::path> merged;
+  return mergedInMemory<JSONAnnotationRepository>(storeFile, conflictCopiesOf(storeFile), ignored,
+                                                  merged);
 }
 
 namespace detail {

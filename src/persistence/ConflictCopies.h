@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "persistence/JSONAnnotationRepository.h"
 #include "persistence/ReadingDataBackups.h"
 
 // A state directory may sit in a folder that a file-sync engine keeps. When two machines change
@@ -46,6 +47,14 @@ ConflictMergeOutcome mergeConflictCopies(PublicationStore store,
 
 // mergeConflictCopies for the three stores of a book's directory, one after the other.
 ConflictMergeOutcome mergeConflictCopiesIn(const std::filesystem::path& publicationDirectory);
+
+// The annotations of `storeFile` with its conflict copies merged as mergeConflictCopies would,
+// in memory only: nothing is written or moved, so a reader of the stores (the export command)
+// sees every highlight while the application is not running. Fails as
+// JSONAnnotationRepository::loadStore does for the store itself; copies that do not decode are
+// passed over. Blocking.
+JSONAnnotationRepository::Store loadAnnotationsWithConflictCopies(
+    const std::filesystem::path& storeFile);
 
 namespace detail {
 

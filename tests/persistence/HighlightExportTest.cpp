@@ -243,7 +243,14 @@ TEST_F(HighlightExportTest, AnExportReadsBackAsTheStoredHighlightsInReadingOrder
                 "\"quoted\" and `ticked`", 800'000'300)};
   store.annotationsByFingerprint[testing::kOtherFingerprint] = {
       highlight(testing::kOtherFingerprint, 0, "epubcfi(/6/2!/4/2/1:0)", "elsewhere", {}, 1)};
+  // The last highlight is in a conflict copy only: it is exported, and the copy stays.
+  JSONAnnotationRepository::Store copy;
+  copy.annotationsByFingerprint[fingerprint] = {store.annotationsByFingerprint[fingerprint].back()};
+  store.annotationsByFingerprint[fingerprint].pop_back();
   writeFile(storeOf(fingerprint), JSONAnnotationRepository::encodeStore(store));
+  const fs::path copyFile =
+      storeOf(fingerprint).parent_path() / "annotations (conflicted copy 2026-11-24).json";
+  writeFile(copyFile, JSONAnnotationRepository::encodeStore(copy));
 
   const ExportedBook expected{
       "Moby-Dick; or, The Whale",
@@ -263,6 +270,8 @@ TEST_F(HighlightExportTest, AnExportReadsBackAsTheStoredHighlightsInReadingOrder
   const Result json = run({book.string(), "--format", "json"});
   EXPECT_EQ(json.exitStatus, 0) << json.output;
   EXPECT_EQ(readJSONExport(json.output), expected) << json.output;
+  EXPECT_EQ(readFile(copyFile), JSONAnnotationRepository::encodeStore(copy));
+  EXPECT_EQ(readFile(storeOf(fingerprint)), JSONAnnotationRepository::encodeStore(store));
 }
 
 // Bad input is refused with a status of its own, and the store is left as it was.
