@@ -152,6 +152,47 @@ describe('PackageDocument', () => {
     }
   });
 
+  it('FollowsManifestFallbacksToAFramedTypeAndRefusesCycles', () => {
+    const cases: [string, string, string[]][] = [
+      ['a JSON item falls back to XHTML', '<item id="a" href="a.json" media-type="application/json" fallback="x"/>', ['a:x.xhtml']],
+      [
+        'an XML item falls back through another foreign item',
+        '<item id="a" href="a.xml" media-type="application/dtc+xml" fallback="b"/><item id="b" href="b.svg" media-type="image/svg+xml" fallback="x"/>',
+        ['a:x.xhtml'],
+      ],
+      ['a chain that ends unshown is skipped', '<item id="a" href="a.json" media-type="application/json" fallback="b"/><item id="b" href="b.xml" media-type="text/xml"/>', []],
+      ['a fallback that names no item is skipped', '<item id="a" href="a.json" media-type="application/json" fallback="nothing"/>', []],
+      [
+        'a cycle is refused',
+        '<item id="a" href="a.json" media-type="application/json" fallback="b"/><item id="b" href="b.json" media-type="application/json" fallback="a"/>',
+        [],
+      ],
+    ];
+    for (const [name, items, expected] of cases) {
+      const text = `<package xmlns="http://www.idpf.org/2007/opf"><metadata/><manifest>
+        <item id="x" href="x.xhtml" media-type="application/xhtml+xml"/>${items}
+      </manifest><spine><itemref idref="a"/><itemref idref="x"/></spine></package>`;
+      const spine = parsePackageDocument(text, packageURL, base).spine;
+      expect(spine.slice(0, -1).map((item) => `${item.idref}:${item.href}`), name).toEqual(expected);
+      expect(spine[spine.length - 1]?.cfiStep, name).toBe(4);
+    }
+  });
+
+  it('MapsImagesOfAnUndrawnTypeToTheirImageFallback', () => {
+    const text = `<package xmlns="http://www.idpf.org/2007/opf"><metadata/><manifest>
+      <item id="x" href="x.xhtml" media-type="application/xhtml+xml"/>
+      <item id="tiff" href="images/photo.tiff" media-type="image/tiff" fallback="heic"/>
+      <item id="heic" href="images/photo.heic" media-type="image/heic" fallback="png"/>
+      <item id="png" href="images/photo.png" media-type="image/png"/>
+      <item id="jxl" href="images/lost.jxl" media-type="image/jxl"/>
+    </manifest><spine><itemref idref="x"/></spine></package>`;
+    const fallbacks = parsePackageDocument(text, packageURL, base).imageFallbacks;
+    expect([...fallbacks.entries()]).toEqual([
+      [resourceKey(`${base}images/photo.tiff`), `${base}images/photo.png`],
+      [resourceKey(`${base}images/photo.heic`), `${base}images/photo.png`],
+    ]);
+  });
+
   it('RefusesADocumentThatIsNotWellFormed', () => {
     expect(() => parsePackageDocument('<package><metadata>', packageURL, base)).toThrow(/well-formed/);
   });

@@ -425,6 +425,73 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, AFixedLayoutPageIsScaledToFitTheView) {
   }
 }
 
+// ---- Manifest fallbacks ------------------------------------------------------------------------
+
+std::string fallbackPage(const std::string& words, const std::string& body = "") {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<html xmlns=\"http://www.w3.org/1999/xhtml\">"
+         "<head><title>Page</title></head><body><p>" +
+         words + "</p>" + body + "</body></html>\n";
+}
+
+// A spine of a JSON item and an XML item that fall back to XHTML pages, a JSON item without a
+// fallback, and a page whose image is of a type no browser draws, with an SVG fallback.
+std::string fallbackBook() {
+  testing::EpubBuilder builder;
+  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath,
+                      R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:1f0e2d3c-4b5a-4968-8776-a5b4c3d2e1f9</dc:identifier>
+    <dc:title>Fallbacks</dc:title><dc:language>en</dc:language>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+    <item id="data" href="data.json" media-type="application/json" fallback="one"/>
+    <item id="dtc" href="book.dtc" media-type="application/dtc+xml" fallback="two"/>
+    <item id="lost" href="lost.json" media-type="application/json"/>
+    <item id="one" href="one.xhtml" media-type="application/xhtml+xml"/>
+    <item id="two" href="two.xhtml" media-type="application/xhtml+xml"/>
+    <item id="three" href="three.xhtml" media-type="application/xhtml+xml"/>
+    <item id="photo" href="photo.tiff" media-type="image/tiff" fallback="drawing"/>
+    <item id="drawing" href="drawing.svg" media-type="image/svg+xml"/>
+  </manifest>
+  <spine><itemref idref="data"/><itemref idref="dtc"/><itemref idref="lost"/><itemref idref="three"/></spine>
+</package>
+)");
+  builder.addFile("OEBPS/data.json", R"({"words": "Test fails."})");
+  builder.addFile("OEBPS/book.dtc", "<?xml version=\"1.0\"?><dtbook><p>Test fails.</p></dtbook>");
+  builder.addFile("OEBPS/lost.json", "{}");
+  builder.addFile("OEBPS/one.xhtml", fallbackPage("The first fallback page shows."));
+  builder.addFile("OEBPS/two.xhtml", fallbackPage("The second fallback page shows."));
+  builder.addFile("OEBPS/three.xhtml",
+                  fallbackPage("The drawing stands below.",
+                               "<p><img id=\"photo\" src=\"photo.tiff\" alt=\"A photo\"/></p>"));
+  builder.addFile("OEBPS/photo.tiff", "II*\0not really a picture");
+  builder.addFile(
+      "OEBPS/drawing.svg",
+      "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"40\" height=\"30\"><rect width=\"40\" "
+      "height=\"30\" fill=\"teal\"/></svg>");
+  return builder.build();
+}
+
+TEST_F(ReaderRuntimeLayoutDisplayTest, ItemsOfAForeignTypeShowTheirManifestFallbacks) {
+  const OpenPublicationResult opened = openBook(fallbackBook());
+  // The JSON item without a fallback is left out; the others show their fallback pages.
+  EXPECT_EQ(opened.spineItemCount, 3);
+  EXPECT_TRUE(isTextOnScreen(TextContext{"The first fallback page shows.", {}, {}}));
+  EXPECT_FALSE(isTextOnScreen(TextContext{"Test fails.", {}, {}}));
+  run(bridge().nextSection());
+  EXPECT_TRUE(isTextOnScreen(TextContext{"The second fallback page shows.", {}, {}}));
+  run(bridge().nextSection());
+  EXPECT_EQ(evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    const image = frame.contentDocument.getElementById('photo');
+    await image.decode().catch(() => undefined);
+    return { source: image.getAttribute('src').replace(/.*\//, ''), width: image.naturalWidth };
+  )"),
+            (json{{"source", "drawing.svg"}, {"width", 40}}));
+}
+
 // ---- The reader's place through relayouts ---------------------------------------------------
 
 struct RelayoutCase {
@@ -433,7 +500,9 @@ struct RelayoutCase {
   ReadingMode mode;
 };
 
-void PrintTo(const RelayoutCase& relayoutCase, std::ostream* stream) { *stream << relayoutCase.name; }
+void PrintTo(const RelayoutCase& relayoutCase, std::ostream* stream) {
+  *stream << relayoutCase.name;
+}
 
 class ReaderPlaceDisplayTest : public testing::ReaderRuntimeDisplayTest,
                                public ::testing::WithParamInterface<RelayoutCase> {};

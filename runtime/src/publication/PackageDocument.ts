@@ -1,5 +1,5 @@
 // Reader of the package document: metadata, manifest, spine and rendition properties.
-import { relativeHref, resolveURL } from './hrefs';
+import { relativeHref, resolveURL, resourceKey } from './hrefs';
 import {
   childElements,
   collapsedText,
@@ -24,6 +24,8 @@ export interface ManifestItem {
   url: string;
   mediaType: string;
   properties: string[];
+  // The id of the item to use where this one's type cannot be shown.
+  fallback?: string;
 }
 
 export interface SpineItem {
@@ -59,7 +61,13 @@ export interface PackageDocument {
   layout: RenditionLayout;
   navigationDocumentURL: string | undefined;
   ncxURL: string | undefined;
+  // For each manifest item of an image type that no browser draws, keyed by resourceKey of its
+  // URL: the URL of the first item of its fallback chain that one does.
+  imageFallbacks: ReadonlyMap<string, string>;
 }
+
+// The image types that every reading system draws.
+export const coreImageMediaTypes: ReadonlySet<string> = new Set(['image/gif', 'image/jpeg', 'image/png', 'image/svg+xml', 'image/webp']);
 
 function metaProperty(metadata: Element, property: string): string | undefined {
   for (const meta of childElements(metadata, 'meta')) {
@@ -106,6 +114,37 @@ function readCover(metadata: Element, manifest: ManifestItem[], manifestHrefs: M
   return undefined;
 }
 
+// The first item of `item`'s fallback chain (itself included) whose type is in `shown`; none when
+// the chain ends, names a missing item, or comes back to an item it passed.
+export function renderedFallback(
+  item: ManifestItem | undefined,
+  manifestByID: ReadonlyMap<string, ManifestItem>,
+  shown: ReadonlySet<string>,
+): ManifestItem | undefined {
+  const passed = new Set<string>();
+  for (let current = item; current !== undefined; current = current.fallback === undefined ? undefined : manifestByID.get(current.fallback)) {
+    if (passed.has(current.id)) return undefined;
+    passed.add(current.id);
+    if (shown.has(current.mediaType)) return current;
+  }
+  return undefined;
+}
+
+function imageFallbacksOf(manifest: readonly ManifestItem[], manifestByID: ReadonlyMap<string, ManifestItem>): Map<string, string> {
+  const fallbacks = new Map<string, string>();
+  for (const item of manifest) {
+    if (coreImageMediaTypes.has(item.mediaType) || item.fallback === undefined) continue;
+    const shown = renderedFallback(item, manifestByID, coreImageMediaTypes);
+    if (shown === undefined) continue;
+    try {
+      fallbacks.set(resourceKey(item.url), shown.url);
+    } catch {
+      // An item whose URL does not parse is never asked for.
+    }
+  }
+  return fallbacks;
+}
+
 export function parsePackageDocument(text: string, packageURL: string, resourceBaseURL: string): PackageDocument {
   const document = parseXML(text, 'application/xml', 'the package document');
   const root = document.documentElement;
@@ -136,6 +175,8 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
       mediaType: (element.getAttribute('media-type') ?? '').trim().toLowerCase(),
       properties: tokens(element.getAttribute('properties')),
     };
+    const fallback = element.getAttribute('fallback');
+    if (fallback !== null && fallback.trim().length > 0) item.fallback = fallback.trim();
     manifest.push(item);
     if (!manifestByID.has(id)) manifestByID.set(id, item);
     manifestByHref.set(href, item);
@@ -146,8 +187,9 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
   childElements(spineElement).forEach((element, elementIndex) => {
     if (element.localName !== 'itemref') return;
     const idref = element.getAttribute('idref');
-    const item = idref === null ? undefined : manifestByID.get(idref);
-    if (idref === null || item === undefined || !renderedSpineMediaTypes.has(item.mediaType)) return;
+    // An item of a type the reader does not frame is shown through its manifest fallback.
+    const item = idref === null ? undefined : renderedFallback(manifestByID.get(idref), manifestByID, renderedSpineMediaTypes);
+    if (idref === null || item === undefined) return;
     const properties = tokens(element.getAttribute('properties'));
     let itemLayout = layout;
     if (properties.includes('rendition:layout-pre-paginated')) itemLayout = 'pre-paginated';
@@ -197,5 +239,6 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
     layout,
     navigationDocumentURL: manifest.find((item) => item.properties.includes('nav'))?.url,
     ncxURL: ncxItem?.url,
+    imageFallbacks: imageFallbacksOf(manifest, manifestByID),
   };
 }

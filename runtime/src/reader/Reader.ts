@@ -29,6 +29,7 @@ import { excerptAt, findExcerpt } from '../locator/Excerpt';
 import { SectionWeights, clampUnit } from '../locator/Progression';
 import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
 import { parsePackageDocument, type PackageDocument, type SpineItem } from '../publication/PackageDocument';
+import { applyImageFallbacks } from '../publication/ImageFallbacks';
 import { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
 import { TextCache, type BinaryLoader, type TextLoader } from '../publication/ResourceLoader';
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
@@ -97,7 +98,7 @@ export class Reader implements ReaderOperations {
   private anchor: Locator | undefined;
   // Where the reader itself last put the viewport's scroll, so that the scroll events of its own
   // moves are not taken for the reader's.
-  private ownScroll: { top: number; left: number } | undefined;
+  private ownScroll: { top: number; left: number; width: number; height: number } | undefined;
   private prepared = new Map<number, Promise<SectionView>>();
   private readonly loaded = new Set<SectionView>();
   private bookmarkCandidates: BookmarkVisibilityCandidate[] = [];
@@ -256,6 +257,7 @@ export class Reader implements ReaderOperations {
       .load(item.url, this.environment.stage)
       .then(async () => {
         this.clicks.attach(view.document, view.frame, item.url);
+        await applyImageFallbacks(view.document, item.url, this.opened().packageDocument.imageFallbacks);
         // Restored fonts are in place before the first layout, so that it measures with them.
         await fonts?.register(view.document);
         view.layout(this.settings, this.viewportMeasures());
@@ -304,7 +306,7 @@ export class Reader implements ReaderOperations {
     if (typeof place === 'number') view.showPage(place, viewport);
     else if (place.point !== undefined) view.showPoint(place.point.node, place.point.offset, viewport);
     else view.showPage(place.page, viewport);
-    this.ownScroll = { top: viewport.scrollTop, left: viewport.scrollLeft };
+    this.ownScroll = { top: viewport.scrollTop, left: viewport.scrollLeft, width: viewport.clientWidth, height: viewport.clientHeight };
   }
 
   // Keeps the current section and its neighbours; other frames are released.
@@ -590,12 +592,14 @@ export class Reader implements ReaderOperations {
   }
 
   // A scroll of the viewport began. Unless it is the reader's own (a move or a relayout put the
-  // viewport there), the reader is scrolling by hand: until the scroll ends, the place is what
-  // the screen shows.
+  // viewport there) or the browser's (a new window size moved the text under a relayout still to
+  // come), the reader is scrolling by hand: until the scroll ends, the place is what the screen
+  // shows.
   unsettle(): void {
     const viewport = this.environment.viewport;
     const own = this.ownScroll;
     if (own !== undefined && own.top === viewport.scrollTop && own.left === viewport.scrollLeft) return;
+    if (own !== undefined && (own.width !== viewport.clientWidth || own.height !== viewport.clientHeight)) return;
     this.ownScroll = undefined;
     this.anchor = undefined;
   }
