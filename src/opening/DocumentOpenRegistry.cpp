@@ -96,11 +96,13 @@ async::Task<PreparedDocumentIdentity> DocumentOpenRegistry::prepareIdentity(
 
   std::string fingerprint;
   std::exception_ptr failure;
+  ++waitingOpens_;
   try {
     fingerprint = co_await joined->task;
   } catch (...) {
     failure = std::current_exception();
   }
+  --waitingOpens_;
   if (auto entry = inFlight_.find(key);
       entry != inFlight_.end() && entry->second.id == joined->id) {
     inFlight_.erase(entry);

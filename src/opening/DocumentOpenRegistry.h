@@ -55,6 +55,8 @@ class DocumentOpenRegistry final : public DocumentIdentityPreparing,
   }
   bool isActive(const std::string& fingerprint) const { return active_.contains(fingerprint); }
   std::size_t inFlightCount() const { return inFlight_.size(); }
+  // Opens now waiting for a hash, whether they started it or joined it.
+  std::size_t waitingOpenCount() const { return waitingOpens_; }
   const std::shared_ptr<SecurityScopedAccessLedger>& accessLedger() const { return accessLedger_; }
 
  private:
@@ -74,6 +76,7 @@ class DocumentOpenRegistry final : public DocumentIdentityPreparing,
   std::map<std::string, Activator> active_;
   std::set<std::string> reservedFingerprints_;
   std::uint64_t nextInFlightID_ = 1;
+  std::size_t waitingOpens_ = 0;
 };
 
 }  // namespace tomekeeper

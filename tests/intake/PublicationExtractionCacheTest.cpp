@@ -266,11 +266,24 @@ TEST_F(PublicationExtractionCacheTest, AnInspectionFailureReachesTheCaller) {
 }
 
 TEST_F(PublicationExtractionCacheTest, ACancelledPrepareLeavesNoOperationBehind) {
-  const fs::path source = writeBook(EpubBuilder());
+  EpubBuilder book;
+  for (int index = 0; index < 20; ++index) {
+    book.addFile("OEBPS/text/part" + std::to_string(index) + ".xhtml", "<p>part</p>");
+  }
+  const fs::path source = writeBook(book);
   std::stop_source stop;
-  stop.request_stop();
+  // Stopped half-way through the extraction, while its operation and lock exist.
+  testing::FaultInjectingFileSystem fileSystem;
+  bool sawOperation = false;
+  fileSystem.beforeCall = [&](testing::FileOperation operation, const std::string& path) {
+    if (operation != testing::FileOperation::open || path.find("part10") == std::string::npos)
+      return;
+    sawOperation = holdsOperationNames(root_);
+    stop.request_stop();
+  };
   EXPECT_THROW(async::runUntilDone(cache_.prepare(source, kFingerprint), 60s, stop.get_token()),
                async::OperationCancelled);
+  EXPECT_TRUE(sawOperation);
   EXPECT_FALSE(holdsOperationNames(root_));
   EXPECT_FALSE(fs::exists(root_ / kFingerprint / "Extracted"));
 }

@@ -79,7 +79,8 @@ TEST_F(DocumentOpenRegistryTest, TwoOpensOfOnePathHashOnceAndTheSecondReusesTheR
         [&]() -> async::Task<PreparedDocumentIdentity*> {
           co_return new PreparedDocumentIdentity(co_await open(directory / "book.epub"));
         }());
-    co_await async::sleepFor(20ms);
+    // Both opens wait on the one hash before it may end.
+    while (registry->waitingOpenCount() < 2) co_await async::sleepFor(1ms);
     fingerprinter->release();
     std::unique_ptr<PreparedDocumentIdentity> a(co_await first);
     std::unique_ptr<PreparedDocumentIdentity> b(co_await second);
@@ -131,7 +132,8 @@ TEST_F(DocumentOpenRegistryTest, AFailedHashReachesEveryWaiterAndANewOpenStartsA
     };
     auto first = async::SharedTask<int>::start(attempt());
     auto second = async::SharedTask<int>::start(attempt());
-    co_await async::sleepFor(20ms);
+    // Both opens wait on the one hash before it may end.
+    while (registry->waitingOpenCount() < 2) co_await async::sleepFor(1ms);
     fingerprinter->release();
     co_return co_await first + co_await second;
   };

@@ -23,6 +23,7 @@ int FaultInjectingFileSystem::injectedFailures() const {
 
 std::optional<int> FaultInjectingFileSystem::takeFault(FileOperation operation,
                                                        const std::string& path) {
+  if (beforeCall) beforeCall(operation, path);
   std::lock_guard lock(mutex_);
   for (PlannedFault& planned : faults_) {
     if (planned.fault.operation != operation) continue;

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -47,6 +48,9 @@ class FaultInjectingFileSystem final : public FileSystem {
   ~FaultInjectingFileSystem() override;
 
   void addFault(FileFault fault);
+  // Called before every call, with its operation and the path it works on, on the calling
+  // thread: a test can make something happen at an exact point of the work.
+  std::function<void(FileOperation operation, const std::string& path)> beforeCall;
   // How many calls failed by a fault so far.
   int injectedFailures() const;
 
