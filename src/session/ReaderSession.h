@@ -357,6 +357,11 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   // Forgets the book's position, bookmarks and highlights, in the stores and on the page;
   // closing then saves no position. Nothing unless `ready` with a fingerprint.
   async::Task<void> clearReadingData();
+  // Rereads bookmarks and highlights after something else changed their stores (a file-sync
+  // engine, a restore from a backup): the lists follow, highlights gone from the store leave
+  // the page, new or moved ones are drawn. A store that fails to load sets `error` and keeps
+  // its list. Nothing unless `ready` with a fingerprint (ReaderSessionStoreChanges.cpp).
+  async::Task<void> rereadReadingData();
 
   // The external link callback: opens `url` and remembers it when the desktop did.
   void handleExternalLink(const std::string& url);
