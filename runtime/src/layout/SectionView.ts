@@ -295,7 +295,14 @@ export class SectionView {
   private placementOfRect(rect: DOMRect, container: HTMLElement | undefined): CharacterPlacement {
     if (rect.width === 0 && rect.height === 0) return 'unplaced';
     const band = this.visibleBand(container);
-    if (this.geometry.axis === 'vertical' || (this.mode === 'scrolled' && !this.scrollsAcross)) {
+    if (this.mode === 'scrolled' && !this.scrollsAcross) {
+      // A line belongs to the screen when its top is on it, as showPoint places a line: glyphs
+      // of the line above may reach below its top without that line being the first one read.
+      if (rect.top < band.start - 1) return 'before';
+      if (rect.top >= band.end) return 'after';
+      return 'visible';
+    }
+    if (this.geometry.axis === 'vertical') {
       if (rect.bottom <= band.start) return 'before';
       if (rect.top >= band.end) return 'after';
       return 'visible';
