@@ -86,14 +86,17 @@ class TemporaryDirectory {
   fs::path path_;
 };
 
-PublicationOutline readOutline(const fs::path& book) {
+// Checks and unpacks the book as the application takes one in, and exports from what it unpacked.
+std::string exportFromBook(const Arguments& arguments, const std::string& fingerprint,
+                           std::vector<Annotation> annotations) {
   const TemporaryDirectory directory;
   const EPUBArchiveInspection inspection =
-      async::runUntilDone(EPUBArchiveInspector().inspect(book), kTimeLimit);
+      async::runUntilDone(EPUBArchiveInspector().inspect(arguments.book), kTimeLimit);
   const fs::path extracted = directory.path() / "Extracted";
-  EPUBArchiveExtractor().extract(book, inspection, extracted);
+  EPUBArchiveExtractor().extract(arguments.book, inspection, extracted);
   const ValidatedEPUBContainer container = EPUBContainerValidator().validate(extracted);
-  return readPublicationOutline(container.publicationRoot, container.packageDocumentPath);
+  return exportHighlightsOfPublication(container.publicationRoot, container.packageDocumentPath,
+                                       fingerprint, std::move(annotations), arguments.format);
 }
 
 }  // namespace
@@ -104,13 +107,29 @@ int main(int argc, char** argv) {
     std::cerr << "usage: tomekeeper-export BOOK.epub [--format markdown|json]\n";
     return 1;
   }
-  HighlightExportBook book;
+  std::string fingerprint;
   try {
-    book.sha256 = PublicationFingerprintService::fingerprintFile(arguments->book, {});
-    PublicationOutline outline = readOutline(arguments->book);
-    book.title = std::move(outline.title);
-    book.authors = std::move(outline.authors);
-    book.spine = std::move(outline.spine);
+    fingerprint = PublicationFingerprintService::fingerprintFile(arguments->book, {});
+  } catch (const std::exception& error) {
+    std::cerr << "tomekeeper-export: " << arguments->book.string() << ": " << error.what() << "\n";
+    return 2;
+  }
+
+  const fs::path store = fs::path(g_get_user_data_dir()) / "tomekeeper" / "Publications" /
+                         fingerprint / PublicationStateRepositoryFactory::kAnnotationsFileName;
+  std::vector<Annotation> annotations;
+  try {
+    JSONAnnotationRepository::Store stored = loadAnnotationsWithConflictCopies(store);
+    annotations = std::move(stored.annotationsByFingerprint[fingerprint]);
+  } catch (const std::exception& error) {
+    std::cerr << "tomekeeper-export: the highlights in " << store.string() << " cannot be read ("
+              << error.what() << "); the file is left as it is\n";
+    return 2;
+  }
+
+  std::string text;
+  try {
+    text = exportFromBook(*arguments, fingerprint, std::move(annotations));
   } catch (const Failure&) {
     const DocumentOpenErrorPresentation presentation =
         DocumentOpenErrorPresentation::from(std::current_exception());
@@ -120,27 +139,10 @@ int main(int argc, char** argv) {
     std::cerr << "tomekeeper-export: " << error.what() << "\n";
     return 2;
   } catch (const std::exception& error) {
-    std::cerr << "tomekeeper-export: " << arguments->book.string() << ": " << error.what() << "\n";
-    return 1;
-  }
-
-  const fs::path store = fs::path(g_get_user_data_dir()) / "tomekeeper" / "Publications" /
-                         book.sha256 / PublicationStateRepositoryFactory::kAnnotationsFileName;
-  std::vector<Annotation> annotations;
-  try {
-    JSONAnnotationRepository::Store stored = loadAnnotationsWithConflictCopies(store);
-    annotations = std::move(stored.annotationsByFingerprint[book.sha256]);
-  } catch (const std::exception& error) {
-    std::cerr << "tomekeeper-export: the highlights in " << store.string() << " cannot be read ("
-              << error.what() << "); the file is left as it is\n";
-    return 2;
-  }
-  try {
-    std::cout << exportHighlights(book, std::move(annotations), arguments->format);
-    std::cout.flush();
-    return std::cout ? 0 : 1;
-  } catch (const std::exception& error) {
     std::cerr << "tomekeeper-export: " << error.what() << "\n";
     return 1;
   }
+  std::cout << text;
+  std::cout.flush();
+  return std::cout ? 0 : 1;
 }

@@ -1,5 +1,7 @@
 #include "persistence/HighlightExport.h"
 
+#include "persistence/PublicationOutline.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -160,6 +162,17 @@ std::string exportHighlights(const HighlightExportBook& book, std::vector<Annota
                    });
   return format == HighlightExportFormat::markdown ? markdown(book, annotations)
                                                    : json(book, annotations);
+}
+
+std::string exportHighlightsOfPublication(const std::filesystem::path& publicationRoot,
+                                          const std::string& packageDocumentPath,
+                                          std::string fingerprint,
+                                          std::vector<Annotation> annotations,
+                                          HighlightExportFormat format) {
+  PublicationOutline outline = readPublicationOutline(publicationRoot, packageDocumentPath);
+  const HighlightExportBook book{std::move(outline.title), std::move(outline.authors),
+                                 std::move(fingerprint), std::move(outline.spine)};
+  return exportHighlights(book, std::move(annotations), format);
 }
 
 std::string isoDateText(Date date) {

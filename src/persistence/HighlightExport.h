@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -54,6 +55,16 @@ std::string chapterOf(const HighlightExportBook& book, const Locator& locator);
 // Throws nlohmann::json::exception for text that is not UTF-8 (JSON only). Pure.
 std::string exportHighlights(const HighlightExportBook& book, std::vector<Annotation> annotations,
                              HighlightExportFormat format);
+
+// The export of `annotations` of the book unpacked at `publicationRoot`: its title, authors and
+// chapters are read from its own documents (see readPublicationOutline), so the application and
+// the export command write the same. Throws PublicationOutlineError or std::system_error as
+// readPublicationOutline does. Blocking.
+std::string exportHighlightsOfPublication(const std::filesystem::path& publicationRoot,
+                                          const std::string& packageDocumentPath,
+                                          std::string fingerprint,
+                                          std::vector<Annotation> annotations,
+                                          HighlightExportFormat format);
 
 // The ISO 8601 form of `date` in UTC to the second: "2026-11-24T10:10:10Z".
 std::string isoDateText(Date date);
