@@ -13,6 +13,8 @@
 #include "async/BackgroundPool.h"
 #include "async/Spawn.h"
 #include "runtime/GObjectHandle.h"
+#include "runtime/PrefixedCSSDocumentRewriter.h"
+#include "runtime/PrefixedCSSRewriter.h"
 #include "runtime/PublicationSchemeRoute.h"
 
 namespace tomekeeper {
@@ -87,6 +89,20 @@ std::string readWholeFile(const std::filesystem::path& path) {
   }
   ::close(descriptor);
   return data;
+}
+
+enum class StyleCarrier { none, styleSheet, markupDocument };
+
+StyleCarrier servedStyleCarrier(std::string_view mimeType) {
+  std::string essence(mimeType.substr(0, mimeType.find(';')));
+  for (char& character : essence) character = g_ascii_tolower(character);
+  while (!essence.empty() && g_ascii_isspace(essence.back())) essence.pop_back();
+  if (essence == "text/css") return StyleCarrier::styleSheet;
+  if (essence == "application/xhtml+xml" || essence == "image/svg+xml" ||
+      essence == "text/html") {
+    return StyleCarrier::markupDocument;
+  }
+  return StyleCarrier::none;
 }
 
 }  // namespace
@@ -183,8 +199,23 @@ void PublicationSchemeHandler::stop(WebKitURISchemeRequest* request) {
 
 PublicationSchemeHandler::Payload PublicationSchemeHandler::readPayload(const Target& target) {
   const PublicationResource resource = target.provider.resource(target.path, target.policyUse);
-  return Payload{readWholeFile(resource.fileURL), resource.mimeType,
-                 resource.contentSecurityPolicy};
+  Payload payload{readWholeFile(resource.fileURL), resource.mimeType,
+                  resource.contentSecurityPolicy};
+  // A book's CSS is served with its EPUB prefixed properties in their standard forms; the
+  // runtime's own files are served as they are.
+  if (target.policyUse == ContentSecurityPolicyUse::applied) {
+    switch (servedStyleCarrier(payload.mimeType)) {
+      case StyleCarrier::styleSheet:
+        payload.data = PrefixedCSSRewriter::rewriteStyleSheet(payload.data);
+        break;
+      case StyleCarrier::markupDocument:
+        payload.data = PrefixedCSSDocumentRewriter::rewriteDocument(payload.data);
+        break;
+      case StyleCarrier::none:
+        break;
+    }
+  }
+  return payload;
 }
 
 async::Task<void> PublicationSchemeHandler::runLoad(std::weak_ptr<PublicationSchemeHandler> handler,

@@ -70,7 +70,9 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
   void start(WebKitURISchemeRequest* request);
   void stop(WebKitURISchemeRequest* request);
 
-  // Reads the resource of `target` into memory. Runs off the main executor. Throws
+  // Reads the resource of `target` into memory; a publication's style sheets and the CSS in
+  // its XHTML, SVG and HTML documents come with their EPUB prefixed properties rewritten
+  // (PrefixedCSSRewriter, PrefixedCSSDocumentRewriter). Runs off the main executor. Throws
   // PublicationResourceErrorError for a refused path, std::system_error when the file cannot
   // be read.
   static Payload readPayload(const Target& target);

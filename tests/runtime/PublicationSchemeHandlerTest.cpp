@@ -74,6 +74,28 @@ TEST_F(PublicationSchemeHandlerTest, InnerEmptyPiecesReachTheProviderWhichRefuse
   }
 }
 
+TEST_F(PublicationSchemeHandlerTest, ABooksCSSIsServedRewrittenAndTheRuntimesAsItIs) {
+  const std::string document =
+      "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><style>p{-epub-line-break:loose}"
+      "</style></head><body><p style=\"-epub-text-align-last: end\">-epub-line-break</p>"
+      "</body></html>";
+  std::ofstream(directory_ / "Book/OEBPS/b.xhtml") << document;
+  std::ofstream(directory_ / "Book/OEBPS/b.css") << "p { -epub-text-align-last: end }";
+  std::ofstream(directory_ / "Runtime/a.css") << "p { -epub-text-align-last: end }";
+  handler_->setRuntimeProvider(PublicationResourceProvider(directory_ / "Runtime"));
+  const std::string base = "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/";
+  EXPECT_EQ(PublicationSchemeHandler::readPayload(*handler_->target(base + "OEBPS/b.xhtml")).data,
+            "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><style>p{line-break:loose}"
+            "</style></head><body><p style=\"text-align-last: end\">-epub-line-break</p>"
+            "</body></html>");
+  EXPECT_EQ(PublicationSchemeHandler::readPayload(*handler_->target(base + "OEBPS/b.css")).data,
+            "p { text-align-last: end }");
+  EXPECT_EQ(PublicationSchemeHandler::readPayload(
+                *handler_->target("tomekeeper://publication/runtime/a.css"))
+                .data,
+            "p { -epub-text-align-last: end }");
+}
+
 TEST_F(PublicationSchemeHandlerTest, RegisteringAnUnusableRootFails) {
   EXPECT_THROW(handler_->registerPublication(Uuid::random(), directory_ / "nowhere"),
                PublicationResourceErrorError);
