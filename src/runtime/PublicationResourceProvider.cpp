@@ -6,6 +6,7 @@
 #include <array>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "runtime/PercentDecoding.h"
 
@@ -92,6 +93,46 @@ std::filesystem::path resolvingSymbolicLinks(const std::filesystem::path& path,
   return {};
 }
 
+std::string caseFolded(std::string_view text) {
+  gchar* folded = g_utf8_casefold(text.data(), static_cast<gssize>(text.size()));
+  std::string result(folded);
+  g_free(folded);
+  return result;
+}
+
+bool entryExists(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::exists(std::filesystem::symlink_status(path, error));
+}
+
+// The entry of the root that `components` name when letter case is ignored, taking at each
+// step the entry of that exact name when there is one, else the only entry whose name folds to
+// the same text; absent when a step finds none or more than one. Books made on file systems
+// that ignore case link to their files in any case.
+std::optional<std::filesystem::path> caseInsensitiveMatch(
+    const std::filesystem::path& root, const std::vector<std::string_view>& components) {
+  std::filesystem::path current = root;
+  for (const std::string_view component : components) {
+    std::filesystem::path exact = current / component;
+    if (entryExists(exact)) {
+      current = std::move(exact);
+      continue;
+    }
+    const std::string wanted = caseFolded(component);
+    std::optional<std::filesystem::path> found;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entries(current, error), end;
+         !error && entries != end; entries.increment(error)) {
+      if (caseFolded(entries->path().filename().native()) != wanted) continue;
+      if (found) return std::nullopt;
+      found = entries->path();
+    }
+    if (error || !found) return std::nullopt;
+    current = std::move(*found);
+  }
+  return current;
+}
+
 }  // namespace
 
 PublicationContentKind publicationContentKind(std::string_view mimeType) {
@@ -150,6 +191,7 @@ PublicationResource PublicationResourceProvider::resource(
   if (!decoded) refuse(PublicationResourceError::invalidPath);
 
   // Decoding comes first, so an encoded "/" cannot smuggle in a "..".
+  std::vector<std::string_view> components;
   std::size_t start = 0;
   while (true) {
     const std::size_t end = decoded->find('/', start);
@@ -158,12 +200,19 @@ PublicationResource PublicationResourceProvider::resource(
     if (component.empty() || component == "." || component == "..") {
       refuse(PublicationResourceError::invalidPath);
     }
+    components.push_back(component);
     if (end == std::string::npos) break;
     start = end + 1;
   }
 
+  std::filesystem::path named = root_ / *decoded;
+  if (!entryExists(named)) {
+    if (std::optional<std::filesystem::path> matched = caseInsensitiveMatch(root_, components)) {
+      named = std::move(*matched);
+    }
+  }
   std::error_code error;
-  const std::filesystem::path resolved = resolvingSymbolicLinks(root_ / *decoded, error);
+  const std::filesystem::path resolved = resolvingSymbolicLinks(named, error);
   if (error) refuse(PublicationResourceError::unavailable);
   // A symbolic link inside the book that leads out ends here, whatever the extractor allowed.
   if (!isInside(resolved, root_)) refuse(PublicationResourceError::outsidePublicationRoot);

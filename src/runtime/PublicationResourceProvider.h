@@ -59,7 +59,9 @@ class PublicationResourceProvider {
   // The file named by `path`, a still percent-encoded path relative to the root, with its MIME
   // type and, when `policyUse` is applied and that type is not passive, the content policy. The
   // decision follows the type that is served, so a file is never trusted for its name: an
-  // unknown or missing extension is served as a document, with the policy.
+  // unknown or missing extension is served as a document, with the policy. A path that names
+  // no entry is looked for without regard to letter case, one component at a time inside the
+  // root; an exact name always wins and a name that matches two entries matches none.
   // Throws PublicationResourceErrorError: invalidPath for an empty, absolute, backslashed,
   // badly encoded path or one with an empty, "." or ".." component after decoding;
   // outsidePublicationRoot when the resolved file lies outside the root; unavailable when it

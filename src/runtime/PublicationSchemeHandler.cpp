@@ -145,15 +145,26 @@ void PublicationSchemeHandler::setRuntimeProvider(PublicationResourceProvider pr
 
 std::optional<PublicationSchemeHandler::Target> PublicationSchemeHandler::target(
     std::string_view url) const {
+  const std::optional<std::string> resolved = publicationSchemeURLWithResolvedPath(url);
+  if (!resolved) return std::nullopt;
   if (runtimeProvider_) {
-    if (std::optional<std::string> path = parseRuntimeResourcePath(url)) {
+    if (std::optional<std::string> path = parseRuntimeResourcePath(*resolved)) {
       return Target{*runtimeProvider_, std::move(*path), ContentSecurityPolicyUse::omitted};
     }
   }
-  if (std::optional<PublicationSchemeRoute> route = parsePublicationSchemeRoute(url)) {
+  if (std::optional<PublicationSchemeRoute> route = parsePublicationSchemeRoute(*resolved)) {
     const auto found = providers_.find(route->publicationID);
     if (found != providers_.end()) {
       return Target{found->second, std::move(route->resourcePath),
+                    ContentSecurityPolicyUse::applied};
+    }
+    return std::nullopt;
+  }
+  // A link that climbed past the container root, or began with "/", has lost the id; it can
+  // only be meant for the one publication this web view shows.
+  if (providers_.size() == 1) {
+    if (std::optional<std::string> path = parseContainerRootResourcePath(*resolved)) {
+      return Target{providers_.begin()->second, std::move(*path),
                     ContentSecurityPolicyUse::applied};
     }
   }

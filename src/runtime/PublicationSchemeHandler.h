@@ -58,8 +58,12 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
   // The provider of the /runtime/ tree; absent until the host prepares the runtime.
   void setRuntimeProvider(PublicationResourceProvider provider);
 
-  // Where `url` leads: the runtime provider for a runtime path once it is set (no policy),
-  // else a registered publication's provider (with the policy); absent otherwise.
+  // Where `url`, its dot pieces resolved as the URL standard does, leads: the runtime provider
+  // for a runtime path once it is set (no policy), else a registered publication's provider
+  // (with the policy). A path whose first piece is neither "runtime" nor a publication id is
+  // taken from the container root of the only publication registered here (a book's link
+  // whose ".." steps climbed past that root, or that began with "/"); with none or several
+  // registered it leads nowhere. Absent otherwise.
   std::optional<Target> target(std::string_view url) const;
 
   // Forgets every load under way and cancels it; none of them will be answered.

@@ -24,7 +24,73 @@ std::optional<std::string> decodedSchemePath(std::string_view url) {
   return percentDecoded(path);
 }
 
+std::string schemePrefix() {
+  std::string prefix(kPublicationScheme);
+  prefix += "://";
+  prefix += kPublicationSchemeHost;
+  return prefix;
+}
+
+std::string asciiLowercased(std::string_view text) {
+  std::string lower(text);
+  for (char& character : lower) {
+    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
+  }
+  return lower;
+}
+
+bool isSingleDotPiece(std::string_view piece) {
+  const std::string lower = asciiLowercased(piece);
+  return lower == "." || lower == "%2e";
+}
+
+bool isDoubleDotPiece(std::string_view piece) {
+  const std::string lower = asciiLowercased(piece);
+  return lower == ".." || lower == ".%2e" || lower == "%2e." || lower == "%2e%2e";
+}
+
 }  // namespace
+
+std::optional<std::string> publicationSchemeURLWithResolvedPath(std::string_view url) {
+  const std::string prefix = schemePrefix();
+  if (url.substr(0, prefix.size()) != prefix) return std::nullopt;
+  url.remove_prefix(prefix.size());
+  std::string_view path = url.substr(0, url.find_first_of("?#"));
+  if (path.empty() || path.front() != '/') return std::nullopt;
+  path.remove_prefix(1);
+  std::vector<std::string_view> pieces;
+  while (true) {
+    const std::size_t slash = path.find('/');
+    const std::string_view piece = path.substr(0, slash);
+    const bool last = slash == std::string_view::npos;
+    if (isDoubleDotPiece(piece)) {
+      if (!pieces.empty()) pieces.pop_back();
+      if (last) pieces.emplace_back();
+    } else if (isSingleDotPiece(piece)) {
+      if (last) pieces.emplace_back();
+    } else {
+      pieces.push_back(piece);
+    }
+    if (last) break;
+    path.remove_prefix(slash + 1);
+  }
+  std::string resolved = prefix;
+  for (const std::string_view piece : pieces) {
+    resolved += '/';
+    resolved += piece;
+  }
+  if (pieces.empty()) resolved += '/';
+  return resolved;
+}
+
+std::optional<std::string> parseContainerRootResourcePath(std::string_view url) {
+  if (parsePublicationSchemeRoute(url)) return std::nullopt;
+  std::optional<std::string> path = decodedSchemePath(url);
+  if (!path || path->size() < 2) return std::nullopt;
+  const std::string_view firstPiece = std::string_view(*path).substr(1, path->find('/', 1) - 1);
+  if (firstPiece == "runtime" || Uuid::fromString(firstPiece)) return std::nullopt;
+  return path->substr(1);
+}
 
 std::optional<PublicationSchemeRoute> parsePublicationSchemeRoute(std::string_view url) {
   const std::optional<std::string> path = decodedSchemePath(url);

@@ -32,6 +32,20 @@ struct PublicationSchemeRoute {
 // or fragment is ignored. Pure; any thread.
 std::optional<PublicationSchemeRoute> parsePublicationSchemeRoute(std::string_view url);
 
+// `url` with the dot pieces of its path resolved as the URL standard resolves them: "." and
+// "%2e" pieces go, and ".." (also ".%2e", "%2e." and "%2e%2e", in any case) takes the piece
+// before it away, never climbing above the host's root; a query or fragment is dropped and the
+// pieces stay encoded. Absent when the scheme or host is not exactly this scheme's. The web view
+// resolves a book's links so already; this makes the handler hold to it whatever reaches it.
+// Pure; any thread.
+std::optional<std::string> publicationSchemeURLWithResolvedPath(std::string_view url);
+
+// The path, decoded once as a route's resource path is, of a URL of this scheme whose first
+// piece is neither a publication id nor "runtime": what a book's link becomes once its ".."
+// steps have climbed past the container root or when it starts with "/". Absent for other URLs
+// and for an empty path or one that does not decode. Pure; any thread.
+std::optional<std::string> parseContainerRootResourcePath(std::string_view url);
+
 // The path behind "/runtime/" of `url` when it is a runtime URL with a non-empty runtime path
 // ("tomekeeper://publication/runtime/index.html" gives "index.html"); absent otherwise.
 std::optional<std::string> parseRuntimeResourcePath(std::string_view url);

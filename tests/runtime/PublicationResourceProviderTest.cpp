@@ -153,6 +153,39 @@ TEST_F(PublicationResourceProviderTest, AFifoIsUnavailable) {
   EXPECT_EQ(refusal(provider(), "pipe.css"), PublicationResourceError::unavailable);
 }
 
+TEST_F(PublicationResourceProviderTest, FindsAPathInAnyLetterCaseOnlyInsideTheRoot) {
+  writeFile(root_ / "Images/Dup.png");
+  writeFile(root_ / "Images/dup.png");
+  writeFile(root_ / "Images/Café.PNG");
+  writeFile(directory_ / "Outside/Photo.png");
+  fs::create_directory_symlink(directory_ / "Outside", root_ / "Linked");
+  const struct {
+    const char* path;
+    std::optional<fs::path> served;
+    PublicationResourceError refusal;
+  } cases[] = {
+      {"oebps/STYLE.CSS", "OEBPS/style.css", {}},
+      {"OEBPS/A.XHTML", "OEBPS/a.xhtml", {}},
+      {"A.XHTML", "A.XHTML", {}},  // the exact name, though "a.xhtml" is inside OEBPS
+      {"a.xhtml", "A.XHTML", {}},
+      {"images/CAF%C3%89.png", "Images/Café.PNG", {}},
+      {"images/DUP.png", std::nullopt, PublicationResourceError::unavailable},
+      {"Images/Dup.png", "Images/Dup.png", {}},
+      {"LINKED/photo.png", std::nullopt, PublicationResourceError::outsidePublicationRoot},
+      {"oebps/../A.XHTML", std::nullopt, PublicationResourceError::invalidPath},
+      {"OEBPS/missing.css", std::nullopt, PublicationResourceError::unavailable},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.path);
+    if (testCase.served) {
+      EXPECT_EQ(provider().resource(testCase.path, ContentSecurityPolicyUse::omitted).fileURL,
+                fs::canonical(root_ / *testCase.served));
+    } else {
+      EXPECT_EQ(refusal(provider(), testCase.path), testCase.refusal);
+    }
+  }
+}
+
 TEST_F(PublicationResourceProviderTest, MatchesExtensionsWhateverTheirCase) {
   EXPECT_EQ(provider().resource("A.XHTML", ContentSecurityPolicyUse::omitted).mimeType,
             "application/xhtml+xml");

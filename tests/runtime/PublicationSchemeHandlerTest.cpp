@@ -96,6 +96,57 @@ TEST_F(PublicationSchemeHandlerTest, ABooksCSSIsServedRewrittenAndTheRuntimesAsI
             "p { -epub-text-align-last: end }");
 }
 
+TEST_F(PublicationSchemeHandlerTest, ResolvesPathsAsTheURLStandardWithinThePublication) {
+  std::filesystem::create_directories(directory_ / "Book/EPUB/images");
+  std::ofstream(directory_ / "Book/EPUB/images/photo.jpg") << "photo";
+  std::ofstream(directory_ / "secret.txt") << "secret";
+  handler_->setRuntimeProvider(PublicationResourceProvider(directory_ / "Runtime"));
+  const std::string base = "tomekeeper://publication/";
+  const std::string book = base + "E621E1F8-C36C-495A-93FC-0C247A3E6E5F/";
+  enum class Served { photo, runtimeIndex, nothing, refused };
+  const struct {
+    std::string url;
+    Served served;
+  } cases[] = {
+      {book + "EPUB/text/../images/photo.jpg", Served::photo},
+      {book + "EPUB/%2e%2E/EPUB/./images/%2E/photo.jpg", Served::photo},
+      // What the web view makes of "../../../../EPUB/images/photo.jpg" and "/EPUB/images/...".
+      {base + "EPUB/images/photo.jpg", Served::photo},
+      {book + "EPUB/../../../../EPUB/images/photo.jpg", Served::photo},
+      {base + "epub/IMAGES/Photo.JPG", Served::photo},
+      // Clamped at the root: nothing above the container root is ever named.
+      {book + "../../../secret.txt", Served::refused},
+      {base + "../secret.txt", Served::refused},
+      {base + "EPUB/images/%2E%2E%2F..%2Fsecret.txt", Served::refused},
+      {base + "EPUB/images/..%2F..%2F..%2Fsecret.txt", Served::refused},
+      {book + "../runtime/index.html", Served::runtimeIndex},
+      {base + "runtime/", Served::nothing},
+      {book, Served::nothing},
+      {base + "E621E1F8-C36C-495A-93FC-0C247A3E6E5E/EPUB/images/photo.jpg", Served::nothing},
+      {"tomekeeper://other/EPUB/images/photo.jpg", Served::nothing},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.url);
+    const auto found = handler_->target(testCase.url);
+    if (testCase.served == Served::nothing) {
+      EXPECT_FALSE(found);
+      continue;
+    }
+    ASSERT_TRUE(found);
+    if (testCase.served == Served::refused) {
+      EXPECT_THROW(PublicationSchemeHandler::readPayload(*found), PublicationResourceErrorError);
+      continue;
+    }
+    EXPECT_EQ(PublicationSchemeHandler::readPayload(*found).data,
+              testCase.served == Served::photo ? "photo" : "<!DOCTYPE html>");
+  }
+  // With a second book in the web view, a link without an id is no longer anyone's.
+  std::filesystem::create_directories(directory_ / "Other");
+  handler_->registerPublication(Uuid::random(), directory_ / "Other");
+  EXPECT_FALSE(handler_->target(base + "EPUB/images/photo.jpg"));
+  EXPECT_TRUE(handler_->target(book + "EPUB/images/photo.jpg"));
+}
+
 TEST_F(PublicationSchemeHandlerTest, RegisteringAnUnusableRootFails) {
   EXPECT_THROW(handler_->registerPublication(Uuid::random(), directory_ / "nowhere"),
                PublicationResourceErrorError);
