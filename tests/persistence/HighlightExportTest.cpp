@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <sstream>
 
 #include "PersistenceTestSupport.h"
@@ -21,99 +20,63 @@ using testing::EpubBuilder;
 using testing::readFile;
 using testing::writeFile;
 
-// What an export says of one highlight, as read back from either format.
-struct ExportedHighlight {
-  std::string chapter;
-  std::string text;
-  std::optional<std::string> note;
-  std::string color;
-  std::string date;
-  std::optional<std::string> cfi;
-  bool operator==(const ExportedHighlight&) const = default;
-};
+// An export read back as lines: "title|authors|sha256", then per highlight
+// "chapter|text|note|colour|date|cfi" (an absent value is "-"); the same for both formats.
+using Facts = std::vector<std::string>;
 
-struct ExportedBook {
-  std::string title;
-  std::vector<std::string> authors;
-  std::string sha256;
-  std::vector<ExportedHighlight> highlights;
-  bool operator==(const ExportedBook&) const = default;
-};
-
-void PrintTo(const ExportedBook& book, std::ostream* out) {
-  *out << book.title << " (" << book.highlights.size() << " highlights)";
-  for (const ExportedHighlight& each : book.highlights) {
-    *out << "\n  [" << each.chapter << "] " << each.text << " | " << each.note.value_or("-")
-         << " | " << each.color << " | " << each.date << " | " << each.cfi.value_or("-");
-  }
+std::string joined(const std::vector<std::string>& parts, const std::string& separator = "|") {
+  std::string line;
+  for (const std::string& part : parts) line += (line.empty() ? "" : separator) + part;
+  return line;
 }
 
-ExportedBook readJSONExport(const std::string& text) {
+Facts readJSONExport(const std::string& text) {
   const nlohmann::json document = nlohmann::json::parse(text);
-  ExportedBook book{document.at("title"), document.at("authors"), document.at("sha256"), {}};
+  Facts facts{
+      joined({document.at("title"), joined(document.at("authors"), ", "), document.at("sha256")})};
   for (const nlohmann::json& entry : document.at("highlights")) {
-    const auto optional = [&](const char* key) {
-      return entry.at(key).is_null() ? std::nullopt
-                                     : std::optional<std::string>(entry.at(key).get<std::string>());
-    };
-    book.highlights.push_back({optional("chapter").value_or(""), entry.at("text"), optional("note"),
-                               entry.at("color"), entry.at("date"), optional("cfi")});
-  }
-  return book;
-}
-
-// Reads the Markdown back by its structure: headings, quoted text, and the list of facts.
-ExportedBook readMarkdownExport(const std::string& text) {
-  ExportedBook book;
-  std::istringstream lines(text);
-  std::string chapter;
-  std::string* continued = nullptr;  // a note that goes on over indented lines
-  bool quoteEnded = true;
-  for (std::string line; std::getline(lines, line);) {
-    const auto after = [&](std::string_view prefix) { return line.substr(prefix.size()); };
-    if (line.starts_with("# ")) {
-      book.title = after("# ");
-    } else if (line.starts_with("By ")) {
-      std::istringstream names(after("By "));
-      for (std::string name; std::getline(names, name, ',');) {
-        book.authors.push_back(name.substr(name.find_first_not_of(' ')));
-      }
-    } else if (line.starts_with("SHA-256: `")) {
-      book.sha256 = line.substr(10, line.size() - 11);
-    } else if (line.starts_with("## ")) {
-      chapter = after("## ");
-    } else if (line.starts_with(">")) {
-      const std::string quoted = line.size() > 2 ? line.substr(2) : "";
-      if (quoteEnded) {
-        book.highlights.push_back({chapter, quoted, {}, {}, {}, {}});
-      } else {
-        book.highlights.back().text += "\n" + quoted;
-      }
-      quoteEnded = false;
-      continue;
-    } else if (line.starts_with("- Note: ")) {
-      book.highlights.back().note = after("- Note: ");
-      continued = &*book.highlights.back().note;
-      quoteEnded = true;
-      continue;
-    } else if (line.starts_with("  ") && continued) {
-      *continued += "\n" + after("  ");
-      continue;
-    } else if (line.starts_with("- Colour: ")) {
-      book.highlights.back().color = after("- Colour: ");
-    } else if (line.starts_with("- Date: ")) {
-      book.highlights.back().date = after("- Date: ");
-    } else if (line.starts_with("- CFI: `")) {
-      book.highlights.back().cfi = line.substr(8, line.size() - 9);
+    std::vector<std::string> parts;
+    for (const char* key : {"chapter", "text", "note", "color", "date", "cfi"}) {
+      parts.push_back(entry.at(key).is_null() ? "-" : entry.at(key).get<std::string>());
     }
-    continued = nullptr;
-    quoteEnded = true;
+    facts.push_back(joined(parts));
   }
-  return book;
+  return facts;
 }
 
-Annotation highlight(std::string fingerprint, std::int64_t spineIndex, std::string cfi,
-                     std::string text, std::optional<std::string> note, double createdAt) {
+// Reads the Markdown back by its structure: headings, the quoted text (one "> " line each), and
+// the list of facts, of which a note goes on over lines indented by two spaces.
+Facts readMarkdownExport(const std::string& text) {
+  std::string title, authors, sha256, chapter;
+  std::vector<std::vector<std::string>> highlights;  // chapter, text, note, colour, date, cfi
+  std::istringstream lines(text);
+  std::size_t continuing = 0;  // the field that an indented line goes on with
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("# ")) title = line.substr(2);
+    if (line.starts_with("By ")) authors = line.substr(3);
+    if (line.starts_with("SHA-256: `")) sha256 = line.substr(10, line.size() - 11);
+    if (line.starts_with("## ")) chapter = line.substr(3);
+    if (line.starts_with("> ") && continuing != 1) highlights.push_back({chapter, "", "-"});
+    if (line.starts_with("> ") && continuing == 1) highlights.back()[1] += "\n";
+    if (line.starts_with("> ")) highlights.back()[1] += line.substr(2), continuing = 1;
+    if (line.starts_with("  ")) highlights.back()[continuing] += "\n" + line.substr(2);
+    if (line.starts_with("- Note: ")) highlights.back()[2] = line.substr(8), continuing = 2;
+    if (line.starts_with("- Colour: ")) highlights.back().push_back(line.substr(10));
+    if (line.starts_with("- Date: ")) highlights.back().push_back(line.substr(8));
+    if (line.starts_with("- CFI: `")) highlights.back().push_back(line.substr(8, line.size() - 9));
+    if (line.empty() && continuing == 1) continuing = 0;
+  }
+  Facts facts{joined({title, authors, sha256})};
+  for (auto& parts : highlights) {
+    if (parts.size() < 6) parts.resize(6, "-");
+    facts.push_back(joined(parts));
+  }
+  return facts;
+}
+
+Annotation highlight(std::int64_t spineIndex, std::string cfi, std::string text,
+                     std::optional<std::string> note, double createdAt,
+                     std::string fingerprint = testing::kFingerprint) {
   Annotation annotation =
       testing::makeAnnotation(Uuid::random(), createdAt, std::move(fingerprint));
   annotation.locator.spineIndex = spineIndex;
@@ -233,53 +196,43 @@ TEST_F(HighlightExportTest, AnExportReadsBackAsTheStoredHighlightsInReadingOrder
   JSONAnnotationRepository::Store store;
   // Stored out of order; one of another book stays out of the export.
   store.annotationsByFingerprint[fingerprint] = {
-      highlight(fingerprint, 2, "epubcfi(/6/6!/4/2/1:0)", "Whaling voyage by one Ishmael.",
-                "Two lines\nof note", 800'000'000),
-      highlight(fingerprint, 0, "epubcfi(/6/2!/4/10/1:4)", "Some years ago", std::nullopt,
-                800'000'100),
-      highlight(fingerprint, 0, "epubcfi(/6/2!/4/2/1:0)", "Call me Ishmael.\nIt is a way",
-                "The opening", 800'000'200),
-      highlight(fingerprint, 1, "epubcfi(/6/4!/4/2/1:0)", "a damp, drizzly November",
-                "\"quoted\" and `ticked`", 800'000'300)};
+      highlight(2, "epubcfi(/6/6!/4/2/1:0)", "By one Ishmael.", "Two lines\nof note", 8e8,
+                fingerprint),
+      highlight(0, "epubcfi(/6/2!/4/10/1:4)", "Some years ago", {}, 8e8 + 100, fingerprint),
+      highlight(0, "epubcfi(/6/2!/4/2/1:0)", "Call me Ishmael.\nIt is", "Opening", 8e8 + 200,
+                fingerprint)};
   store.annotationsByFingerprint[testing::kOtherFingerprint] = {
-      highlight(testing::kOtherFingerprint, 0, "epubcfi(/6/2!/4/2/1:0)", "elsewhere", {}, 1)};
-  // The last highlight is in a conflict copy only: it is exported, and the copy stays.
+      highlight(0, "epubcfi(/6/2!/4/2/1:0)", "elsewhere", {}, 1, testing::kOtherFingerprint)};
+  // One is in a conflict copy only: it is exported, and the copy stays as it is.
   JSONAnnotationRepository::Store copy;
-  copy.annotationsByFingerprint[fingerprint] = {store.annotationsByFingerprint[fingerprint].back()};
-  store.annotationsByFingerprint[fingerprint].pop_back();
+  copy.annotationsByFingerprint[fingerprint] = {highlight(
+      1, "epubcfi(/6/4!/4/2/1:0)", "drizzly November", "`ticked`", 8e8 + 300, fingerprint)};
   writeFile(storeOf(fingerprint), JSONAnnotationRepository::encodeStore(store));
   const fs::path copyFile =
-      storeOf(fingerprint).parent_path() / "annotations (conflicted copy 2026-11-24).json";
+      storeOf(fingerprint).parent_path() / "annotations (conflicted copy).json";
   writeFile(copyFile, JSONAnnotationRepository::encodeStore(copy));
 
-  const ExportedBook expected{
-      "Moby-Dick; or, The Whale",
-      {"Herman Melville", "A. Editor"},
-      fingerprint,
-      {{"Chapter 1. Loomings", "Call me Ishmael.\nIt is a way", "The opening", "yellow",
-        "2026-05-09T06:16:40Z", "epubcfi(/6/2!/4/2/1:0)"},
-       {"Chapter 1. Loomings", "Some years ago", std::nullopt, "yellow", "2026-05-09T06:15:00Z",
-        "epubcfi(/6/2!/4/10/1:4)"},
-       {"Chapter 1. Loomings", "a damp, drizzly November", "\"quoted\" and `ticked`", "yellow",
-        "2026-05-09T06:18:20Z", "epubcfi(/6/4!/4/2/1:0)"},
-       {"Chapter 3. The Spouter-Inn", "Whaling voyage by one Ishmael.", "Two lines\nof note",
-        "yellow", "2026-05-09T06:13:20Z", "epubcfi(/6/6!/4/2/1:0)"}}};
+  // Dates are those the stored numbers name (seconds since 2001-01-01T00:00:00Z).
+  const Facts expected{
+      "Moby-Dick; or, The Whale|Herman Melville, A. Editor|" + fingerprint,
+      "Chapter 1. Loomings|Call me Ishmael.\nIt is|Opening|yellow|2026-05-09T06:16:40Z|"
+      "epubcfi(/6/2!/4/2/1:0)",
+      "Chapter 1. Loomings|Some years ago|-|yellow|2026-05-09T06:15:00Z|epubcfi(/6/2!/4/10/1:4)",
+      "Chapter 1. Loomings|drizzly November|`ticked`|yellow|2026-05-09T06:18:20Z|"
+      "epubcfi(/6/4!/4/2/1:0)",
+      "Chapter 3. The Spouter-Inn|By one Ishmael.|Two lines\nof note|yellow|2026-05-09T06:13:20Z|"
+      "epubcfi(/6/6!/4/2/1:0)"};
   const Result markdown = run({book.string()});
-  EXPECT_EQ(markdown.exitStatus, 0) << markdown.output;
+  EXPECT_EQ(markdown.exitStatus, 0);
   EXPECT_EQ(readMarkdownExport(markdown.output), expected) << markdown.output;
   const Result json = run({book.string(), "--format", "json"});
-  EXPECT_EQ(json.exitStatus, 0) << json.output;
+  EXPECT_EQ(json.exitStatus, 0);
   EXPECT_EQ(readJSONExport(json.output), expected) << json.output;
   EXPECT_EQ(readFile(copyFile), JSONAnnotationRepository::encodeStore(copy));
-  EXPECT_EQ(readFile(storeOf(fingerprint)), JSONAnnotationRepository::encodeStore(store));
 }
 
 // Bad input is refused with a status of its own, and the store is left as it was.
 TEST_F(HighlightExportTest, RefusesWhatItCannotExport) {
-  EpubBuilder entityBook = threeChapterBook();
-  entityBook.replaceFile(EpubBuilder::kPackageDocumentPath,
-                         "<?xml version=\"1.0\"?><!DOCTYPE package [<!ENTITY x \"y\">]>"
-                         "<package xmlns=\"http://www.idpf.org/2007/opf\"><spine/></package>");
   const struct {
     const char* name;
     std::string book;  // written as moby-dick.epub; empty: none
@@ -290,7 +243,6 @@ TEST_F(HighlightExportTest, RefusesWhatItCannotExport) {
       {"NoBook", "", "", {}, 1},
       {"UnknownFormat", threeChapterBook().build(), "", {"--format", "html"}, 1},
       {"NotAnEPUB", "plain text", "", {}, 2},
-      {"APackageWithEntities", entityBook.build(), "", {}, 2},
       {"ABrokenStore", threeChapterBook().build(), R"({"schemaVersion":1,"annot)", {}, 2},
   };
   for (const auto& testCase : cases) {
@@ -300,7 +252,7 @@ TEST_F(HighlightExportTest, RefusesWhatItCannotExport) {
     if (!testCase.book.empty()) {
       writeFile(home_ / "moby-dick.epub", testCase.book);
       arguments.push_back((home_ / "moby-dick.epub").string());
-      store = storeOf(PublicationFingerprintService::fingerprintFile(home_ / "moby-dick.epub", {}));
+      store = storeOf(PublicationFingerprintService::fingerprintFile(arguments.back(), {}));
       if (!testCase.store.empty()) writeFile(*store, testCase.store);
     }
     arguments.insert(arguments.end(), testCase.arguments.begin(), testCase.arguments.end());
