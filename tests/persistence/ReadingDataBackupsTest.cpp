@@ -97,29 +97,6 @@ TEST_F(ReadingDataBackupsTest, EachReplacementRotatesThePreviousVersions) {
   }
 }
 
-TEST_F(ReadingDataBackupsTest, RepositorySavesOfEveryPerBookStoreKeepBackups) {
-  JSONBookmarkRepository bookmarks(file("bookmarks.json"));
-  JSONAnnotationRepository annotations(file("annotations.json"));
-  JSONReadingPositionRepository position(file("reading-position.json"));
-  for (int round = 1; round <= 2; ++round) {
-    await(bookmarks.save(testing::makeBookmark(Uuid::random(), round)));
-    await(annotations.save(testing::makeAnnotation(Uuid::random(), round)));
-    await(position.save(testing::locatorAt(round, 0.1 * round), kFingerprint));
-  }
-  EXPECT_EQ(JSONBookmarkRepository::loadStore(file("bookmarks.json", 1))
-                .bookmarksByFingerprint[kFingerprint]
-                .size(),
-            1u);
-  EXPECT_EQ(JSONAnnotationRepository::loadStore(file("annotations.json", 1))
-                .annotationsByFingerprint[kFingerprint]
-                .size(),
-            1u);
-  EXPECT_EQ(JSONReadingPositionRepository::loadStore(file("reading-position.json", 1))
-                .locators.at(kFingerprint)
-                .spineIndex,
-            1);
-}
-
 // A step of the rotation fails: the save fails as any failed write does, and the store keeps
 // the version it had.
 TEST_F(ReadingDataBackupsTest, AFailedRotationFailsTheSaveAndKeepsTheStore) {
@@ -179,25 +156,31 @@ TEST_F(ReadingDataBackupsTest, OffersTheNewestBackupThatDecodes) {
   }
 }
 
-TEST_F(ReadingDataBackupsTest, TheOfferTellsCountsAndTheDateOfTheBackup) {
+// Saves through each repository keep backups; the offer counts what the newest holds.
+TEST_F(ReadingDataBackupsTest, TheOfferTellsCountsAndTheDateOfEachStoresBackup) {
+  JSONBookmarkRepository bookmarks(file("bookmarks.json"));
   JSONAnnotationRepository annotations(file("annotations.json"));
   JSONReadingPositionRepository position(file("reading-position.json"));
-  await(annotations.save(testing::makeAnnotation(kFirst, 1)));
-  await(annotations.save(testing::makeAnnotation(kSecond, 2)));
-  await(annotations.save(testing::makeAnnotation(Uuid::random(), 3)));
-  await(position.save(testing::locatorAt(1, 0.1), kFingerprint));
-  await(position.save(testing::locatorAt(2, 0.2), kFingerprint));
+  for (int round = 1; round <= 3; ++round) {
+    await(bookmarks.save(testing::makeBookmark(Uuid::random(), round)));
+    await(annotations.save(testing::makeAnnotation(Uuid::random(), round)));
+    await(position.save(testing::locatorAt(round, 0.1), kFingerprint));
+  }
   // 2023-11-14T22:13:20Z, and a second later.
   const timespec older[2] = {{1'700'000'000, 0}, {1'700'000'000, 0}};
   const timespec newer[2] = {{1'700'000'001, 0}, {1'700'000'001, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, file("annotations.json", 1).c_str(), older, 0), 0);
+  ASSERT_EQ(::utimensat(AT_FDCWD, file("bookmarks.json", 1).c_str(), older, 0), 0);
   ASSERT_EQ(::utimensat(AT_FDCWD, file("reading-position.json", 1).c_str(), newer, 0), 0);
 
   const ReadingDataBackupOffer offer = findReadingDataBackups(directory_, kFingerprint);
-  EXPECT_EQ(offer.stores.size(), 2u);
+  EXPECT_EQ(offer.stores.size(), 3u);
   EXPECT_EQ(offer.annotationCount(), 2u);
-  EXPECT_EQ(offer.bookmarkCount(), 0u);
+  EXPECT_EQ(offer.bookmarkCount(), 2u);
   EXPECT_TRUE(offer.hasReadingPosition());
+  EXPECT_EQ(JSONReadingPositionRepository::loadStore(file("reading-position.json", 1))
+                .locators.at(kFingerprint),
+            testing::locatorAt(2, 0.1));
   EXPECT_EQ(offer.find(PublicationStore::annotations)->savedAt,
             Date(1'700'000'000 - Date::kReferenceDateSinceUnixEpoch));
   EXPECT_EQ(offer.savedAt(), Date(1'700'000'001 - Date::kReferenceDateSinceUnixEpoch));
