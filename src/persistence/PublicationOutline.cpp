@@ -302,7 +302,7 @@ PublicationOutline readPublicationOutline(const fs::path& extractedRoot,
 
   // Spine items as paths from the root, and as the runtime names them: relative to the package
   // document's directory, as the manifest wrote them.
-  std::vector<fs::path> spinePaths;
+  std::vector<fs::path>& spinePaths = outline.spineFiles;
   for (const std::string& idref : package.spine) {
     const auto item = package.manifest.find(idref);
     if (item == package.manifest.end()) continue;

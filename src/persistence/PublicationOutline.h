@@ -17,6 +17,8 @@ struct PublicationOutline {
   std::string title;
   std::vector<std::string> authors;
   std::vector<SpineChapter> spine;  // rendered items (XHTML, HTML) only, as the runtime counts
+  // The file of each item of `spine`, relative to the root; empty for one outside the root.
+  std::vector<std::filesystem::path> spineFiles;
 };
 
 // The package document or a navigation document is not well-formed XML, declares entities, or

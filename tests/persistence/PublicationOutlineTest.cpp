@@ -44,10 +44,16 @@ TEST(PublicationOutlineTest, ReadsMetadataSpineAndChapters) {
   const std::string oneTitle = R"(<dc:identifier id="uid">urn:isbn:1</dc:identifier>
 <dc:title>  The   Title
 </dc:title><dc:creator>Ann</dc:creator><dc:creator>Bob</dc:creator>)";
+  struct Expected {
+    std::string identifier;
+    std::string title;
+    std::vector<std::string> authors;
+    std::vector<SpineChapter> spine;
+  };
   const struct {
     const char* name;
     std::map<std::string, std::string> files;
-    PublicationOutline expected;
+    Expected expected;
   } cases[] = {
       {"ANavigationDocument",
        {{"OEBPS/content.opf", package(oneTitle, nav)}, {"OEBPS/Nav/nav.xhtml", kNav}},
@@ -91,6 +97,9 @@ TEST(PublicationOutlineTest, ReadsMetadataSpineAndChapters) {
     EXPECT_EQ(outline.title, testCase.expected.title);
     EXPECT_EQ(outline.authors, testCase.expected.authors);
     EXPECT_EQ(outline.spine, testCase.expected.spine);
+    EXPECT_EQ(outline.spineFiles,
+              (std::vector<std::filesystem::path>{"OEBPS/Text/one.xhtml", "OEBPS/Text/two.xhtml",
+                                                  "OEBPS/Text/three and more.xhtml"}));
   }
 }
 
