@@ -3,6 +3,7 @@
 #include <expat.h>
 #include <glib.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -284,6 +285,35 @@ std::vector<ContentsEntry> parseNCX(std::string_view text, const fs::path& docum
 }
 
 }  // namespace
+
+std::string readSectionText(const fs::path& extractedRoot, const fs::path& file) {
+  static constexpr std::string_view kBlocks[] = {
+      "address", "article",    "aside",  "blockquote", "br", "dd",  "div", "dl",
+      "dt",      "figcaption", "figure", "footer",     "h1", "h2",  "h3",  "h4",
+      "h5",      "h6",         "header", "hr",         "li", "nav", "ol",  "p",
+      "pre",     "section",    "table",  "td",         "th", "tr",  "ul"};
+  std::string text;
+  int bodyDepth = 0;
+  int hiddenDepth = 0;  // inside script or style
+  Handlers handlers;
+  handlers.start = [&](Name name, const Attributes&) {
+    if (bodyDepth > 0 || name.local == "body") ++bodyDepth;
+    if (hiddenDepth > 0 || name.local == "script" || name.local == "style") ++hiddenDepth;
+  };
+  handlers.end = [&](Name name) {
+    if (bodyDepth > 0 &&
+        std::find(std::begin(kBlocks), std::end(kBlocks), name.local) != std::end(kBlocks)) {
+      text += ' ';
+    }
+    if (bodyDepth > 0) --bodyDepth;
+    if (hiddenDepth > 0) --hiddenDepth;
+  };
+  handlers.text = [&](std::string_view data) {
+    if (bodyDepth > 0 && hiddenDepth == 0) text += data;
+  };
+  parseDocument(readDocument(extractedRoot, file, "A section"), handlers, "A section");
+  return collapsedWhiteSpace(text);
+}
 
 PublicationOutline readPublicationOutline(const fs::path& extractedRoot,
                                           const std::string& packageDocumentPath) {

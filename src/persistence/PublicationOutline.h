@@ -35,4 +35,12 @@ class PublicationOutlineError : public std::runtime_error {
 PublicationOutline readPublicationOutline(const std::filesystem::path& extractedRoot,
                                           const std::string& packageDocumentPath);
 
+// The text of the XHTML section `file` (relative to `extractedRoot`) as a reader meets it: the
+// character data of its body outside script and style, block boundaries as spaces, white space
+// collapsed to single spaces. Throws PublicationOutlineError for a section that is not
+// well-formed XML (an HTML section among them), std::system_error when it cannot be read.
+// Blocking.
+std::string readSectionText(const std::filesystem::path& extractedRoot,
+                            const std::filesystem::path& file);
+
 }  // namespace tomekeeper
