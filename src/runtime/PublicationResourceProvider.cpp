@@ -16,7 +16,9 @@ namespace {
 
 constexpr std::string_view kUnknownMIMEType = "application/octet-stream";
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 17> kExtensionTable{{
+// Audio and video carry the types that the web view's media engine looks up; the type
+// database's own names for some of them ("audio/x-vorbis+ogg") are not among those.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 28> kExtensionTable{{
     {"xhtml", "application/xhtml+xml"},
     {"html", "text/html"},
     {"htm", "text/html"},
@@ -34,6 +36,17 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 17> kExtensi
     {"woff2", "font/woff2"},
     {"otf", "font/otf"},
     {"ttf", "font/ttf"},
+    {"mp3", "audio/mpeg"},
+    {"m4a", "audio/mp4"},
+    {"aac", "audio/aac"},
+    {"ogg", "audio/ogg"},
+    {"oga", "audio/ogg"},
+    {"opus", "audio/ogg"},
+    {"weba", "audio/webm"},
+    {"wav", "audio/wav"},
+    {"mp4", "video/mp4"},
+    {"m4v", "video/mp4"},
+    {"webm", "video/webm"},
 }};
 
 [[noreturn]] void refuse(PublicationResourceError failure) {

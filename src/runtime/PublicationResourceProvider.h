@@ -9,8 +9,11 @@
 
 namespace tomekeeper {
 
-// Why a resource path was refused. Thrown as PublicationResourceErrorError.
-TOMEKEEPER_FAILURE(PublicationResourceError, invalidPath, outsidePublicationRoot, unavailable);
+// Why a resource path was refused. Thrown as PublicationResourceErrorError;
+// notListed: the file exists but the publication's manifest does not list it (decided by the
+// scheme handler, which answers it with 404).
+TOMEKEEPER_FAILURE(PublicationResourceError, invalidPath, outsidePublicationRoot, unavailable,
+                   notListed);
 
 // Whether the content policy is wanted for a request: the scheme handler asks for it on a
 // publication's documents and never on the reader runtime's own files.

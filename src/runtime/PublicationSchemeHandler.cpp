@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
 #include <system_error>
@@ -67,28 +68,76 @@ void requestFinalized(gpointer data, GObject* request) {
   delete handler;
 }
 
-std::string readWholeFile(const std::filesystem::path& path) {
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "open");
-  std::string data;
-  struct stat status {};
-  if (fstat(descriptor, &status) == 0 && status.st_size > 0) {
-    data.reserve(static_cast<std::size_t>(status.st_size));
+// An open file, closed when it goes.
+class OpenFile {
+ public:
+  explicit OpenFile(const std::filesystem::path& path)
+      : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)) {
+    if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "open");
   }
-  char buffer[64 * 1024];
-  while (true) {
-    const ssize_t count = ::read(descriptor, buffer, sizeof buffer);
-    if (count < 0) {
-      if (errno == EINTR) continue;
-      const int error = errno;
-      ::close(descriptor);
-      throw std::system_error(error, std::generic_category(), "read");
+  ~OpenFile() { ::close(descriptor_); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  std::size_t size() const {
+    struct stat status {};
+    if (fstat(descriptor_, &status) != 0) {
+      throw std::system_error(errno, std::generic_category(), "fstat");
     }
-    if (count == 0) break;
-    data.append(buffer, static_cast<std::size_t>(count));
+    return static_cast<std::size_t>(status.st_size);
   }
-  ::close(descriptor);
-  return data;
+
+  // Up to `length` bytes from `offset`; fewer only at the end of the file.
+  std::string read(std::size_t offset, std::size_t length) const {
+    std::string data;
+    data.reserve(std::min<std::size_t>(length, 64U * 1024U * 1024U));
+    char buffer[64 * 1024];
+    while (data.size() < length) {
+      const ssize_t count =
+          ::pread(descriptor_, buffer, std::min(sizeof buffer, length - data.size()),
+                  static_cast<off_t>(offset + data.size()));
+      if (count < 0) {
+        if (errno == EINTR) continue;
+        throw std::system_error(errno, std::generic_category(), "read");
+      }
+      if (count == 0) break;
+      data.append(buffer, static_cast<std::size_t>(count));
+    }
+    return data;
+  }
+
+ private:
+  int descriptor_;
+};
+
+// The one byte range that a Range header asks of a file of `size` bytes, inclusive at both
+// ends, as libsoup reads the header. Absent when the header is not a valid "bytes=" header or
+// asks for several ranges: the whole file is then the answer, as HTTP allows.
+struct ByteRangeSelection {
+  bool satisfiable;
+  std::size_t first;
+  std::size_t last;
+};
+
+std::optional<ByteRangeSelection> selectByteRange(const std::string& header, std::size_t size) {
+  SoupMessageHeaders* headers = soup_message_headers_new(SOUP_MESSAGE_HEADERS_REQUEST);
+  soup_message_headers_append(headers, "Range", header.c_str());
+  SoupRange* ranges = nullptr;
+  int count = 0;
+  std::optional<ByteRangeSelection> selection;
+  if (soup_message_headers_get_ranges(headers, static_cast<goffset>(size), &ranges, &count)) {
+    if (count == 1) {
+      const goffset first = std::max<goffset>(ranges[0].start, 0);
+      const goffset last = std::min<goffset>(ranges[0].end, static_cast<goffset>(size) - 1);
+      selection = first <= last && first < static_cast<goffset>(size)
+                      ? ByteRangeSelection{true, static_cast<std::size_t>(first),
+                                           static_cast<std::size_t>(last)}
+                      : ByteRangeSelection{false, 0, 0};
+    }
+    soup_message_headers_free_ranges(headers, ranges);
+  }
+  soup_message_headers_unref(headers);
+  return selection;
 }
 
 enum class StyleCarrier { none, styleSheet, markupDocument };
@@ -136,7 +185,13 @@ void PublicationSchemeHandler::attach(WebKitWebView* webView) {
 
 void PublicationSchemeHandler::registerPublication(const Uuid& publicationID,
                                                    const std::filesystem::path& root) {
-  providers_.insert_or_assign(publicationID, PublicationResourceProvider(root));
+  PublicationResourceProvider provider(root);
+  std::optional<PublicationManifestListing> manifest = PublicationManifestListing::read(provider);
+  publications_.insert_or_assign(
+      publicationID,
+      Publication{std::move(provider),
+                  manifest ? std::make_shared<const PublicationManifestListing>(std::move(*manifest))
+                           : nullptr});
 }
 
 void PublicationSchemeHandler::setRuntimeProvider(PublicationResourceProvider provider) {
@@ -149,23 +204,24 @@ std::optional<PublicationSchemeHandler::Target> PublicationSchemeHandler::target
   if (!resolved) return std::nullopt;
   if (runtimeProvider_) {
     if (std::optional<std::string> path = parseRuntimeResourcePath(*resolved)) {
-      return Target{*runtimeProvider_, std::move(*path), ContentSecurityPolicyUse::omitted};
+      return Target{*runtimeProvider_, std::move(*path), ContentSecurityPolicyUse::omitted, nullptr};
     }
   }
   if (std::optional<PublicationSchemeRoute> route = parsePublicationSchemeRoute(*resolved)) {
-    const auto found = providers_.find(route->publicationID);
-    if (found != providers_.end()) {
-      return Target{found->second, std::move(route->resourcePath),
-                    ContentSecurityPolicyUse::applied};
+    const auto found = publications_.find(route->publicationID);
+    if (found != publications_.end()) {
+      return Target{found->second.provider, std::move(route->resourcePath),
+                    ContentSecurityPolicyUse::applied, found->second.manifest};
     }
     return std::nullopt;
   }
   // A link that climbed past the container root, or began with "/", has lost the id; it can
   // only be meant for the one publication this web view shows.
-  if (providers_.size() == 1) {
+  if (publications_.size() == 1) {
     if (std::optional<std::string> path = parseContainerRootResourcePath(*resolved)) {
-      return Target{providers_.begin()->second, std::move(*path),
-                    ContentSecurityPolicyUse::applied};
+      const Publication& only = publications_.begin()->second;
+      return Target{only.provider, std::move(*path), ContentSecurityPolicyUse::applied,
+                    only.manifest};
     }
   }
   return std::nullopt;
@@ -197,7 +253,13 @@ void PublicationSchemeHandler::start(WebKitURISchemeRequest* request) {
   std::stop_source load;
   const std::stop_token token = load.get_token();
   loads_.insert_or_assign(request, std::move(load));
-  async::spawn(runLoad(weak_from_this(), std::move(weakRequest), std::move(*found)), token);
+  std::optional<std::string> rangeHeader;
+  if (SoupMessageHeaders* headers = webkit_uri_scheme_request_get_http_headers(request)) {
+    if (const char* range = soup_message_headers_get_one(headers, "Range")) rangeHeader = range;
+  }
+  async::spawn(runLoad(weak_from_this(), std::move(weakRequest), std::move(*found),
+                       std::move(rangeHeader)),
+               token);
 }
 
 void PublicationSchemeHandler::stop(WebKitURISchemeRequest* request) {
@@ -208,39 +270,77 @@ void PublicationSchemeHandler::stop(WebKitURISchemeRequest* request) {
   load.request_stop();
 }
 
-PublicationSchemeHandler::Payload PublicationSchemeHandler::readPayload(const Target& target) {
+PublicationSchemeHandler::Payload PublicationSchemeHandler::readPayload(
+    const Target& target, const std::optional<std::string>& rangeHeader) {
   const PublicationResource resource = target.provider.resource(target.path, target.policyUse);
-  Payload payload{readWholeFile(resource.fileURL), resource.mimeType,
-                  resource.contentSecurityPolicy};
+  if (target.manifest && !target.manifest->lists(resource.fileURL)) {
+    throwFailure(PublicationResourceError::notListed);
+  }
+  const OpenFile file(resource.fileURL);
+  const std::size_t size = file.size();
+  const StyleCarrier carrier = target.policyUse == ContentSecurityPolicyUse::applied
+                                   ? servedStyleCarrier(resource.mimeType)
+                                   : StyleCarrier::none;
+  Payload payload{{}, resource.mimeType, resource.contentSecurityPolicy, 200, std::nullopt, false};
+  // Media seek by asking for byte ranges. A file that is rewritten as it is served has no
+  // stable bytes to take a range of, so it always comes whole.
+  if (carrier == StyleCarrier::none) {
+    payload.acceptsRanges = true;
+    if (rangeHeader) {
+      if (const std::optional<ByteRangeSelection> range = selectByteRange(*rangeHeader, size)) {
+        if (range->satisfiable) {
+          payload.data = file.read(range->first, range->last - range->first + 1);
+        }
+        // A file that shrank since its size was taken leaves nothing to send.
+        if (payload.data.empty()) {
+          payload.status = 416;
+          payload.contentRange = "bytes */" + std::to_string(size);
+          return payload;
+        }
+        payload.status = 206;
+        payload.contentRange = "bytes " + std::to_string(range->first) + "-" +
+                               std::to_string(range->first + payload.data.size() - 1) + "/" +
+                               std::to_string(size);
+        return payload;
+      }
+    }
+  }
+  payload.data = file.read(0, size);
   // A book's CSS is served with its EPUB prefixed properties in their standard forms; the
   // runtime's own files are served as they are.
-  if (target.policyUse == ContentSecurityPolicyUse::applied) {
-    switch (servedStyleCarrier(payload.mimeType)) {
-      case StyleCarrier::styleSheet:
-        payload.data = PrefixedCSSRewriter::rewriteStyleSheet(payload.data);
-        break;
-      case StyleCarrier::markupDocument:
-        payload.data = PrefixedCSSDocumentRewriter::rewriteDocument(payload.data);
-        break;
-      case StyleCarrier::none:
-        break;
-    }
+  switch (carrier) {
+    case StyleCarrier::styleSheet:
+      payload.data = PrefixedCSSRewriter::rewriteStyleSheet(payload.data);
+      break;
+    case StyleCarrier::markupDocument:
+      payload.data = PrefixedCSSDocumentRewriter::rewriteDocument(payload.data);
+      break;
+    case StyleCarrier::none:
+      break;
   }
   return payload;
 }
 
 async::Task<void> PublicationSchemeHandler::runLoad(std::weak_ptr<PublicationSchemeHandler> handler,
                                                     std::shared_ptr<GWeakRef> weakRequest,
-                                                    Target target) {
+                                                    Target target,
+                                                    std::optional<std::string> rangeHeader) {
   std::optional<Payload> payload;
   GError* error = nullptr;
   try {
-    payload = co_await async::runInBackground([target] { return readPayload(target); });
+    payload = co_await async::runInBackground(
+        [target, rangeHeader] { return readPayload(target, rangeHeader); });
   } catch (const async::OperationCancelled&) {
     co_return;  // stopped before the read began
   } catch (const PublicationResourceErrorError& refusal) {
-    error = g_error_new_literal(publicationResourceErrorQuark(),
-                                static_cast<int>(refusal.failure()), refusal.what());
+    // A file the book does not list is simply not there for its pages.
+    if (refusal.failure() == PublicationResourceError::notListed) {
+      payload = Payload{{}, "text/plain", std::string(kPublicationContentSecurityPolicy), 404,
+                        std::nullopt, false};
+    } else {
+      error = g_error_new_literal(publicationResourceErrorQuark(),
+                                  static_cast<int>(refusal.failure()), refusal.what());
+    }
   } catch (const std::system_error& readFailure) {
     error = g_error_new_literal(G_IO_ERROR, g_io_error_from_errno(readFailure.code().value()),
                                 readFailure.what());
@@ -274,11 +374,16 @@ void PublicationSchemeHandler::finishLoad(WebKitURISchemeRequest* request, const
     failRequest(request, G_IO_ERROR, G_IO_ERROR_FAILED, "badServerResponse");
     return;
   }
-  webkit_uri_scheme_response_set_status(response.get(), 200, "OK");
+  webkit_uri_scheme_response_set_status(response.get(), payload->status,
+                                        soup_status_get_phrase(payload->status));
   webkit_uri_scheme_response_set_content_type(response.get(), payload->mimeType.c_str());
   SoupMessageHeaders* headers = soup_message_headers_new(SOUP_MESSAGE_HEADERS_RESPONSE);
   soup_message_headers_append(headers, "Content-Type", payload->mimeType.c_str());
   soup_message_headers_append(headers, "Cache-Control", "no-store");
+  if (payload->acceptsRanges) soup_message_headers_append(headers, "Accept-Ranges", "bytes");
+  if (payload->contentRange) {
+    soup_message_headers_append(headers, "Content-Range", payload->contentRange->c_str());
+  }
   // The served type is the one the policy was decided by; the web view must not guess another.
   soup_message_headers_append(headers, "X-Content-Type-Options", "nosniff");
   if (payload->contentSecurityPolicy) {

@@ -14,6 +14,7 @@
 #include "async/Task.h"
 #include "model/Uuid.h"
 #include "runtime/GObjectHandle.h"
+#include "runtime/PublicationManifestListing.h"
 #include "runtime/PublicationResourceProvider.h"
 
 namespace tomekeeper {
@@ -22,7 +23,8 @@ namespace tomekeeper {
 // publications registered under their ids, nothing else. Requests of other web views never
 // reach it, so a window's pages can name only that window's publications. Files are read on
 // the background pool; a response carries status 200, Content-Type, Cache-Control "no-store"
-// and, for a book's HTML documents, the content policy. A request that was stopped (its web
+// and, for a book's HTML documents, the content policy. A file of a book that its manifest does
+// not list is answered with 404. A request that was stopped (its web
 // view went away, its load was cancelled, or cancelAllLoads ran) is never answered.
 //
 // Made with create() and owned by the web view host; confined to the main executor. Load
@@ -34,6 +36,16 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
     std::string data;
     std::string mimeType;
     std::optional<std::string> contentSecurityPolicy;
+    unsigned status = 200;  // 206 for a range, 404 for an unlisted file, 416 for a bad range
+    std::optional<std::string> contentRange;
+    bool acceptsRanges = false;  // served as stored, so a range of it can be asked for
+  };
+
+  // A registered publication: where it lies, and what of it may be served (absent for a
+  // directory without a container document, all of which may be).
+  struct Publication {
+    PublicationResourceProvider provider;
+    std::shared_ptr<const PublicationManifestListing> manifest;
   };
 
   // Which provider answers a URL, with which path and policy use.
@@ -41,6 +53,7 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
     PublicationResourceProvider provider;
     std::string path;
     ContentSecurityPolicyUse policyUse;
+    std::shared_ptr<const PublicationManifestListing> manifest;  // absent: no listing to hold to
   };
 
   static std::shared_ptr<PublicationSchemeHandler> create();
@@ -52,8 +65,10 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
   // the default web context at the first call of the process.
   void attach(WebKitWebView* webView);
 
-  // Makes the publication extracted at `root` reachable under `publicationID`. Throws
-  // PublicationResourceErrorError(unavailable) for an unusable root.
+  // Makes the publication extracted at `root` reachable under `publicationID`, reading its
+  // container and package documents for the files it lists (PublicationManifestListing).
+  // Throws PublicationResourceErrorError(unavailable) for an unusable root or a container or
+  // package document that cannot be read.
   void registerPublication(const Uuid& publicationID, const std::filesystem::path& root);
   // The provider of the /runtime/ tree; absent until the host prepares the runtime.
   void setRuntimeProvider(PublicationResourceProvider provider);
@@ -77,17 +92,22 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
   // Reads the resource of `target` into memory; a publication's style sheets and the CSS in
   // its XHTML, SVG and HTML documents come with their EPUB prefixed properties rewritten
   // (PrefixedCSSRewriter, PrefixedCSSDocumentRewriter). Runs off the main executor. Throws
-  // PublicationResourceErrorError for a refused path, std::system_error when the file cannot
-  // be read.
-  static Payload readPayload(const Target& target);
+  // PublicationResourceErrorError for a refused path (notListed for a file that the target's
+  // manifest does not list), std::system_error when the file cannot be read.
+  // With `rangeHeader` (a request's Range) naming one byte range of a file served as stored,
+  // only that range is read: status 206 with its Content-Range, or 416 when the range lies past
+  // the end. Any other Range header, or one for a rewritten file, gets the whole file.
+  static Payload readPayload(const Target& target,
+                             const std::optional<std::string>& rangeHeader = std::nullopt);
 
  private:
   PublicationSchemeHandler() = default;
   static async::Task<void> runLoad(std::weak_ptr<PublicationSchemeHandler> handler,
-                                   std::shared_ptr<GWeakRef> request, Target target);
+                                   std::shared_ptr<GWeakRef> request, Target target,
+                                   std::optional<std::string> rangeHeader);
   void finishLoad(WebKitURISchemeRequest* request, const Payload* payload, GError* error);
 
-  std::map<Uuid, PublicationResourceProvider> providers_;
+  std::map<Uuid, Publication> publications_;
   std::optional<PublicationResourceProvider> runtimeProvider_;
   // Loads under way, by the identity of their request.
   std::map<WebKitURISchemeRequest*, std::stop_source> loads_;

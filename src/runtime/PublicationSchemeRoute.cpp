@@ -51,13 +51,7 @@ bool isDoubleDotPiece(std::string_view piece) {
 
 }  // namespace
 
-std::optional<std::string> publicationSchemeURLWithResolvedPath(std::string_view url) {
-  const std::string prefix = schemePrefix();
-  if (url.substr(0, prefix.size()) != prefix) return std::nullopt;
-  url.remove_prefix(prefix.size());
-  std::string_view path = url.substr(0, url.find_first_of("?#"));
-  if (path.empty() || path.front() != '/') return std::nullopt;
-  path.remove_prefix(1);
+std::string withDotPiecesResolved(std::string_view path) {
   std::vector<std::string_view> pieces;
   while (true) {
     const std::size_t slash = path.find('/');
@@ -74,13 +68,21 @@ std::optional<std::string> publicationSchemeURLWithResolvedPath(std::string_view
     if (last) break;
     path.remove_prefix(slash + 1);
   }
-  std::string resolved = prefix;
-  for (const std::string_view piece : pieces) {
-    resolved += '/';
-    resolved += piece;
+  std::string resolved;
+  for (std::size_t index = 0; index < pieces.size(); ++index) {
+    if (index > 0) resolved += '/';
+    resolved += pieces[index];
   }
-  if (pieces.empty()) resolved += '/';
   return resolved;
+}
+
+std::optional<std::string> publicationSchemeURLWithResolvedPath(std::string_view url) {
+  const std::string prefix = schemePrefix();
+  if (url.substr(0, prefix.size()) != prefix) return std::nullopt;
+  url.remove_prefix(prefix.size());
+  const std::string_view path = url.substr(0, url.find_first_of("?#"));
+  if (path.empty() || path.front() != '/') return std::nullopt;
+  return prefix + "/" + withDotPiecesResolved(path.substr(1));
 }
 
 std::optional<std::string> parseContainerRootResourcePath(std::string_view url) {

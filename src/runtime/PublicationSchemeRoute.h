@@ -32,6 +32,12 @@ struct PublicationSchemeRoute {
 // or fragment is ignored. Pure; any thread.
 std::optional<PublicationSchemeRoute> parsePublicationSchemeRoute(std::string_view url);
 
+// `path`, pieces separated by "/" and no leading "/", with its dot pieces resolved as the URL
+// standard resolves them: "." and "%2e" pieces go, and ".." (also ".%2e", "%2e." and "%2e%2e",
+// in any case) takes the piece before it away, never climbing above the first piece; a dot
+// piece at the end leaves an empty last piece. Pieces stay encoded. Pure; any thread.
+std::string withDotPiecesResolved(std::string_view path);
+
 // `url` with the dot pieces of its path resolved as the URL standard resolves them: "." and
 // "%2e" pieces go, and ".." (also ".%2e", "%2e." and "%2e%2e", in any case) takes the piece
 // before it away, never climbing above the host's root; a query or fragment is dropped and the

@@ -326,7 +326,18 @@ TEST(PublicationMIMETypeTableTest, CoversEveryExtensionOfTheTable) {
                                                           {"woff", "font/woff"},
                                                           {"woff2", "font/woff2"},
                                                           {"otf", "font/otf"},
-                                                          {"ttf", "font/ttf"}};
+                                                          {"ttf", "font/ttf"},
+                                                          {"mp3", "audio/mpeg"},
+                                                          {"m4a", "audio/mp4"},
+                                                          {"aac", "audio/aac"},
+                                                          {"ogg", "audio/ogg"},
+                                                          {"oga", "audio/ogg"},
+                                                          {"opus", "audio/ogg"},
+                                                          {"weba", "audio/webm"},
+                                                          {"wav", "audio/wav"},
+                                                          {"mp4", "video/mp4"},
+                                                          {"m4v", "video/mp4"},
+                                                          {"webm", "video/webm"}};
   for (const auto& [extension, mimeType] : expected) {
     EXPECT_EQ(publicationMIMETypeForExtension(extension), mimeType) << extension;
   }

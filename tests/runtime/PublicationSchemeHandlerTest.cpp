@@ -4,6 +4,9 @@
 
 #include <fstream>
 
+#include "intake/EPUBArchiveExtractor.h"
+#include "intake/EPUBArchiveInspector.h"
+#include "support/EpubBuilder.h"
 #include "support/TemporaryDirectory.h"
 
 namespace tomekeeper {
@@ -145,6 +148,83 @@ TEST_F(PublicationSchemeHandlerTest, ResolvesPathsAsTheURLStandardWithinThePubli
   handler_->registerPublication(Uuid::random(), directory_ / "Other");
   EXPECT_FALSE(handler_->target(base + "EPUB/images/photo.jpg"));
   EXPECT_TRUE(handler_->target(book + "EPUB/images/photo.jpg"));
+}
+
+TEST_F(PublicationSchemeHandlerTest, ServesOnlyWhatTheManifestListsOfABook) {
+  testing::PackageDescription package;
+  package.withChapters(1);
+  package.manifest.emplace_back("photo", "images/photo.png", "image/png");
+  testing::EpubBuilder book;
+  book.withPackageDocument(package)
+      .addFile("OEBPS/images/photo.png", "photo")
+      .addFile("OEBPS/images/red.png", "red");
+  book.writeTo(directory_ / "book.epub");
+  const std::filesystem::path root =
+      EPUBArchiveExtractor()
+          .extract(directory_ / "book.epub",
+                   EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
+                   directory_ / "Extracted")
+          .rootURL;
+  const Uuid bookID = Uuid::random();
+  handler_ = PublicationSchemeHandler::create();
+  handler_->registerPublication(bookID, root);
+  const std::string base = "tomekeeper://publication/" + bookID.string() + "/";
+  const auto read = [&](const std::string& url) {
+    return PublicationSchemeHandler::readPayload(*handler_->target(url)).data;
+  };
+  EXPECT_EQ(read(base + "OEBPS/images/photo.png"), "photo");
+  EXPECT_EQ(read("tomekeeper://publication/oebps/IMAGES/photo.png"), "photo");
+  EXPECT_NE(read(base + "OEBPS/package.opf"), "");
+  EXPECT_NE(read(base + "META-INF/container.xml"), "");
+  for (const std::string& url :
+       {base + "OEBPS/images/red.png", std::string("tomekeeper://publication/OEBPS/images/red.png"),
+        base + "OEBPS/images/RED.png", base + "mimetype"}) {
+    SCOPED_TRACE(url);
+    try {
+      read(url);
+      ADD_FAILURE() << "served";
+    } catch (const PublicationResourceErrorError& error) {
+      EXPECT_EQ(error.failure(), PublicationResourceError::notListed);
+    }
+  }
+}
+
+TEST_F(PublicationSchemeHandlerTest, AnswersOneByteRangeOfAFileServedAsStored) {
+  std::ofstream(directory_ / "Book/OEBPS/song.ogg") << "0123456789";
+  const auto song = *handler_->target(
+      "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/OEBPS/song.ogg");
+  const struct {
+    const char* range;
+    unsigned status;
+    const char* data;
+    std::optional<std::string> contentRange;
+  } cases[] = {
+      {"bytes=0-3", 206, "0123", "bytes 0-3/10"},
+      {"bytes=4-", 206, "456789", "bytes 4-9/10"},
+      {"bytes=-3", 206, "789", "bytes 7-9/10"},
+      {"bytes=8-100", 206, "89", "bytes 8-9/10"},
+      {"bytes=-100", 206, "0123456789", "bytes 0-9/10"},
+      {"bytes=10-", 416, "", "bytes */10"},
+      {"bytes=0-1,4-5", 200, "0123456789", std::nullopt},
+      {"bytes=5-2", 200, "0123456789", std::nullopt},
+      {"items=0-3", 200, "0123456789", std::nullopt},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.range);
+    const auto payload = PublicationSchemeHandler::readPayload(song, testCase.range);
+    EXPECT_EQ(payload.status, testCase.status);
+    EXPECT_EQ(payload.data, testCase.data);
+    EXPECT_EQ(payload.contentRange, testCase.contentRange);
+    EXPECT_TRUE(payload.acceptsRanges);
+    EXPECT_EQ(payload.mimeType, "audio/ogg");
+  }
+  // A style sheet is rewritten as it is served, so it always comes whole.
+  const auto style = PublicationSchemeHandler::readPayload(
+      *handler_->target("tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/OEBPS/a.css"),
+      "bytes=0-0");
+  EXPECT_EQ(style.status, 200u);
+  EXPECT_EQ(style.data, "p{}");
+  EXPECT_FALSE(style.acceptsRanges);
 }
 
 TEST_F(PublicationSchemeHandlerTest, RegisteringAnUnusableRootFails) {
