@@ -61,9 +61,9 @@ struct Quote {
 };
 
 // The quote the runtime places a highlight by (see the runtime's quoteOf).
-Quote quoteOf(const Annotation& annotation) {
-  const std::optional<TextContext>& excerpt = annotation.locator.excerpt;
-  Quote quote{collapsed(annotation.selectedText), {}, {}};
+Quote quoteOf(const Locator& locator, const std::string& selectedText) {
+  const std::optional<TextContext>& excerpt = locator.excerpt;
+  Quote quote{collapsed(selectedText), {}, {}};
   if (quote.exact.empty() && excerpt) quote.exact = collapsed(excerpt->exact);
   if (!excerpt) return quote;
   if (excerpt->prefix) quote.prefix = std::string(trimmed(collapsed(*excerpt->prefix)));
@@ -80,16 +80,13 @@ struct Place {
   bool wholeSide = false;
 };
 
-std::optional<Annotation> reanchored(const Annotation& highlight,
-                                     const std::vector<std::string>& sections,
-                                     const PublicationOutline& outline,
-                                     const std::string& fingerprint) {
-  const Quote quote = quoteOf(highlight);
+std::optional<Place> bestPlace(const Quote& quote, std::int64_t oldSection,
+                               const std::vector<std::string>& sections) {
   if (quote.exact.empty()) return std::nullopt;
   std::optional<Place> best;
   std::size_t occurrences = 0;
   const auto distance = [&](const Place& place) {
-    return std::llabs(static_cast<long long>(place.section) - highlight.locator.spineIndex);
+    return std::llabs(static_cast<long long>(place.section) - oldSection);
   };
   for (std::size_t section = 0; section < sections.size(); ++section) {
     const std::string& text = sections[section];
@@ -115,18 +112,7 @@ std::optional<Annotation> reanchored(const Annotation& highlight,
   const bool accepted =
       context == 0 ? occurrences == 1 : best->wholeSide || 2 * best->agreement >= context;
   if (!accepted) return std::nullopt;
-
-  Annotation carried = highlight;
-  carried.bookFingerprint = fingerprint;
-  Locator& locator = carried.locator;
-  locator.spineIndex = static_cast<std::int64_t>(best->section);
-  locator.spineHref = outline.spine[best->section].href;
-  locator.cfi.reset();
-  locator.totalProgression.reset();
-  const std::size_t length = sections[best->section].size();
-  locator.sectionProgression =
-      length == 0 ? 0.0 : static_cast<double>(best->position) / static_cast<double>(length);
-  return carried;
+  return best;
 }
 
 std::int64_t modificationNanoseconds(const fs::path& file) {
@@ -187,23 +173,51 @@ std::optional<std::string> findEarlierEdition(const fs::path& publicationsRoot,
   return found;
 }
 
+EditionText EditionText::read(const fs::path& publicationRoot,
+                              const std::string& packageDocumentPath) {
+  PublicationOutline outline = readPublicationOutline(publicationRoot, packageDocumentPath);
+  EditionText edition;
+  for (const fs::path& file : outline.spineFiles) {
+    try {
+      edition.sections_.push_back(file.empty() ? std::string()
+                                               : readSectionText(publicationRoot, file));
+    } catch (const std::exception&) {
+      edition.sections_.emplace_back();
+    }
+  }
+  edition.spine_ = std::move(outline.spine);
+  return edition;
+}
+
+std::optional<Locator> EditionText::reanchor(const Locator& locator,
+                                             const std::string& selectedText) const {
+  const std::optional<Place> place =
+      bestPlace(quoteOf(locator, selectedText), locator.spineIndex, sections_);
+  if (!place) return std::nullopt;
+  Locator moved = locator;
+  moved.spineIndex = static_cast<std::int64_t>(place->section);
+  moved.spineHref = spine_[place->section].href;
+  moved.cfi.reset();
+  moved.totalProgression.reset();
+  const std::size_t length = sections_[place->section].size();
+  moved.sectionProgression =
+      length == 0 ? 0.0 : static_cast<double>(place->position) / static_cast<double>(length);
+  return moved;
+}
+
 CarryOverResult carryOverHighlights(const std::vector<Annotation>& highlights,
                                     const fs::path& publicationRoot,
                                     const std::string& packageDocumentPath,
                                     const std::string& fingerprint) {
-  const PublicationOutline outline = readPublicationOutline(publicationRoot, packageDocumentPath);
-  std::vector<std::string> sections;
-  for (const fs::path& file : outline.spineFiles) {
-    try {
-      sections.push_back(file.empty() ? std::string() : readSectionText(publicationRoot, file));
-    } catch (const std::exception&) {
-      sections.emplace_back();
-    }
-  }
+  const EditionText edition = EditionText::read(publicationRoot, packageDocumentPath);
   CarryOverResult result;
   for (const Annotation& highlight : highlights) {
-    if (auto carried = reanchored(highlight, sections, outline, fingerprint)) {
-      result.carried.push_back(std::move(*carried));
+    if (std::optional<Locator> moved =
+            edition.reanchor(highlight.locator, highlight.selectedText)) {
+      Annotation carried = highlight;
+      carried.bookFingerprint = fingerprint;
+      carried.locator = std::move(*moved);
+      result.carried.push_back(std::move(carried));
     } else {
       result.notFound.push_back(highlight);
     }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "model/Annotation.h"
+#include "persistence/HighlightExport.h"
 
 // Highlights carried from one edition of a book to another. A book is known by the SHA-256 of
 // its file, so a corrected or re-packaged edition opens with no reading data; what it shares
@@ -39,6 +40,25 @@ std::optional<PublicationRecord> readPublicationRecord(
 std::optional<std::string> findEarlierEdition(const std::filesystem::path& publicationsRoot,
                                               const std::string& fingerprint,
                                               const PublicationRecord& record);
+
+// The text of every section of one edition, read once for many look-ups.
+class EditionText {
+ public:
+  // Reads the edition unpacked at `publicationRoot`; a section that cannot be read holds no
+  // text. Throws what readPublicationOutline throws. Blocking.
+  static EditionText read(const std::filesystem::path& publicationRoot,
+                          const std::string& packageDocumentPath);
+
+  // `locator`, of a spot in an earlier edition whose words are `selectedText` (for a reading
+  // position, its excerpt's), moved to where that quote stands in this edition: the matching
+  // described at carryOverHighlights. The section's href, index and progression change, the CFI
+  // and the total progression go, the excerpt stays. Nothing when the quote is not found.
+  std::optional<Locator> reanchor(const Locator& locator, const std::string& selectedText) const;
+
+ private:
+  std::vector<SpineChapter> spine_;
+  std::vector<std::string> sections_;
+};
 
 struct CarryOverResult {
   // Re-anchored in the new edition: the same id, text, note, colour and dates; the locator

@@ -106,6 +106,13 @@ TEST(EditionCarryOverTest, CarriesHighlightsByTheirQuoteAndReportsTheRestNotFoun
     unchanged.locator = testCase.highlight.locator;
     EXPECT_EQ(unchanged, testCase.highlight);
   }
+
+  // A reading position goes by its excerpt the same way.
+  const Locator position = highlightIn(2, kPool, kPool.substr(0, 48)).locator;
+  const std::optional<Locator> moved = EditionText::read(root.path(), "OEBPS/package.opf")
+                                           .reanchor(position, position.excerpt->exact);
+  ASSERT_TRUE(moved.has_value());
+  EXPECT_EQ(moved->spineIndex, 3);
 }
 
 TEST(EditionCarryOverTest, FindsTheEarlierEditionWithHighlightsByIdentifierAndTitle) {
