@@ -77,7 +77,37 @@ GtkWidget* makeRowWithMenu(GtkWidget* texts, const char* actionLabel, const char
   return row;
 }
 
+std::vector<std::int64_t> idOfRow(GListModel* rows, guint position) {
+  auto row = GObjectHandle<GtkTreeListRow>::adopt(
+      static_cast<GtkTreeListRow*>(g_list_model_get_item(rows, position)));
+  auto item =
+      GObjectHandle<GObject>::adopt(static_cast<GObject*>(gtk_tree_list_row_get_item(row.get())));
+  return views::viewRowValueAs<TableOfContentsOutlineNode>(item.get()).id;
+}
+
+const TableOfContentsOutlineNode* findEntry(const std::vector<TableOfContentsOutlineNode>& nodes,
+                                            const std::string& spineHref) {
+  for (const TableOfContentsOutlineNode& node : nodes) {
+    const std::string& href = node.item.href;
+    if (href.substr(0, href.find('#')) == spineHref) return &node;
+    if (node.children) {
+      if (const TableOfContentsOutlineNode* found = findEntry(*node.children, spineHref)) {
+        return found;
+      }
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace
+
+std::optional<std::vector<std::int64_t>> currentContentsEntry(
+    const std::vector<TableOfContentsOutlineNode>& outline, const std::string& spineHref) {
+  if (spineHref.empty()) return std::nullopt;
+  const TableOfContentsOutlineNode* found = findEntry(outline, spineHref);
+  if (found == nullptr) return std::nullopt;
+  return found->id;
+}
 
 ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session)
     : session_(std::move(session)) {
@@ -99,6 +129,7 @@ ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session)
   installActions();
 
   connections_.add(session_->tableOfContents().changed().connect([this] { showContents(); }));
+  connections_.add(session_->locator().changed().connect([this] { showCurrentChapter(); }));
   connections_.add(session_->bookmarks().changed().connect([this] { showBookmarks(); }));
   connections_.add(session_->annotations().changed().connect([this] { showHighlights(); }));
   connections_.add(
@@ -137,6 +168,7 @@ void ReaderSidebar::setUpContentsList() {
   connections_.add(factory.get(), "setup", G_CALLBACK(onSetupContentsRow), this);
   connections_.add(factory.get(), "bind", G_CALLBACK(onBindContentsRow), this);
   gtk_list_view_set_model(contentsList_, GTK_SELECTION_MODEL(selection.get()));
+  contentsSelection_ = selection.get();
   gtk_list_view_set_factory(contentsList_, factory.get());
   connections_.add(contentsList_, "activate", G_CALLBACK(onContentsActivate), this);
 }
@@ -158,6 +190,43 @@ void ReaderSidebar::showContents() {
   g_list_store_remove_all(contentsRoots_);
   for (const TableOfContentsOutlineNode& node : session_->tableOfContentsOutline()) {
     g_list_store_append(contentsRoots_, views::makeViewRow(node).get());
+  }
+  showCurrentChapter();
+}
+
+void ReaderSidebar::showCurrentChapter() {
+  const std::optional<Locator>& locator = session_->locator().value();
+  const std::optional<std::vector<std::int64_t>> current =
+      locator ? currentContentsEntry(session_->tableOfContentsOutline(), locator->spineHref)
+              : std::nullopt;
+  GListModel* rows = G_LIST_MODEL(contentsSelection_);
+  if (!current) {
+    gtk_single_selection_set_selected(contentsSelection_, GTK_INVALID_LIST_POSITION);
+    return;
+  }
+  // Down the entry's path, opening each parent on the way, so that its row exists.
+  guint position = GTK_INVALID_LIST_POSITION;
+  for (std::size_t depth = 1; depth <= current->size(); ++depth) {
+    const std::vector<std::int64_t> prefix(current->begin(),
+                                           current->begin() + static_cast<long>(depth));
+    const guint start = position == GTK_INVALID_LIST_POSITION ? 0 : position;
+    position = GTK_INVALID_LIST_POSITION;
+    for (guint index = start; index < g_list_model_get_n_items(rows); ++index) {
+      if (idOfRow(rows, index) == prefix) {
+        position = index;
+        break;
+      }
+    }
+    if (position == GTK_INVALID_LIST_POSITION) break;
+    if (depth < current->size()) {
+      auto row = GObjectHandle<GtkTreeListRow>::adopt(
+          static_cast<GtkTreeListRow*>(g_list_model_get_item(rows, position)));
+      gtk_tree_list_row_set_expanded(row.get(), TRUE);
+    }
+  }
+  gtk_single_selection_set_selected(contentsSelection_, position);
+  if (position != GTK_INVALID_LIST_POSITION) {
+    gtk_widget_activate_action(GTK_WIDGET(contentsList_), "list.scroll-to-item", "u", position);
   }
 }
 

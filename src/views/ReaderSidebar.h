@@ -2,11 +2,15 @@
 
 #include <gtk/gtk.h>
 
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "model/Annotation.h"
 #include "model/Bookmark.h"
+#include "model/TableOfContentsOutlineNode.h"
 #include "session/ReaderSession.h"
 #include "views/ViewSupport.h"
 
@@ -15,8 +19,16 @@ namespace tomekeeper {
 // The segment chosen in the sidebar.
 enum class SidebarSection { contents, bookmarks, highlights };
 
+// The id of the contents entry of the chapter being read: the first entry, depth first, whose
+// href (without its fragment) is the section `spineHref`; both are relative to the package
+// directory. Absent when no entry points into that section. Pure.
+std::optional<std::vector<std::int64_t>> currentContentsEntry(
+    const std::vector<TableOfContentsOutlineNode>& outline, const std::string& spineHref);
+
 // The reader screen's sidebar: a switcher titled "Reader Sidebar" over the contents tree, the
-// bookmarks and the highlights, with "Previous Chapter" and "Next Chapter" below. It shows the
+// bookmarks and the highlights, with "Previous Chapter" and "Next Chapter" below. The contents
+// tree shows its levels with disclosures and keeps the chapter being read selected, its parents
+// opened, as the reader moves. It shows the
 // session's `tableOfContents`, `bookmarks`, `annotations` and `unresolvedAnnotationIDs` and
 // calls its commands; the session outlives nothing here, it is kept alive by the sidebar.
 //
@@ -49,6 +61,7 @@ class ReaderSidebar {
   void installActions();
 
   void showContents();
+  void showCurrentChapter();
   void showBookmarks();
   void showHighlights();
 
@@ -74,6 +87,7 @@ class ReaderSidebar {
   views::WidgetHandle root_;
   GtkStack* stack_ = nullptr;
   GListStore* contentsRoots_ = nullptr;  // Owned by the tree model of contentsList_.
+  GtkSingleSelection* contentsSelection_ = nullptr;  // Owned by contentsList_.
   GtkListView* contentsList_ = nullptr;
   GtkStack* bookmarkPages_ = nullptr;
   GtkListBox* bookmarkList_ = nullptr;

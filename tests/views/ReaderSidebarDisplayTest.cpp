@@ -1,6 +1,8 @@
 #include "views/ReaderSidebar.h"
 
 #include "ViewsDisplayTestSupport.h"
+#include "async/RunUntilDone.h"
+#include "views/ViewRow.h"
 
 namespace tomekeeper::testing {
 namespace {
@@ -24,6 +26,43 @@ std::string firstMenuLabel(GtkWidget* menuButton) {
   std::string text = label;
   g_free(label);
   return text;
+}
+
+TEST_F(ReaderSidebarDisplayTest, KeepsTheChapterBeingReadSelectedWithItsParentsOpen) {
+  host->runtime.handlers["tableOfContents"] = [](const json&) {
+    return RuntimeAnswer::result(
+        {{"items",
+          json::array({contentsItem("Part One", "OEBPS/chapter1.xhtml#start",
+                                    json::array({contentsItem("Loomings", "OEBPS/chapter2.xhtml"),
+                                                 contentsItem("Aside", "OEBPS/chapter2.xhtml#x")})),
+                       contentsItem("Part Two", "OEBPS/chapter4.xhtml")})}});
+  };
+  host->runtime.current = locatorAt(1, "/6/2!/4/2/1:0");
+  openSession();
+  ReaderSidebar sidebar(session);
+  showInWindow(sidebar.widget());
+  auto* selection = GTK_SINGLE_SELECTION(gtk_list_view_get_model(sidebar.contentsList()));
+  auto selectedTitle = [&]() -> std::string {
+    auto* row = static_cast<GtkTreeListRow*>(gtk_single_selection_get_selected_item(selection));
+    if (row == nullptr) return "";
+    auto item = GObjectHandle<GObject>::adopt(static_cast<GObject*>(gtk_tree_list_row_get_item(row)));
+    return views::viewRowValueAs<TableOfContentsOutlineNode>(item.get()).item.title;
+  };
+  struct Step {
+    const char* name;
+    const char* selected;  // empty: none
+  };
+  const Step steps[] = {
+      {"the first chapter", "Part One"},
+      {"a chapter inside the first part", "Loomings"},
+      {"a section the contents leave out", ""},
+      {"the second part", "Part Two"},
+  };
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.name);
+    if (&step != &steps[0]) async::runUntilDone(session->nextSection(), std::chrono::seconds(30));
+    EXPECT_EQ(selectedTitle(), step.selected);
+  }
 }
 
 TEST_F(ReaderSidebarDisplayTest, ShowsTheContentsTreeAndGoesToAnActivatedEntry) {
