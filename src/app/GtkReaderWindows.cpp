@@ -14,6 +14,8 @@
 #include "app/ReadingControls.h"
 #include "async/Spawn.h"
 #include "model/StringEnumeration.h"
+#include "session/BookSafetySummary.h"
+#include "views/BookSafetyDialog.h"
 #include "views/BookmarkButton.h"
 #include "views/ReaderScreen.h"
 
@@ -182,6 +184,7 @@ GObjectHandle<GMenu> makeReadingOptionsMenu() {
   g_menu_append(viewSection.get(), "Hide Reading Controls", "win.toggle-reading-controls");
   g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(viewSection.get()));
   const auto bookSection = GObjectHandle<GMenu>::adopt(g_menu_new());
+  g_menu_append(bookSection.get(), "Book Safety", "win.book-safety");
   g_menu_append(bookSection.get(), "Close Book", "win.close-book");
   g_menu_append(bookSection.get(), "Delete This Book\u2019s Reading History\u2026",
                 "win.clear-reading-data");
@@ -233,6 +236,8 @@ class GtkReaderWindow final : public GtkShellWindow {
     gtk_actionable_set_action_name(GTK_ACTIONABLE(next), "win.next-page");
     adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), previous);
     adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), next);
+    leftPageButton_ = previous;
+    rightPageButton_ = next;
     GtkWidget* fullScreen = gtk_button_new_from_icon_name("view-fullscreen-symbolic");
     gtk_widget_set_tooltip_text(fullScreen, "Toggle Full Screen (F11)");
     gtk_actionable_set_action_name(GTK_ACTIONABLE(fullScreen), "win.toggle-fullscreen");
@@ -325,6 +330,35 @@ class GtkReaderWindow final : public GtkShellWindow {
     logReaderWindowEvent("Reading controls of " + identifier() + " are " + state);
   }
 
+  // The page buttons follow the book's page progression: the arrow that points the way the
+  // pages advance reads on.
+  void arrangePageButtons() {
+    const auto& publication = session_->publication().value();
+    const bool readsFromRight = publication && publication->pageProgressionDirection == "rtl";
+    const char* leftTitle = readsFromRight ? "Next Page" : "Previous Page";
+    const char* rightTitle = readsFromRight ? "Previous Page" : "Next Page";
+    gtk_actionable_set_action_name(GTK_ACTIONABLE(leftPageButton_),
+                                   readsFromRight ? "win.next-page" : "win.previous-page");
+    gtk_actionable_set_action_name(GTK_ACTIONABLE(rightPageButton_),
+                                   readsFromRight ? "win.previous-page" : "win.next-page");
+    gtk_widget_set_tooltip_text(leftPageButton_, leftTitle);
+    gtk_widget_set_tooltip_text(rightPageButton_, rightTitle);
+    setAccessibleLabel(leftPageButton_, leftTitle);
+    setAccessibleLabel(rightPageButton_, rightTitle);
+  }
+
+  // Back and Forward are enabled while there is somewhere to go.
+  void showNavigationAvailability() {
+    const NavigationAvailability availability = session_->navigationAvailability().value();
+    GActionMap* map = G_ACTION_MAP(window());
+    if (GAction* back = g_action_map_lookup_action(map, "go-back")) {
+      g_simple_action_set_enabled(G_SIMPLE_ACTION(back), availability.canGoBack);
+    }
+    if (GAction* forward = g_action_map_lookup_action(map, "go-forward")) {
+      g_simple_action_set_enabled(G_SIMPLE_ACTION(forward), availability.canGoForward);
+    }
+  }
+
   void installActions() {
     static const ActionEntry entries[] = {
         {"previous-page",
@@ -334,6 +368,14 @@ class GtkReaderWindow final : public GtkShellWindow {
         {"next-page",
          [](GtkReaderWindow& window) {
            window.runCommand([](ReaderSession& session) { return session.nextPage(); });
+         }},
+        {"go-back",
+         [](GtkReaderWindow& window) {
+           window.runCommand([](ReaderSession& session) { return session.goBack(); });
+         }},
+        {"go-forward",
+         [](GtkReaderWindow& window) {
+           window.runCommand([](ReaderSession& session) { return session.goForward(); });
          }},
         {"decrease-text-size",
          [](GtkReaderWindow& window) {
@@ -375,6 +417,13 @@ class GtkReaderWindow final : public GtkShellWindow {
            if (window.screen_) window.screen_->highlightSelection();
          }},
         {"close-book", [](GtkReaderWindow& window) { window.close(); }},
+        {"book-safety",
+         [](GtkReaderWindow& window) {
+           if (!window.session_) return;
+           if (const auto& report = window.session_->safetyReport().value()) {
+             presentBookSafety(window.window(), *report);
+           }
+         }},
         {"clear-reading-data",
          [](GtkReaderWindow& window) {
            if (window.screen_) window.screen_->presentClearReadingDataConfirmation();
@@ -525,6 +574,17 @@ class GtkReaderWindow final : public GtkShellWindow {
     observe(session_->readingTheme().changed().connect([this] {
       showOption("reading-theme", "Reading theme", session_->readingTheme().value());
     }));
+    observe(session_->publication().changed().connect([this] { arrangePageButtons(); }));
+    // A book that tried to run script or reach the web says so once, quietly.
+    observe(session_->safetyReport().changed().connect([this] {
+      const auto& report = session_->safetyReport().value();
+      const std::optional<std::string> note = report ? bookSafetyToast(*report) : std::nullopt;
+      if (note) controls_->showToast(*note);
+    }));
+    observe(session_->navigationAvailability().changed().connect(
+        [this] { showNavigationAvailability(); }));
+    arrangePageButtons();
+    showNavigationAvailability();
     observe(session_->readingMode().changed().connect(
         [this] { showOption("reading-mode", "Reading mode", session_->readingMode().value()); }));
     observe(session_->pageLayout().changed().connect(
@@ -699,6 +759,9 @@ class GtkReaderWindow final : public GtkShellWindow {
   sigc::connection sidebarConnection_;
   std::vector<sigc::connection> sessionConnections_;
   bool searchIsRunning_ = false;
+  // The page buttons by side: the left one reads on in a book read from right to left.
+  GtkWidget* leftPageButton_ = nullptr;
+  GtkWidget* rightPageButton_ = nullptr;
 };
 
 // The empty window: a large title, a line that invites a drop and a button that opens the panel.

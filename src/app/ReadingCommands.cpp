@@ -9,6 +9,8 @@ std::span<const ReadingCommand> readingCommands() {
   static const std::vector<ReadingCommand> commands = {
       {"Previous Page", "win.previous-page", {"<Control>bracketleft"}, navigation},
       {"Next Page", "win.next-page", {"<Control>bracketright"}, navigation},
+      {"Back", "win.go-back", {"<Alt>Left"}, navigation},
+      {"Forward", "win.go-forward", {"<Alt>Right"}, navigation},
       {"Toggle Sidebar", "win.toggle-sidebar", {"<Control><Alt>s", "F9"}, panels},
       {"Show Contents", "win.show-contents", {"<Control>1"}, panels},
       {"Decrease Text Size", "win.decrease-text-size", {"<Control>minus"}, reading},

@@ -88,6 +88,12 @@ void ReadingControls::setVisibility(ReadingControlsVisibility visibility) {
   changed_.emit();
 }
 
+void ReadingControls::showToast(const std::string& text) {
+  AdwToast* toast = adw_toast_new(text.c_str());
+  adw_toast_set_timeout(toast, kToastSeconds);
+  adw_toast_overlay_add_toast(ADW_TOAST_OVERLAY(root_.get()), toast);
+}
+
 bool ReadingControls::headerIsOnScreen() const {
   if (visibility_ == ReadingControlsVisibility::shown) return true;
   return gtk_revealer_get_reveal_child(GTK_REVEALER(floatingRevealer_)) != FALSE;

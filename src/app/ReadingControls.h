@@ -2,6 +2,7 @@
 
 #include <adwaita.h>
 
+#include <string>
 #include <vector>
 
 #include <sigc++/signal.h>
@@ -43,6 +44,8 @@ class ReadingControls {
   bool headerIsOnScreen() const;
   // While hidden: the header bar over the page, until the pointer leaves it with no panel up.
   void revealHeader();
+  // A quiet note over the page that goes by itself.
+  void showToast(const std::string& text);
 
   // Where the pointer is, in root coordinates; the root's own motion controller calls it, and
   // tests do.

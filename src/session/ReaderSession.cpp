@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "async/BackgroundPool.h"
 #include "async/Spawn.h"
 #include "model/SystemFontCatalog.h"
 #include "opening/OpenPerformanceTrace.h"
@@ -24,6 +25,21 @@ async::Task<void> followLinkFromPage(std::weak_ptr<ReaderSession> weak, std::str
     co_await session->followLink(std::move(url));
   } catch (const ReaderError&) {
   }
+}
+
+// The safety report of the book unpacked at `root`, told to the session if it is still open. A
+// book that cannot be listed has no report; reading it fails elsewhere, with its own error.
+async::Task<void> countBlockedAttempts(std::weak_ptr<ReaderSession> weak,
+                                       std::filesystem::path root) {
+  std::optional<PublicationSafetyReport> report;
+  try {
+    report = co_await async::runInBackground(
+        [root](std::stop_token stopToken) { return scanPublicationSafety(root, stopToken); });
+  } catch (const std::exception& error) {
+    g_warning("The book's documents could not be scanned: %s", error.what());
+    co_return;
+  }
+  if (const auto session = weak.lock()) session->takeSafetyReport(std::move(*report));
 }
 
 std::shared_ptr<ReaderHosting> defaultHost() {
@@ -221,6 +237,8 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
   }
   if (failure) failOpen(failure);
   publicationOpen.end();
+  // What the book's documents try is counted off the main thread while the rest opens.
+  async::spawn(countBlockedAttempts(weak_from_this(), extractedRoot));
 
   // 5: open until the end, and ended on every failure from here on.
   TraceStage readerSessionReady(trace, OpenPerformanceTrace::Stage::readerSessionReady);
@@ -439,6 +457,11 @@ async::Task<void> ReaderSession::saveOnClose(std::shared_ptr<ReaderSession> sess
   } catch (...) {
   }
   session->logLocation(saved ? "close.saved" : "close.saveFailed", locator);
+}
+
+void ReaderSession::takeSafetyReport(PublicationSafetyReport report) {
+  if (state_.value() == State::closed) return;
+  safetyReport_.set(std::move(report));
 }
 
 void ReaderSession::handleExternalLink(const std::string& url) {

@@ -38,6 +38,7 @@
 #include "persistence/ScrolledContentWidthRepository.h"
 #include "persistence/TypographyPreferencesRepository.h"
 #include "runtime/BridgeMessages.h"
+#include "runtime/PublicationSafetyScan.h"
 #include "session/ExternalURLOpening.h"
 #include "session/LocationDiagnostics.h"
 #include "session/NavigationHistory.h"
@@ -130,6 +131,13 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
     return unresolvedAnnotationIDs_;
   }
   const ObservableProperty<std::optional<ReaderError>>& error() const noexcept { return error_; }
+  // What the book's documents try, all of it blocked; counted off the main thread once the
+  // book is open, absent until then or when the book could not be read.
+  const ObservableProperty<std::optional<PublicationSafetyReport>>& safetyReport() const noexcept {
+    return safetyReport_;
+  }
+  // The scan of the book's documents ended; kept unless the session closed meanwhile.
+  void takeSafetyReport(PublicationSafetyReport report);
   const ObservableProperty<TypographyFontSelection>& fontSelection() const noexcept {
     return fontSelection_;
   }
@@ -432,6 +440,7 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   ObservableProperty<std::vector<Annotation>> annotations_;
   ObservableProperty<std::set<Uuid>> unresolvedAnnotationIDs_;
   ObservableProperty<std::optional<ReaderError>> error_;
+  ObservableProperty<std::optional<PublicationSafetyReport>> safetyReport_;
   ObservableProperty<TypographyFontSelection> fontSelection_;
   ObservableProperty<TypographyFontScaleSelection> fontScaleSelection_;
   ObservableProperty<TypographyLineHeightSelection> lineHeightSelection_;

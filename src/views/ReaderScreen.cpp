@@ -73,6 +73,24 @@ ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* we
   showSelectionCallout();
   showPendingRemoval();
   showNoteEditingRequest();
+
+  // After a jump (a link, a contents entry, a search result), a way back over the page.
+  backButton_ = gtk_button_new();
+  GtkWidget* backContent = adw_button_content_new();
+  adw_button_content_set_icon_name(ADW_BUTTON_CONTENT(backContent), "go-previous-symbolic");
+  adw_button_content_set_label(ADW_BUTTON_CONTENT(backContent), "Back");
+  gtk_button_set_child(GTK_BUTTON(backButton_), backContent);
+  gtk_actionable_set_action_name(GTK_ACTIONABLE(backButton_), "win.go-back");
+  gtk_widget_set_tooltip_text(backButton_, "Back to where you were (Alt+Left)");
+  gtk_widget_add_css_class(backButton_, "osd");
+  gtk_widget_add_css_class(backButton_, "pill");
+  gtk_widget_set_halign(backButton_, GTK_ALIGN_START);
+  gtk_widget_set_valign(backButton_, GTK_ALIGN_END);
+  gtk_widget_set_margin_start(backButton_, 18);
+  gtk_widget_set_margin_bottom(backButton_, 18);
+  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), backButton_);
+  watch(session_->navigationAvailability(), &ReaderScreen::showBackButton);
+  showBackButton();
 }
 
 ReaderScreen::~ReaderScreen() {
@@ -302,6 +320,10 @@ void ReaderScreen::onHighlightClicked(GtkButton*, gpointer self) {
 
 void ReaderScreen::onFlapRevealChanged(GObject*, GParamSpec*, gpointer self) {
   static_cast<ReaderScreen*>(self)->sidebarVisibilityChanged_.emit();
+}
+
+void ReaderScreen::showBackButton() {
+  gtk_widget_set_visible(backButton_, session_->navigationAvailability().value().canGoBack);
 }
 
 gboolean ReaderScreen::onGetChildPosition(GtkOverlay*, GtkWidget* child, GdkRectangle* allocation,

@@ -95,6 +95,7 @@ class ReaderScreen {
   void showSelectionCallout();
   void showPendingRemoval();
   void showNoteEditingRequest();
+  void showBackButton();
   void clearBookmarkFeedback(std::uint64_t generation);
   std::shared_ptr<AnnotationNoteEditor> makeNoteEditor(const Annotation& annotation,
                                                        std::shared_ptr<AnnotationNoteEditor>& slot);
@@ -131,6 +132,7 @@ class ReaderScreen {
   GtkWidget* feedbackLabel_ = nullptr;
   GtkWidget* selectionCallout_ = nullptr;
   GtkWidget* highlightButton_ = nullptr;
+  GtkWidget* backButton_ = nullptr;
   std::optional<BookmarkFeedback> bookmarkFeedback_;
   std::uint64_t bookmarkFeedbackGeneration_ = 0;
   std::optional<std::stop_source> bookmarkFeedbackTimer_;
