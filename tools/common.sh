@@ -1,6 +1,9 @@
 # Shared by tools/run and tools/test: installs what is missing.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# Compiler cache entries name paths relative to the checkout, so that another clone of the same
+# commits (CI's) builds from the cache instead of from scratch.
+export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
