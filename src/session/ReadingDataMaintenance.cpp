@@ -6,6 +6,11 @@
 #include <cctype>
 
 #include "async/BackgroundPool.h"
+#include "persistence/ConflictCopies.h"
+#include "persistence/EditionCarryOver.h"
+#include "persistence/JSONAnnotationRepository.h"
+#include "persistence/PublicationOutline.h"
+#include "persistence/PublicationStateRepositoryFactory.h"
 #include "platform/AtomicFileWriter.h"
 
 namespace tomekeeper {
@@ -65,6 +70,48 @@ async::Task<void> ReadingDataMaintenance::restore(ReadingDataBackupOffer offer) 
   if (const std::shared_ptr<ReaderSession> session = session_.lock()) {
     co_await session->rereadReadingData();
   }
+}
+
+async::Task<std::optional<std::string>> ReadingDataMaintenance::recordAndFindEarlierEdition()
+    const {
+  co_return co_await async::runInBackground([book = book_]() -> std::optional<std::string> {
+    const PublicationOutline outline =
+        readPublicationOutline(book.extractedRoot, packageDocumentPath(book.descriptor));
+    const PublicationRecord record{outline.identifier, outline.title};
+    try {
+      writePublicationRecord(book.publicationDirectory, record);
+    } catch (const std::exception&) {
+      // Only a later edition misses it.
+    }
+    const auto own = JSONAnnotationRepository::loadStore(
+        book.publicationDirectory / PublicationStateRepositoryFactory::kAnnotationsFileName);
+    const auto list = own.annotationsByFingerprint.find(book.fingerprint);
+    if (list != own.annotationsByFingerprint.end() && !list->second.empty()) return std::nullopt;
+    return findEarlierEdition(book.publicationDirectory.parent_path(), book.fingerprint, record);
+  });
+}
+
+async::Task<std::vector<Annotation>> ReadingDataMaintenance::carryOverFrom(
+    std::string earlierFingerprint) const {
+  std::vector<Annotation> notFound =
+      co_await async::runInBackground([book = book_, earlier = std::move(earlierFingerprint)] {
+        const std::filesystem::path store =
+            std::filesystem::path(PublicationStateRepositoryFactory::kAnnotationsFileName);
+        auto stored = loadAnnotationsWithConflictCopies(book.publicationDirectory.parent_path() /
+                                                        earlier / store)
+                          .annotationsByFingerprint;
+        CarryOverResult result =
+            carryOverHighlights(stored[earlier], book.extractedRoot,
+                                packageDocumentPath(book.descriptor), book.fingerprint);
+        for (const Annotation& carried : result.carried) {
+          JSONAnnotationRepository::saveNow(book.publicationDirectory / store, carried);
+        }
+        return std::move(result.notFound);
+      });
+  if (const std::shared_ptr<ReaderSession> session = session_.lock()) {
+    co_await session->rereadReadingData();
+  }
+  co_return notFound;
 }
 
 }  // namespace tomekeeper

@@ -54,6 +54,18 @@ class ReadingDataMaintenance {
   // session reread the stores, so the sidebar and the page show what was restored.
   async::Task<void> restore(ReadingDataBackupOffer offer) const;
 
+  // Records the book's package identifier and title beside its stores, so that a later edition
+  // finds it, and, when the book has no highlights yet, gives the fingerprint of an earlier
+  // edition that has some (see findEarlierEdition): the question "Carry Over Your Highlights?".
+  // A record that cannot be written is passed over.
+  async::Task<std::optional<std::string>> recordAndFindEarlierEdition() const;
+
+  // Carries the highlights of the edition `earlierFingerprint` into this book's store, each
+  // re-anchored by its quote (see carryOverHighlights), and has the session reread them. Gives
+  // those not found in this edition, which are not placed anywhere. Throws what the stores and
+  // carryOverHighlights throw.
+  async::Task<std::vector<Annotation>> carryOverFrom(std::string earlierFingerprint) const;
+
  private:
   std::weak_ptr<ReaderSession> session_;
   Book book_;

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "SessionHarness.h"
+#include "persistence/EditionCarryOver.h"
 #include "persistence/JSONAnnotationRepository.h"
 #include "persistence/JSONReadingPositionRepository.h"
 #include "persistence/StoreBackups.h"
@@ -119,6 +120,37 @@ TEST_F(ReadingDataMaintenanceTest, RestoresTheHighlightsAndTheSessionFollows) {
 
   writeFileAtomically(directory / "reading-position.json", "[");
   EXPECT_NE(runToEnd(maintenance().findBackups()).find(PublicationStore::readingPosition), nullptr);
+}
+
+// The book opens without highlights; an earlier edition of the same identifier and title has
+// two, of which one's words are in this edition.
+TEST_F(ReadingDataMaintenanceTest, CarriesOverTheHighlightsOfAnEarlierEdition) {
+  const std::string section = R"(<html xmlns="http://www.w3.org/1999/xhtml"><body><p>)";
+  writeFile(temporary / "book/OEBPS/chapter0.xhtml", section + "Opening words.</p></body></html>");
+  writeFile(temporary / "book/OEBPS/chapter1.xhtml",
+            section + "Call me Ishmael. Some years ago.</p></body></html>");
+  runToEnd(annotations->deleteAll(std::string(kFingerprint)));
+  const std::string earlier(64, 'e');
+  writePublicationRecord(temporary / "Publications" / earlier, {"urn:x", "A Book"});
+  JSONAnnotationRepository earlierStore(temporary / "Publications" / earlier / "annotations.json");
+  Annotation kept = SessionHarness::annotation("Some years ago", "a note");
+  Annotation cut = SessionHarness::annotation("words cut from this edition");
+  for (Annotation* highlight : {&kept, &cut}) {
+    highlight->bookFingerprint = earlier;
+    runToEnd(earlierStore.save(*highlight));
+  }
+
+  EXPECT_EQ(runToEnd(maintenance().recordAndFindEarlierEdition()), earlier);
+  EXPECT_EQ(readPublicationRecord(directory), (PublicationRecord{"urn:x", "A Book"}));
+  EXPECT_EQ(runToEnd(maintenance().carryOverFrom(earlier)), std::vector{cut});
+  ASSERT_EQ(harness.session->annotations().value().size(), 1u);
+  const Annotation& carried = harness.session->annotations().value().front();
+  EXPECT_EQ(carried.id, kept.id);
+  EXPECT_EQ(carried.note, kept.note);
+  EXPECT_EQ(carried.bookFingerprint, kFingerprint);
+  EXPECT_EQ(carried.locator.spineHref, "chapter1.xhtml");
+  // With highlights of its own, the book is not offered another edition's.
+  EXPECT_EQ(runToEnd(maintenance().recordAndFindEarlierEdition()), std::nullopt);
 }
 
 }  // namespace
