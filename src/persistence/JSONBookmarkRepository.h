@@ -19,6 +19,8 @@ namespace tomekeeper {
 // in memory and writes it whole and atomically; there is no cache. Keys of other books are read
 // and kept.
 // Each replacement keeps the version it replaces as a rolling backup (see StoreBackups.h).
+// Each operation first merges the conflict copies a file-sync engine left beside the file
+// (see ConflictCopies.h).
 //
 // Failures (BookmarkPersistenceFailure): a fingerprint that is not 64 lower-case hexadecimal
 // characters, a file that cannot be read or does not decode: invalidStore; a schemaVersion other

@@ -18,6 +18,8 @@ namespace tomekeeper {
 // anew, changes it in memory and writes it whole and atomically; there is no cache. The
 // fingerprint is a plain key here and is not checked.
 // Each replacement keeps the version it replaces as a rolling backup (see StoreBackups.h).
+// Each operation first merges the conflict copies a file-sync engine left beside the file
+// (see ConflictCopies.h).
 //
 // Failures (ReadingPositionPersistenceFailure): the file cannot be read: cannotRead; it does not
 // decode, or its schemaVersion is not 1: corruptStore; the directory, the encoding or the write
