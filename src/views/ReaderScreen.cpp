@@ -16,6 +16,7 @@ namespace {
 
 constexpr auto kBookmarkFeedbackDuration = std::chrono::seconds(2);
 constexpr int kCalloutGap = 8;
+constexpr int kSidebarMaximumWidth = 360;
 
 async::Task<void> saveNoteCommand(std::shared_ptr<ReaderSession> session, Annotation annotation,
                                   std::string draft) {
@@ -46,7 +47,24 @@ ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* we
   selectionCallout_ = builder.widget("selection_callout");
   highlightButton_ = builder.widget("highlight_button");
 
-  adw_flap_set_flap(ADW_FLAP(flap), sidebar_.widget());
+  // The sidebar takes at most a third of the screen, and never more than kSidebarMaximumWidth.
+  // A scrolled window without scroll bars holds it at that width (GTK applies content widths
+  // only to a policy other than "never"), set from the screen's width each time the page is
+  // given a new size.
+  sidebarClamp_ = gtk_scrolled_window_new();
+  gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(sidebarClamp_), GTK_POLICY_EXTERNAL,
+                                 GTK_POLICY_NEVER);
+  gtk_scrolled_window_set_propagate_natural_width(GTK_SCROLLED_WINDOW(sidebarClamp_), TRUE);
+  // Its chapter buttons expand within it; the sidebar itself must not share the screen's
+  // spare width with the page.
+  gtk_widget_set_hexpand(sidebarClamp_, FALSE);
+  gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(sidebarClamp_), sidebar_.widget());
+  setSidebarMaximumWidth(kSidebarMaximumWidth);
+  adw_flap_set_flap(ADW_FLAP(flap), sidebarClamp_);
+  GtkWidget* sizeWatch = gtk_drawing_area_new();
+  gtk_widget_set_can_target(sizeWatch, FALSE);
+  gtk_overlay_add_overlay(GTK_OVERLAY(overlay_), sizeWatch);
+  connections_.add(sizeWatch, "resize", G_CALLBACK(onPageResized), this);
   adw_flap_set_reveal_flap(ADW_FLAP(flap), initialSidebarVisibility == SidebarVisibility::visible);
   gtk_widget_add_css_class(sidebar_.widget(), "background");
   if (webView != nullptr) {
@@ -104,6 +122,41 @@ ReaderScreen::~ReaderScreen() {
     if (*dialog) gtk_window_destroy(GTK_WINDOW(dialog->get()));
     dialog->reset();
   }
+}
+
+void ReaderScreen::setSidebarMaximumWidth(int width) {
+  // The flap gives the sidebar its minimum width: both bounds are the width wanted. (The
+  // minimum goes first out of the way, so that it is never above the maximum.)
+  GtkScrolledWindow* bounds = GTK_SCROLLED_WINDOW(sidebarClamp_);
+  gtk_scrolled_window_set_min_content_width(bounds, -1);
+  gtk_scrolled_window_set_max_content_width(bounds, width);
+  gtk_scrolled_window_set_min_content_width(bounds, width);
+}
+
+int ReaderScreen::sidebarMaximumWidth() const {
+  return gtk_scrolled_window_get_max_content_width(GTK_SCROLLED_WINDOW(sidebarClamp_));
+}
+
+void ReaderScreen::onPageResized(GtkDrawingArea*, int, int, gpointer self) {
+  auto* screen = static_cast<ReaderScreen*>(self);
+  // The screen has its width before the page inside it is allocated.
+  const int screenWidth = gtk_widget_get_width(screen->root_.get());
+  const int maximum = std::min(kSidebarMaximumWidth, screenWidth / 3);
+  if (screenWidth <= 0 || maximum == screen->sidebarMaximumWidth()) return;
+  // Not in the middle of this allocation: on the next turn of the loop.
+  g_idle_add_full(
+      G_PRIORITY_HIGH_IDLE,
+      [](gpointer data) -> gboolean {
+        auto* lifetime = static_cast<std::weak_ptr<ReaderScreen*>*>(data);
+        if (const auto alive = lifetime->lock()) {
+          ReaderScreen* current = *alive;
+          const int width = gtk_widget_get_width(current->root_.get());
+          current->setSidebarMaximumWidth(std::min(kSidebarMaximumWidth, width / 3));
+        }
+        return G_SOURCE_REMOVE;
+      },
+      new std::weak_ptr<ReaderScreen*>(screen->lifetime_),
+      [](gpointer data) { delete static_cast<std::weak_ptr<ReaderScreen*>*>(data); });
 }
 
 bool ReaderScreen::sidebarIsVisible() const {

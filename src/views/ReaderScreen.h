@@ -49,6 +49,8 @@ class ReaderScreen {
 
   // ---- Sidebar ----
   bool sidebarIsVisible() const;
+  // The widest the sidebar may be: a third of the screen, at most 360 pixels.
+  int sidebarMaximumWidth() const;
   void setSidebarVisibility(SidebarVisibility visibility);
   void toggleSidebar();
   // Fires after the sidebar was shown or hidden, by the commands above or by the flap itself;
@@ -109,6 +111,8 @@ class ReaderScreen {
 
   static void onHighlightClicked(GtkButton* button, gpointer self);
   static void onFlapRevealChanged(GObject* flap, GParamSpec* property, gpointer self);
+  static void onPageResized(GtkDrawingArea* area, int width, int height, gpointer self);
+  void setSidebarMaximumWidth(int width);
   static gboolean onGetChildPosition(GtkOverlay* overlay, GtkWidget* child,
                                      GdkRectangle* allocation, gpointer self);
   static void onRemovalResponse(GtkWidget* dialog, const char* response, gpointer self);
@@ -123,6 +127,7 @@ class ReaderScreen {
   FontSelectionView fontSelectionView_;
   PublicationSearchView searchView_;
   GtkWidget* overlay_ = nullptr;
+  GtkWidget* sidebarClamp_ = nullptr;
   GtkWidget* pageLabelPill_ = nullptr;
   GtkWidget* pageLabel_ = nullptr;
   GtkWidget* errorBanner_ = nullptr;

@@ -29,7 +29,7 @@ TEST_F(ReaderScreenDisplayTest, HoldsThePageTheSidebarAndThePageLabel) {
   makeScreen();
   EXPECT_EQ(gtk_widget_get_root(page), GTK_ROOT(window));
   EXPECT_TRUE(screen->sidebarIsVisible());
-  EXPECT_TRUE(showsText(screen->widget(), "Contents"));
+  EXPECT_EQ(screen->sidebar().section(), SidebarSection::contents);
   ASSERT_TRUE(isShown(screen->pageLabelPill()));
   EXPECT_EQ(std::string(gtk_label_get_text(GTK_LABEL(screen->pageLabel()))),
             session->pageLabel().value());
@@ -48,6 +48,37 @@ TEST_F(ReaderScreenDisplayTest, HoldsThePageTheSidebarAndThePageLabel) {
   EXPECT_FALSE(screen->sidebarIsVisible());
   EXPECT_EQ(changes, 1);
   counting.disconnect();
+}
+
+TEST_F(ReaderScreenDisplayTest, TheSidebarTakesAtMostAThirdAndNeverMoreThan360Pixels) {
+  // Titles long enough to make the sidebar as wide as it is allowed.
+  host->runtime.handlers["tableOfContents"] = [](const json&) {
+    const std::string title(200, 'W');
+    return RuntimeAnswer::result({{"items", json::array({json{
+                                                {"title", title},
+                                                {"href", "c1.xhtml"},
+                                                {"children", json::array()}}})}});
+  };
+  openSession();
+  makeScreen();
+  struct Size {
+    int windowWidth;
+    int widest;
+  };
+  for (const Size size : {Size{920, 306}, Size{1400, 360}, Size{1000, 333}}) {
+    SCOPED_TRACE(size.windowWidth);
+    gtk_window_set_default_size(window, size.windowWidth, 760);
+    ASSERT_TRUE(waitUntil([&] {
+      return gtk_widget_get_width(screen->widget()) == size.windowWidth &&
+             screen->sidebarMaximumWidth() == size.widest;
+    })) << gtk_widget_get_width(screen->widget()) << " " << screen->sidebarMaximumWidth();
+    // What the sidebar takes from the screen: all but the page and the separator.
+    GtkWidget* content = gtk_widget_get_parent(gtk_widget_get_parent(page));
+    const auto taken = [&] {
+      return gtk_widget_get_width(screen->widget()) - gtk_widget_get_width(content) - 1;
+    };
+    EXPECT_TRUE(waitUntil([&] { return taken() > 0 && taken() <= size.widest; })) << taken();
+  }
 }
 
 TEST_F(ReaderScreenDisplayTest, StartsWithTheSidebarHiddenWhenTheBookSaysSo) {
