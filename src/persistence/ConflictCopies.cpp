@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <system_error>
 
@@ -250,13 +252,22 @@ JSONAnnotationRepository::Store loadAnnotationsWithConflictCopies(
 namespace detail {
 
 void mergeConflictCopiesBeforeUse(PublicationStore store, const std::filesystem::path& storeFile) {
+  // Said once per copy and process: a copy left in place is found again by every operation.
+  static std::mutex reportedMutex;
+  static std::set<std::filesystem::path> reported;
+  const auto reportOnce = [](const std::filesystem::path& subject) {
+    const std::lock_guard lock(reportedMutex);
+    return reported.insert(subject).second;
+  };
   try {
     const ConflictMergeOutcome outcome = mergeConflictCopies(store, storeFile);
     for (const std::filesystem::path& copy : outcome.copiesLeftInPlace) {
+      if (!reportOnce(copy)) continue;
       g_message("A conflict copy was not merged, as it or its store does not decode: %s",
                 copy.c_str());
     }
   } catch (const std::exception& error) {
+    if (!reportOnce(storeFile)) return;
     g_message("The conflict copies of %s were not merged: %s", storeFile.c_str(), error.what());
   }
 }
