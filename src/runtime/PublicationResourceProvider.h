@@ -21,10 +21,13 @@ enum class ContentSecurityPolicyUse { omitted, applied };
 
 // The exact policy served with every response of a book that a web view could show as a
 // document: no script of the book runs, nothing is fetched from elsewhere, no plug-in, no frame,
-// no base change.
+// no base change. Audio and video may also play from blob URLs, which only a script of this
+// origin (the reader runtime; the book's own never run) can make: the web view's media engine
+// cannot read this application's scheme.
 inline constexpr std::string_view kPublicationContentSecurityPolicy =
     "default-src 'self' data:; script-src 'none'; style-src 'self' 'unsafe-inline' data:; "
-    "connect-src 'none'; object-src 'none'; frame-src 'none'; base-uri 'none'";
+    "media-src 'self' data: blob:; connect-src 'none'; object-src 'none'; frame-src 'none'; "
+    "base-uri 'none'";
 
 // A file that a request may read.
 struct PublicationResource {

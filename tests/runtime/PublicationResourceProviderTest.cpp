@@ -282,10 +282,11 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<ContentKindCase>& info) { return info.param.name; });
 
 TEST_F(PublicationResourceProviderTest, ThePolicyTextIsExact) {
-  EXPECT_EQ(kPublicationContentSecurityPolicy.size(), 157u);
+  EXPECT_EQ(kPublicationContentSecurityPolicy.size(), 187u);
   EXPECT_EQ(kPublicationContentSecurityPolicy,
             "default-src 'self' data:; script-src 'none'; style-src 'self' 'unsafe-inline' data:; "
-            "connect-src 'none'; object-src 'none'; frame-src 'none'; base-uri 'none'");
+            "media-src 'self' data: blob:; connect-src 'none'; object-src 'none'; "
+            "frame-src 'none'; base-uri 'none'");
 }
 
 TEST_F(PublicationResourceProviderTest, TheRootIsResolvedThroughLinks) {

@@ -1,0 +1,178 @@
+// A book's audio played in a real web view: the file is made at test time with GStreamer's own
+// tools and read over the publication scheme, and its time must advance, also after a seek.
+#include <gtest/gtest.h>
+#include <gtk/gtk.h>
+#include <webkit/webkit.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "FakeReaderBridgeTransport.h"
+#include "intake/EPUBArchiveExtractor.h"
+#include "intake/EPUBArchiveInspector.h"
+#include "runtime/PublicationSchemeHandler.h"
+#include "support/EpubBuilder.h"
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::iterateUntil;
+
+// The value of `script`, an expression giving JSON text, in the page of `webView`; null when
+// the script did not finish or failed.
+nlohmann::json evaluate(WebKitWebView* webView, const std::string& script) {
+  struct Outcome {
+    bool finished = false;
+    std::string text = "null";
+  } outcome;
+  webkit_web_view_evaluate_javascript(
+      webView, script.c_str(), -1, nullptr, nullptr, nullptr,
+      [](GObject* source, GAsyncResult* result, gpointer data) {
+        auto* finished = static_cast<Outcome*>(data);
+        JSCValue* value =
+            webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, nullptr);
+        if (value != nullptr) {
+          char* text = jsc_value_to_string(value);
+          finished->text = text;
+          g_free(text);
+          g_object_unref(value);
+        }
+        finished->finished = true;
+      },
+      &outcome);
+  iterateUntil([&] { return outcome.finished; }, 20s);
+  return nlohmann::json::parse(outcome.text, nullptr, false);
+}
+
+// Six seconds of a tone as Ogg Vorbis, made by gst-launch-1.0.
+std::string generatedSong(const std::filesystem::path& path) {
+  const std::string command =
+      "gst-launch-1.0 -q audiotestsrc num-buffers=260 samplesperbuffer=1024 ! "
+      "audio/x-raw,rate=44100,channels=1 ! audioconvert ! vorbisenc ! oggmux ! filesink "
+      "location='" + path.string() + "' > /dev/null 2>&1";
+  if (std::system(command.c_str()) != 0) return {};
+  std::ifstream input(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
+}
+
+class PublicationMediaDisplayTest : public ::testing::Test {
+ protected:
+  // Xvfb has no sound card. ALSA's null device takes the samples as a card would, so the
+  // media engine's audio output opens and its clock runs; set before the first web view
+  // starts its web process, which inherits the environment and sees the file in its sandbox.
+  static void SetUpTestSuite() {
+    static ::tomekeeper::testing::TemporaryDirectory configuration;
+    const std::filesystem::path file = configuration / "asound.conf";
+    std::ofstream(file) << "pcm.!default { type null }\nctl.!default { type hw card 0 }\n";
+    g_setenv("ALSA_CONFIG_PATH", file.c_str(), TRUE);
+    gtk_init();
+    webkit_web_context_add_path_to_sandbox(webkit_web_context_get_default(),
+                                           configuration.path().c_str(), TRUE);
+  }
+
+  void SetUp() override {
+    // A reader starts the song with a click on its controls; the test lets it start unasked.
+    WebKitWebsitePolicies* policies =
+        webkit_website_policies_new_with_policies("autoplay", WEBKIT_AUTOPLAY_ALLOW, nullptr);
+    webView_ = WEBKIT_WEB_VIEW(
+        g_object_new(WEBKIT_TYPE_WEB_VIEW, "website-policies", policies, nullptr));
+    g_object_unref(policies);
+    window_ = gtk_window_new();
+    gtk_window_set_child(GTK_WINDOW(window_), GTK_WIDGET(webView_));
+    gtk_window_present(GTK_WINDOW(window_));
+    handler_->attach(webView_);
+  }
+
+  void TearDown() override { gtk_window_destroy(GTK_WINDOW(window_)); }
+
+  ::tomekeeper::testing::TemporaryDirectory directory_;
+  std::shared_ptr<PublicationSchemeHandler> handler_ = PublicationSchemeHandler::create();
+  WebKitWebView* webView_ = nullptr;
+  GtkWidget* window_ = nullptr;
+};
+
+TEST_F(PublicationMediaDisplayTest, ABooksAudioPlaysAndSeeks) {
+  const std::string song = generatedSong(directory_ / "song.ogg");
+  ASSERT_FALSE(song.empty()) << "gst-launch-1.0 with vorbisenc and oggmux is needed "
+                                "(tools/dependencies.txt)";
+  ::tomekeeper::testing::PackageDescription package;
+  package.withChapters(1);
+  package.manifest.emplace_back("song", "media/song.ogg", "audio/ogg");
+  ::tomekeeper::testing::EpubBuilder book;
+  book.withPackageDocument(package)
+      .replaceFile("OEBPS/chapter1.xhtml",
+                   "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+                   "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><title>Song</title></head>"
+                   "<body><audio id=\"song\" controls=\"controls\" src=\"media/song.ogg\"/>"
+                   "</body></html>")
+      .addFile("OEBPS/media/song.ogg", song);
+  book.writeTo(directory_ / "book.epub");
+  const std::filesystem::path root =
+      EPUBArchiveExtractor()
+          .extract(directory_ / "book.epub",
+                   EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
+                   directory_ / "Extracted")
+          .rootURL;
+  const Uuid publicationID = Uuid::random();
+  handler_->registerPublication(publicationID, root);
+  std::filesystem::create_directories(directory_ / "Runtime");
+  std::ofstream(directory_ / "Runtime/host.html") << "<!DOCTYPE html><title>host</title>";
+  handler_->setRuntimeProvider(PublicationResourceProvider(directory_ / "Runtime"));
+  webkit_web_view_load_uri(webView_, "tomekeeper://publication/runtime/host.html");
+  ASSERT_TRUE(iterateUntil([&] { return !webkit_web_view_is_loading(webView_); }, 20s));
+
+  // The web view's media engine reads only blob, data, file and web URLs, never a scheme of
+  // the application's: the page that frames the chapter reads the song over the scheme and
+  // gives the chapter's audio element a blob of it, as the reader runtime must.
+  const std::string chapterURL =
+      "tomekeeper://publication/" + publicationID.string() + "/OEBPS/chapter1.xhtml";
+  evaluate(webView_, "(() => { window.stage = 'framing';"
+                     "const frame = document.createElement('iframe');"
+                     "frame.src = " + nlohmann::json(chapterURL).dump() + ";"
+                     "frame.onload = () => {"
+                     "  window.song = frame.contentDocument.getElementById('song');"
+                     "  const request = new XMLHttpRequest();"
+                     "  request.open('GET', new URL(song.getAttribute('src'), frame.src).href);"
+                     "  request.responseType = 'blob';"
+                     "  request.onload = () => { song.src = URL.createObjectURL(request.response);"
+                     "    song.play().then(() => { window.stage = 'playing'; },"
+                     "      (error) => { window.stage = 'play refused: ' + error.name; }); };"
+                     "  request.onerror = () => { window.stage = 'read failed'; };"
+                     "  request.send(); };"
+                     "document.body.appendChild(frame); return 'null'; })()");
+  const std::string state =
+      "JSON.stringify(window.song ? {stage: window.stage, time: song.currentTime,"
+      "error: song.error ? song.error.code : 0, duration: song.duration || 0, paused: song.paused} :"
+      "{stage: window.stage, time: 0, error: 0, duration: 0})";
+  nlohmann::json last;
+  const bool advanced = iterateUntil(
+      [&] {
+        last = evaluate(webView_, state);
+        return last.is_object() && (last["stage"] != "framing" &&
+                                    (last["stage"] != "playing" ||
+                                     (last["time"].get<double>() > 0.5 || last["error"] != 0)));
+      },
+      30s);
+  ASSERT_TRUE(advanced) << last.dump();
+  EXPECT_EQ(last["error"], 0) << last.dump();
+  EXPECT_GT(last["time"].get<double>(), 0.5);
+  EXPECT_GT(last["duration"].get<double>(), 5.0);
+
+  evaluate(webView_, "(() => { song.currentTime = 4.5; song.play(); return 'null'; })()");
+  EXPECT_TRUE(iterateUntil(
+      [&] {
+        last = evaluate(webView_, state);
+        return last.is_object() && last["time"].get<double>() > 4.6;
+      },
+      30s))
+      << last.dump();
+}
+
+}  // namespace
+}  // namespace tomekeeper
