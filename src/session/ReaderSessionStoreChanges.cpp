@@ -2,6 +2,7 @@
 // machine's version, or the reader restored a backup. The lists and the highlights drawn on the
 // page are brought in line with what the stores hold now.
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -15,6 +16,16 @@ namespace {
 bool drawsDifferently(const Annotation& left, const Annotation& right) {
   return left.locator != right.locator || left.selectedText != right.selectedText ||
          left.color != right.color;
+}
+
+// The same records in any order: the session keeps its own order (a new highlight goes last,
+// while a store lists newest first), which a reread must not shuffle.
+template <typename Record>
+bool sameRecords(const std::vector<Record>& left, const std::vector<Record>& right) {
+  return left.size() == right.size() &&
+         std::all_of(left.begin(), left.end(), [&](const Record& record) {
+           return std::find(right.begin(), right.end(), record) != right.end();
+         });
 }
 
 }  // namespace
@@ -35,7 +46,7 @@ async::Task<void> ReaderSession::rereadReadingData() {
     if (state_.value() != State::ready) co_return;
     if (failure) {
       recordFailure(failure);
-    } else if (*loaded != bookmarks_.value()) {
+    } else if (!sameRecords(*loaded, bookmarks_.value())) {
       bookmarks_.set(std::move(*loaded));
       try {
         co_await refreshBookmarkVisibility();
@@ -58,6 +69,7 @@ async::Task<void> ReaderSession::rereadReadingData() {
     recordFailure(failure);
     co_return;
   }
+  if (sameRecords(loaded, annotations_.value())) co_return;
   std::map<Uuid, Annotation> shown;
   for (const Annotation& annotation : annotations_.value())
     shown.emplace(annotation.id, annotation);

@@ -87,6 +87,17 @@ TEST_F(ReaderSessionStoreChangesTest, FollowsAnAnnotationStoreReplacedOnDisk) {
   EXPECT_EQ(harness.session->error().value(), std::nullopt);
 }
 
+// The session's own saves come back through the monitor: the same records in another order
+// leave the list and the page alone.
+TEST_F(ReaderSessionStoreChangesTest, TheSameRecordsInAnotherOrderChangeNothing) {
+  const std::vector<Annotation> before = harness.session->annotations().value();
+  writeAnnotations({moved, kept, removed});
+  const std::size_t from = harness.runtime().calls.size();
+  runToEnd(harness.session->rereadReadingData());
+  EXPECT_EQ(harness.session->annotations().value(), before);
+  EXPECT_EQ(harness.runtime().calls.size(), from);
+}
+
 TEST_F(ReaderSessionStoreChangesTest, ABrokenStoreOnDiskSetsTheErrorAndKeepsTheList) {
   const std::vector<Annotation> before = harness.session->annotations().value();
   writeFileAtomically(annotationsFile, R"({"schemaVersion":1,"annotationsBy)");
