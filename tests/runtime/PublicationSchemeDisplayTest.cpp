@@ -1,5 +1,7 @@
-// A book's audio played in a real web view: the file is made at test time with GStreamer's own
-// tools and read over the publication scheme, and its time must advance, also after a seek.
+// A book served by the publication scheme to a real web view: its images as the web view
+// resolves their links (past the container root, from it, in another letter case) and only
+// those its manifest lists; its audio, made at test time with GStreamer's own tools, read over
+// the scheme and played until its time advances, also after a seek.
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>
@@ -61,7 +63,7 @@ std::string generatedSong(const std::filesystem::path& path) {
   return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
 }
 
-class PublicationMediaDisplayTest : public ::testing::Test {
+class PublicationSchemeDisplayTest : public ::testing::Test {
  protected:
   // Xvfb has no sound card. ALSA's null device takes the samples as a card would, so the
   // media engine's audio output opens and its clock runs; set before the first web view
@@ -91,13 +93,77 @@ class PublicationMediaDisplayTest : public ::testing::Test {
 
   void TearDown() override { gtk_window_destroy(GTK_WINDOW(window_)); }
 
+  // Checks, unpacks and registers `book`; the base URL of its files.
+  std::string registerBook(const ::tomekeeper::testing::EpubBuilder& book) {
+    book.writeTo(directory_ / "book.epub");
+    const std::filesystem::path root =
+        EPUBArchiveExtractor()
+            .extract(directory_ / "book.epub",
+                     EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
+                     directory_ / "Extracted")
+            .rootURL;
+    const Uuid publicationID = Uuid::random();
+    handler_->registerPublication(publicationID, root);
+    return "tomekeeper://publication/" + publicationID.string() + "/";
+  }
+
+  void load(const std::string& url) {
+    webkit_web_view_load_uri(webView_, url.c_str());
+    ASSERT_TRUE(iterateUntil([&] { return !webkit_web_view_is_loading(webView_); }, 20s));
+  }
+
   ::tomekeeper::testing::TemporaryDirectory directory_;
   std::shared_ptr<PublicationSchemeHandler> handler_ = PublicationSchemeHandler::create();
   WebKitWebView* webView_ = nullptr;
   GtkWidget* window_ = nullptr;
 };
 
-TEST_F(PublicationMediaDisplayTest, ABooksAudioPlaysAndSeeks) {
+// A small PNG of one colour, written by gdk-pixbuf.
+std::string portableNetworkGraphic() {
+  GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 3, 2);
+  gdk_pixbuf_fill(pixbuf, 0xCC2200FF);
+  gchar* buffer = nullptr;
+  gsize size = 0;
+  const bool saved = gdk_pixbuf_save_to_buffer(pixbuf, &buffer, &size, "png", nullptr, nullptr);
+  g_object_unref(pixbuf);
+  std::string bytes = saved ? std::string(buffer, size) : std::string();
+  g_free(buffer);
+  return bytes;
+}
+
+TEST_F(PublicationSchemeDisplayTest, ImagesShowAsLinkedFromAnywhereInTheBookButOnlyListedOnes) {
+  ::tomekeeper::testing::PackageDescription package;
+  package.manifest.emplace_back("chapter", "text/chapter.xhtml");
+  package.manifest.emplace_back("photo", "images/photo.png", "image/png");
+  package.spine = {"chapter"};
+  const std::string image = portableNetworkGraphic();
+  ASSERT_FALSE(image.empty());
+  ::tomekeeper::testing::EpubBuilder book;
+  book.withPackageDocument(package)
+      .addFile("OEBPS/text/chapter.xhtml",
+               "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+               "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><title>Images</title></head>"
+               "<body><img id=\"relative\" src=\"../images/photo.png\"/>"
+               "<img id=\"climbing\" src=\"../../../../OEBPS/images/photo.png\"/>"
+               "<img id=\"rooted\" src=\"/OEBPS/images/photo.png\"/>"
+               "<img id=\"cased\" src=\"../IMAGES/Photo.PNG\"/>"
+               "<img id=\"unlisted\" src=\"../images/red.png\"/>"
+               "<img id=\"outside\" src=\"../../../../../secret.png\"/></body></html>")
+      .addFile("OEBPS/images/photo.png", image)
+      .addFile("OEBPS/images/red.png", image);
+  std::ofstream(directory_ / "secret.png", std::ios::binary) << image;
+  load(registerBook(book) + "OEBPS/text/chapter.xhtml");
+  // The page has loaded, so every image has either drawn or failed.
+  const nlohmann::json widths = evaluate(
+      webView_,
+      "JSON.stringify(Object.fromEntries(Array.from(document.images, (image) =>"
+      "[image.id, image.complete ? image.naturalWidth : -1])))");
+  const nlohmann::json expected = {{"relative", 3}, {"climbing", 3}, {"rooted", 3},
+                                   {"cased", 3},    {"unlisted", 0}, {"outside", 0}};
+  EXPECT_EQ(widths, expected);
+}
+
+TEST_F(PublicationSchemeDisplayTest, ABooksAudioPlaysAndSeeks) {
   const std::string song = generatedSong(directory_ / "song.ogg");
   ASSERT_FALSE(song.empty()) << "gst-launch-1.0 with vorbisenc and oggmux is needed "
                                 "(tools/dependencies.txt)";
@@ -112,26 +178,16 @@ TEST_F(PublicationMediaDisplayTest, ABooksAudioPlaysAndSeeks) {
                    "<body><audio id=\"song\" controls=\"controls\" src=\"media/song.ogg\"/>"
                    "</body></html>")
       .addFile("OEBPS/media/song.ogg", song);
-  book.writeTo(directory_ / "book.epub");
-  const std::filesystem::path root =
-      EPUBArchiveExtractor()
-          .extract(directory_ / "book.epub",
-                   EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
-                   directory_ / "Extracted")
-          .rootURL;
-  const Uuid publicationID = Uuid::random();
-  handler_->registerPublication(publicationID, root);
+  const std::string base = registerBook(book);
   std::filesystem::create_directories(directory_ / "Runtime");
   std::ofstream(directory_ / "Runtime/host.html") << "<!DOCTYPE html><title>host</title>";
   handler_->setRuntimeProvider(PublicationResourceProvider(directory_ / "Runtime"));
-  webkit_web_view_load_uri(webView_, "tomekeeper://publication/runtime/host.html");
-  ASSERT_TRUE(iterateUntil([&] { return !webkit_web_view_is_loading(webView_); }, 20s));
+  load("tomekeeper://publication/runtime/host.html");
 
   // The web view's media engine reads only blob, data, file and web URLs, never a scheme of
   // the application's: the page that frames the chapter reads the song over the scheme and
   // gives the chapter's audio element a blob of it, as the reader runtime must.
-  const std::string chapterURL =
-      "tomekeeper://publication/" + publicationID.string() + "/OEBPS/chapter1.xhtml";
+  const std::string chapterURL = base + "OEBPS/chapter1.xhtml";
   evaluate(webView_, "(() => { window.stage = 'framing';"
                      "const frame = document.createElement('iframe');"
                      "frame.src = " + nlohmann::json(chapterURL).dump() + ";"
