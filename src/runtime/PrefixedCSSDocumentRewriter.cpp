@@ -128,6 +128,19 @@ std::optional<std::pair<std::size_t, std::size_t>> styleValueSpan(std::string_vi
   return std::nullopt;
 }
 
+bool referencesUndeclaredEntity(std::string_view raw) {
+  for (std::size_t ampersand = raw.find('&'); ampersand != std::string_view::npos;
+       ampersand = raw.find('&', ampersand + 1)) {
+    const std::size_t semicolon = raw.find(';', ampersand);
+    const std::string_view name = raw.substr(ampersand + 1, semicolon - ampersand - 1);
+    if (!name.empty() && name.front() == '#') continue;
+    if (name != "amp" && name != "lt" && name != "gt" && name != "quot" && name != "apos") {
+      return true;
+    }
+  }
+  return false;
+}
+
 void refuse(RewriteState& state) {
   state.refused = true;
   XML_StopParser(state.parser, XML_FALSE);
@@ -166,6 +179,9 @@ void rewriteStyleAttribute(RewriteState& state, const XML_Char** attributes,
     const auto span = styleValueSpan(tag, quote);
     if (!span) return;
     const std::string_view raw = tag.substr(span->first, span->second - span->first);
+    // The parser drops a reference to an entity it never read from an attribute's value, so
+    // the value it gave is not the whole of what is written.
+    if (referencesUndeclaredEntity(raw)) return;
     state.edits.push_back(
         Edit{tagSpan.first + span->first, tagSpan.first + span->second,
              raw == value ? rewritten
@@ -228,8 +244,11 @@ void XMLCALL entityDeclaration(void* data, const XML_Char*, int, const XML_Char*
   refuse(*static_cast<RewriteState*>(data));
 }
 
+// A document with an external DTD may use entities the parser never reads, such as &nbsp;.
+// Outside a style element that is nothing to this rewriter; inside one the text is incomplete.
 void XMLCALL skippedEntity(void* data, const XML_Char*, int) {
-  refuse(*static_cast<RewriteState*>(data));
+  auto& state = *static_cast<RewriteState*>(data);
+  if (state.style) state.style->hasChildElement = true;
 }
 
 int XMLCALL refuseExternalEntity(XML_Parser, const XML_Char*, const XML_Char*, const XML_Char*,

@@ -81,6 +81,21 @@ INSTANTIATE_TEST_SUITE_P(
         DocumentCase{"EntityDeclarationStays",
                      "<!DOCTYPE p [<!ENTITY e \"x\">]><p style=\"-epub-line-break:loose\">&e;</p>",
                      "<!DOCTYPE p [<!ENTITY e \"x\">]><p style=\"-epub-line-break:loose\">&e;</p>"},
+        // Entities of an external DTD are never read: text that uses them elsewhere does not
+        // stop the rewrite, but a style or style attribute that uses one stays as it is.
+        DocumentCase{"ExternalDTDEntities",
+                     "<!DOCTYPE html PUBLIC \"-//W3C//DTD XHTML 1.1//EN\" "
+                     "\"http://www.w3.org/TR/xhtml11/DTD/xhtml11.dtd\">"
+                     "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><style>"
+                     "p{-epub-line-break:loose}</style><style>/*&nbsp;*/q{-epub-line-break:loose}"
+                     "</style></head><body><p style=\"-epub-line-break:loose\">a&nbsp;b</p>"
+                     "<p style=\"font-family:&nbsp;;-epub-line-break:loose\">c</p></body></html>",
+                     "<!DOCTYPE html PUBLIC \"-//W3C//DTD XHTML 1.1//EN\" "
+                     "\"http://www.w3.org/TR/xhtml11/DTD/xhtml11.dtd\">"
+                     "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><style>"
+                     "p{line-break:loose}</style><style>/*&nbsp;*/q{-epub-line-break:loose}"
+                     "</style></head><body><p style=\"line-break:loose\">a&nbsp;b</p>"
+                     "<p style=\"font-family:&nbsp;;-epub-line-break:loose\">c</p></body></html>"},
         DocumentCase{"StyleWithChildElementStays",
                      kHead + "<style>p{-epub-line-break:loose}<b/></style></head></html>",
                      kHead + "<style>p{-epub-line-break:loose}<b/></style></head></html>"},
