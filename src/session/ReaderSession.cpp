@@ -205,11 +205,11 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
   const auto keepAlive = shared_from_this();
   const std::shared_ptr<OpenPerformanceTrace> trace = co_await OpenPerformanceTrace::current();
 
-  // 1
+  // Loading, with no error of an earlier open.
   state_.set(State::loading);
   error_.set(std::nullopt);
 
-  // 2
+  // The unpacked book becomes reachable on the scheme.
   try {
     host_->registerPublication(descriptor.publicationID, extractedRoot);
   } catch (...) {
@@ -217,7 +217,7 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
   }
 
   std::exception_ptr failure;
-  // 3
+  // The runtime page loads in the web view.
   TraceStage runtimePreparation(trace, OpenPerformanceTrace::Stage::runtimePreparation);
   try {
     co_await host_->prepareRuntime(runtimeRoot, kBridgeTimeout);
@@ -227,7 +227,7 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
   if (failure) failOpen(failure);
   runtimePreparation.end();
 
-  // 4
+  // The runtime opens the book and shows its first section.
   TraceStage publicationOpen(trace, OpenPerformanceTrace::Stage::publicationOpen);
   try {
     OpenPublicationResult result = co_await bridge().open(OpenPublicationRequest{descriptor});
@@ -240,15 +240,15 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
   // What the book's documents try is counted off the main thread while the rest opens.
   async::spawn(countBlockedAttempts(weak_from_this(), extractedRoot));
 
-  // 5: open until the end, and ended on every failure from here on.
+  // The rest of the open is one traced stage, ended on every failure from here on.
   TraceStage readerSessionReady(trace, OpenPerformanceTrace::Stage::readerSessionReady);
   try {
-    // 6
+    // The contents.
     TableOfContentsResult contents = co_await bridge().tableOfContents();
     tableOfContents_.set(std::move(contents.items));
     fingerprint_ = fingerprint;
 
-    // 7
+    // The place to go back to: the one asked for, else the saved one.
     std::optional<Locator> restored = initialLocator;
     if (!restored && positionRepository_ && fingerprint_) {
       restored = co_await positionRepository_->locator(*fingerprint_);
@@ -260,12 +260,12 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
       position_.set(std::move(position));
     }
 
-    // 8
+    // The place shown now.
     Locator current = co_await bridge().currentLocator();
     locator_.set(current);
     logLocation("open.afterInitialRestore", current);
 
-    // 9
+    // The bookmarks; a store that fails is recorded and read as empty.
     if (bookmarkRepository_ && fingerprint_) {
       std::vector<Bookmark> loaded;
       try {
@@ -278,16 +278,16 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
       bookmarks_.set(std::move(loaded));
     }
 
-    // 10
+    // Which bookmarks the page shows.
     co_await refreshBookmarkVisibility();
 
-    // 11
+    // The highlights, drawn on the page.
     co_await loadAndSendAnnotations();
 
-    // 12 to 15
+    // Typography, theme, mode, layout and width, as stored.
     co_await applyStoredPreferences();
 
-    // 16
+    // The stored presentation moved the text: the restored place is shown once more.
     if (restored) {
       ReaderPositionResult position = co_await bridge().goTo(GoToLocatorRequest{*restored});
       position_.set(std::move(position));
@@ -303,7 +303,7 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
     failOpen(failure);
   }
 
-  // 17
+  // Ready for the reader.
   state_.set(State::ready);
   logLocation("open.ready");
   readerSessionReady.end();
@@ -405,30 +405,30 @@ async::Task<void> ReaderSession::applyStoredPreferences() {
 }
 
 void ReaderSession::close() {
-  // 1, 2
+  // Logged, and whatever the reader was selecting or editing is let go.
   logLocation("close.request");
   ++selectionRevision_;
   noteEditingRequest_.set(std::nullopt);
   annotationPendingRemoval_.set(std::nullopt);
 
-  // 3
+  // Pending work of the session stops.
   if (fontSetChangeTask_) fontSetChangeTask_->request_stop();
   fontSetChangeTask_.reset();
   if (locatorPersistenceTask_) locatorPersistenceTask_->request_stop();
   locatorPersistenceTask_.reset();
 
-  // 4: the save owns its values and the session until its log line, and nobody awaits it.
+  // The place is saved: the save owns its values and the session until its log line, and nobody awaits it.
   if (shouldPersistCurrentLocatorOnClose_ && fingerprint_ && locator_.value() &&
       positionRepository_) {
     async::spawn(
         saveOnClose(shared_from_this(), positionRepository_, *fingerprint_, *locator_.value()));
   }
 
-  // 5, 6
+  // The web view lets go of the book.
   host_->close();
   fingerprint_.reset();
 
-  // 7
+  // Every property the window shows is emptied.
   error_.set(std::nullopt);
   publication_.set(std::nullopt);
   tableOfContents_.set({});
@@ -443,7 +443,6 @@ void ReaderSession::close() {
   unresolvedAnnotationIDs_.set({});
   position_.set(std::nullopt);
 
-  // 8
   state_.set(State::closed);
 }
 

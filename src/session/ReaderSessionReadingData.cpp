@@ -11,12 +11,12 @@ async::Task<void> ReaderSession::clearReadingData() {
   if (state_.value() != State::ready || !fingerprint_) co_return;
   const auto keepAlive = shared_from_this();
   const std::string fingerprint = *fingerprint_;
-  // 1, 2
+  // The highlights on the page are remembered, and no delayed save of the place may follow.
   const std::vector<Annotation> taken = annotations_.value();
   if (locatorPersistenceTask_) locatorPersistenceTask_->request_stop();
   locatorPersistenceTask_.reset();
 
-  // 3: a runtime refusal stops here; the stores are untouched.
+  // The highlights leave the page; a runtime refusal stops here, with the stores untouched.
   std::exception_ptr failure;
   try {
     for (const Annotation& annotation : taken) {
@@ -27,7 +27,7 @@ async::Task<void> ReaderSession::clearReadingData() {
   }
   if (failure) throw recordFailure(failure);
 
-  // 4 to 6
+  // The stores forget the place, the bookmarks and the highlights.
   try {
     if (positionRepository_) co_await positionRepository_->deleteLocator(fingerprint);
     if (bookmarkRepository_) co_await bookmarkRepository_->deleteAll(fingerprint);
@@ -47,7 +47,7 @@ async::Task<void> ReaderSession::clearReadingData() {
     throw recordFailure(failure);
   }
 
-  // 7, 8
+  // No bookmark is left to show on the page.
   bookmarks_.set({});
   visibleBookmarkIDs_.set({});
   try {
@@ -56,7 +56,7 @@ async::Task<void> ReaderSession::clearReadingData() {
     // Ignored: the page may show a stale mark until the next refresh, the data is gone.
   }
 
-  // 9, 10
+  // Nor any highlight, selection or place to save on close.
   annotations_.set({});
   unresolvedAnnotationIDs_.set({});
   currentTextSelection_.set(std::nullopt);

@@ -83,8 +83,7 @@ class GtkWebViewReaderHost final : public WebViewReaderHost,
             static_cast<double>(gtk_widget_get_height(widget))};
   }
 
-  // The web view host does not offer its highlight menu yet; until it does, the menu is not
-  // shown and the session's removal and note callbacks are reached from the sidebar only.
+  // The highlight's menu, shown by the web view host at the point the page asked for.
   void presentAnnotationMenu(const ReaderAnnotationContextMenuRequest& request,
                              AnnotationNotePresence notePresence) override {
     // The items call back through the adapter, which may be gone by the time one is chosen.
