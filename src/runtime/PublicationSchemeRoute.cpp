@@ -10,9 +10,10 @@ namespace {
 
 constexpr std::string_view kRuntimePrefix = "/runtime/";
 
-// The percent-decoded path of a URL of this scheme and host, compared exactly: no user, no
-// port, no other spelling. Absent when the URL is of another kind or its path does not decode.
-std::optional<std::string> decodedSchemePath(std::string_view url) {
+// The path of a URL of this scheme and host, compared exactly (no user, no port, no other
+// spelling), still percent-encoded: the provider decodes it once, so a "%25" in a file's name
+// stays a "%". Absent when the URL is of another kind or its path does not decode.
+std::optional<std::string> encodedSchemePath(std::string_view url) {
   std::string prefix(kPublicationScheme);
   prefix += "://";
   prefix += kPublicationSchemeHost;
@@ -20,8 +21,8 @@ std::optional<std::string> decodedSchemePath(std::string_view url) {
   url.remove_prefix(prefix.size());
   const std::size_t pathEnd = url.find_first_of("?#");
   const std::string_view path = url.substr(0, pathEnd);
-  if (path.empty() || path.front() != '/') return std::nullopt;
-  return percentDecoded(path);
+  if (path.empty() || path.front() != '/' || !percentDecoded(path)) return std::nullopt;
+  return std::string(path);
 }
 
 std::string schemePrefix() {
@@ -87,7 +88,7 @@ std::optional<std::string> publicationSchemeURLWithResolvedPath(std::string_view
 
 std::optional<std::string> parseContainerRootResourcePath(std::string_view url) {
   if (parsePublicationSchemeRoute(url)) return std::nullopt;
-  std::optional<std::string> path = decodedSchemePath(url);
+  std::optional<std::string> path = encodedSchemePath(url);
   if (!path || path->size() < 2) return std::nullopt;
   const std::string_view firstPiece = std::string_view(*path).substr(1, path->find('/', 1) - 1);
   if (firstPiece == "runtime" || Uuid::fromString(firstPiece)) return std::nullopt;
@@ -95,7 +96,7 @@ std::optional<std::string> parseContainerRootResourcePath(std::string_view url) 
 }
 
 std::optional<PublicationSchemeRoute> parsePublicationSchemeRoute(std::string_view url) {
-  const std::optional<std::string> path = decodedSchemePath(url);
+  const std::optional<std::string> path = encodedSchemePath(url);
   if (!path) return std::nullopt;
   std::vector<std::string_view> pieces;
   std::string_view rest(*path);
@@ -118,7 +119,7 @@ std::optional<PublicationSchemeRoute> parsePublicationSchemeRoute(std::string_vi
 }
 
 std::optional<std::string> parseRuntimeResourcePath(std::string_view url) {
-  std::optional<std::string> path = decodedSchemePath(url);
+  std::optional<std::string> path = encodedSchemePath(url);
   if (!path || path->compare(0, kRuntimePrefix.size(), kRuntimePrefix) != 0) return std::nullopt;
   std::string runtimePath = path->substr(kRuntimePrefix.size());
   if (runtimePath.empty()) return std::nullopt;

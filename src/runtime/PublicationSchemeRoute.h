@@ -21,7 +21,7 @@ inline constexpr std::string_view kReaderRuntimeEntryURL =
 // "tomekeeper://publication/<UUID>/<resource path>".
 struct PublicationSchemeRoute {
   Uuid publicationID;
-  std::string resourcePath;  // percent-decoded once, as the URL's path; never empty
+  std::string resourcePath;  // still percent-encoded, as the URL's path; never empty
 
   bool operator==(const PublicationSchemeRoute&) const = default;
 };
@@ -46,7 +46,7 @@ std::string withDotPiecesResolved(std::string_view path);
 // Pure; any thread.
 std::optional<std::string> publicationSchemeURLWithResolvedPath(std::string_view url);
 
-// The path, decoded once as a route's resource path is, of a URL of this scheme whose first
+// The path, percent-encoded as a route's resource path is, of a URL of this scheme whose first
 // piece is neither a publication id nor "runtime": what a book's link becomes once its ".."
 // steps have climbed past the container root or when it starts with "/". Absent for other URLs
 // and for an empty path or one that does not decode. Pure; any thread.

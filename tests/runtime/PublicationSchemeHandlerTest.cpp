@@ -227,6 +227,18 @@ TEST_F(PublicationSchemeHandlerTest, AnswersOneByteRangeOfAFileServedAsStored) {
   EXPECT_FALSE(style.acceptsRanges);
 }
 
+TEST_F(PublicationSchemeHandlerTest, DecodesAURLPathOnce) {
+  std::ofstream(directory_ / "Book/OEBPS/100%.css") << "percent";
+  std::ofstream(directory_ / "Book/OEBPS/a b.css") << "blank";
+  const std::string base = "tomekeeper://publication/E621E1F8-C36C-495A-93FC-0C247A3E6E5F/";
+  EXPECT_EQ(PublicationSchemeHandler::readPayload(*handler_->target(base + "OEBPS/100%25.css")).data,
+            "percent");
+  EXPECT_EQ(PublicationSchemeHandler::readPayload(*handler_->target(base + "OEBPS/a%20b.css")).data,
+            "blank");
+  EXPECT_THROW(PublicationSchemeHandler::readPayload(*handler_->target(base + "OEBPS/a%2520b.css")),
+               PublicationResourceErrorError);
+}
+
 TEST_F(PublicationSchemeHandlerTest, RegisteringAnUnusableRootFails) {
   EXPECT_THROW(handler_->registerPublication(Uuid::random(), directory_ / "nowhere"),
                PublicationResourceErrorError);

@@ -35,13 +35,13 @@ TEST(PublicationSchemeRouteTest, IgnoresQueryAndFragment) {
             "index.html");
 }
 
-TEST(PublicationSchemeRouteTest, DecodesThePathOnce) {
+TEST(PublicationSchemeRouteTest, LeavesThePathEncodedForTheProviderToDecodeOnce) {
   EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/OEBPS/a%20b.xhtml"))->resourcePath,
-            "OEBPS/a b.xhtml");
-  // The provider decodes again: what stays encoded here is its to judge.
+            "OEBPS/a%20b.xhtml");
   EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a%2520b.xhtml"))->resourcePath,
-            "a%20b.xhtml");
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a%2F..%2Fb"))->resourcePath, "a/../b");
+            "a%2520b.xhtml");
+  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a%2F..%2Fb"))->resourcePath,
+            "a%2F..%2Fb");
 }
 
 TEST(PublicationSchemeRouteTest, RefusesAPathThatDoesNotDecode) {
