@@ -206,6 +206,14 @@ TEST_F(ReadingWindowApplicationDisplayTest, HiddenControlsComeBackByPointerPanel
   // Closing it takes the header bar away again (Escape in its field would clear the field).
   ASSERT_TRUE(activateWindowAction(1, "search"));
   ASSERT_TRUE(waitForLog(controls + "hidden\n", 3)) << log();
+  // The keys go to the process's first visible X window: not to the closing panel's.
+  ASSERT_TRUE(waitUntil([&] {
+    std::string windows;
+    runTool({"xdotool", "search", "--all", "--onlyvisible", "--pid",
+             std::to_string(application.pid()), "--name", "."},
+            &windows);
+    return occurrences(windows, "\n") == 1;
+  }));
   ASSERT_TRUE(typeInto(application.pid(), {"Escape"}));
   EXPECT_TRUE(waitForLog(controls + "shown")) << log();
 }
