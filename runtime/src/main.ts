@@ -2,7 +2,7 @@
 // is in place before the page's load finishes; requests that come before the body exists wait for it.
 import { AnnotationLayer } from './annotations/AnnotationLayer';
 import { BridgeTransport, postToOwnWindow } from './bridge/BridgeTransport';
-import { loadBinary, loadText } from './publication/ResourceLoader';
+import { loadBinary, loadBlob, loadText } from './publication/ResourceLoader';
 import { SectionDocuments, textRoot } from './publication/SectionDocuments';
 import { Reader } from './reader/Reader';
 import { makeMethodHandlers, type ReaderOperations } from './reader/ReaderOperations';
@@ -45,6 +45,7 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
   const reader: Reader = new Reader({
     loadText,
     loadBinary,
+    loadBlob,
     viewport,
     stage,
     emitLocatorChanged: (locator) => {

@@ -492,6 +492,51 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, ItemsOfAForeignTypeShowTheirManifestFallb
             (json{{"source", "drawing.svg"}, {"width", 40}}));
 }
 
+// ---- Audio
+// ---------------------------------------------------------------------------------------
+
+// The web view's media engine reads no scheme of the application's: the runtime gives the
+// section's audio a blob of its file, whose length the engine then reads.
+TEST_F(ReaderRuntimeLayoutDisplayTest, ASectionsAudioIsReadableByTheMediaEngine) {
+  const std::filesystem::path songPath = std::filesystem::temp_directory_path() /
+                                         ("tomekeeper-song-" + Uuid::random().string() + ".ogg");
+  const std::string command =
+      "gst-launch-1.0 -q audiotestsrc num-buffers=260 samplesperbuffer=1024 ! "
+      "audio/x-raw,rate=44100,channels=1 ! audioconvert ! vorbisenc ! oggmux ! filesink "
+      "location='" +
+      songPath.string() + "' > /dev/null 2>&1";
+  ASSERT_EQ(std::system(command.c_str()), 0) << "gst-launch-1.0 is needed (tools/dependencies.txt)";
+  const std::string song = readFile(songPath);
+  std::filesystem::remove(songPath);
+  testing::PackageDescription package;
+  package.withChapters(1);
+  package.manifest.emplace_back("song", "media/song.ogg", "audio/ogg");
+  testing::EpubBuilder book;
+  book.withPackageDocument(package)
+      .replaceFile("OEBPS/chapter1.xhtml",
+                   fallbackPage("A song follows.",
+                                "<p><audio id=\"song\" controls=\"controls\" "
+                                "src=\"media/song.ogg\"/></p>"))
+      .addFile("OEBPS/media/song.ogg", song);
+  openBook(book.build());
+  json state;
+  EXPECT_TRUE(testing::iterateUntil(
+      [&] {
+        state = evaluate(R"(
+          const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+          const song = frame.contentDocument.getElementById('song');
+          return { blob: song.getAttribute('src').startsWith('blob:'), ready: song.readyState,
+                   duration: song.duration || 0, error: song.error ? song.error.code : 0 };
+        )");
+        return state["error"] != 0 || state["ready"].get<int>() >= 1;
+      },
+      20s))
+      << state.dump();
+  EXPECT_EQ(state["blob"], true) << state.dump();
+  EXPECT_EQ(state["error"], 0) << state.dump();
+  EXPECT_GT(state["duration"].get<double>(), 5.0) << state.dump();
+}
+
 // ---- The reader's place through relayouts ---------------------------------------------------
 
 struct RelayoutCase {

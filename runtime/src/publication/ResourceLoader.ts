@@ -32,6 +32,22 @@ export const loadBinary: BinaryLoader = (url) =>
     request.send();
   });
 
+export type BlobLoader = (url: string) => Promise<Blob>;
+
+// A file with the type the scheme serves it with, for media elements.
+export const loadBlob: BlobLoader = (url) =>
+  new Promise((resolve, reject) => {
+    const request = new XMLHttpRequest();
+    request.open('GET', url, true);
+    request.responseType = 'blob';
+    request.onload = () => {
+      if ((request.status === 200 || request.status === 0) && request.response instanceof Blob) resolve(request.response);
+      else reject(new Error(`status ${request.status} for ${url}`));
+    };
+    request.onerror = () => reject(new Error(`could not read ${url}`));
+    request.send();
+  });
+
 export const defaultTextCacheBytes = 64 * 1024 * 1024;
 
 // Resource texts kept once read, by URL, so that the passes over a book's sections (weighing them

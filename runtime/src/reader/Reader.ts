@@ -31,7 +31,8 @@ import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
 import { parsePackageDocument, type PackageDocument, type SpineItem } from '../publication/PackageDocument';
 import { applyImageFallbacks } from '../publication/ImageFallbacks';
 import { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
-import { TextCache, type BinaryLoader, type TextLoader } from '../publication/ResourceLoader';
+import { attachMediaSources } from '../publication/MediaSources';
+import { TextCache, type BinaryLoader, type BlobLoader, type TextLoader } from '../publication/ResourceLoader';
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
 import { SectionClickHandler, type PageProgression } from './SectionClicks';
@@ -62,6 +63,9 @@ export interface ReaderEnvironment {
   loadText: TextLoader;
   // Reads the book's obfuscated fonts; without it they are left as the book's CSS loads them.
   loadBinary?: BinaryLoader;
+  // Reads the audio and video of a section for its media elements; without it they stay
+  // as written, which the web view's media engine cannot play.
+  loadBlob?: BlobLoader;
   viewport: HTMLElement;
   stage: HTMLElement;
   emitLocatorChanged(locator: Locator): void;
@@ -258,6 +262,11 @@ export class Reader implements ReaderOperations {
       .then(async () => {
         this.clicks.attach(view.document, view.frame, item.url);
         await applyImageFallbacks(view.document, item.url, this.opened().packageDocument.imageFallbacks);
+        const loadBlob = this.environment.loadBlob;
+        if (loadBlob !== undefined) {
+          // Not awaited: the text shows while the media is read.
+          void attachMediaSources(view.document, item.url, containerRootURL(this.opened().descriptor.packageURL), loadBlob);
+        }
         // Restored fonts are in place before the first layout, so that it measures with them.
         await fonts?.register(view.document);
         view.layout(this.settings, this.viewportMeasures());
