@@ -4,11 +4,13 @@
 // a book asked for again coming forward.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <algorithm>
+#include <chrono>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "AccessibilityBus.h"
@@ -214,8 +216,19 @@ TEST_F(ReadingWindowApplicationDisplayTest, HiddenControlsComeBackByPointerPanel
             &windows);
     return occurrences(windows, "\n") == 1;
   }));
-  ASSERT_TRUE(typeInto(application.pid(), {"Escape"}));
-  EXPECT_TRUE(waitForLog(controls + "shown")) << log();
+  // On a loaded machine the X server may hand the keyboard focus back to the window some time
+  // after the panel's window went, and a key sent before then is lost: Escape is sent again,
+  // a few seconds apart, until the log says the controls came back.
+  bool shown = false;
+  for (int attempt = 0; attempt < 10 && !shown; ++attempt) {
+    ASSERT_TRUE(typeInto(application.pid(), {"Escape"}));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+    while (!shown && std::chrono::steady_clock::now() < deadline) {
+      shown = occurrences(log(), controls + "shown") >= 1;
+      if (!shown) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  }
+  EXPECT_TRUE(shown) << log();
 }
 
 // The book asked for again, from the file manager or Open Recent, while others are open.
