@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "model/TableOfContentsOutlineNode.h"
 #include "views/SessionCommand.h"
@@ -134,9 +135,30 @@ ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session)
   connections_.add(session_->annotations().changed().connect([this] { showHighlights(); }));
   connections_.add(
       session_->unresolvedAnnotationIDs().changed().connect([this] { showHighlights(); }));
+  connections_.add(session_->publication().changed().connect([this] { arrangeChapterButtons(); }));
   showContents();
   showBookmarks();
   showHighlights();
+  arrangeChapterButtons();
+}
+
+// In a book read from right to left the chapter buttons stand the other way round: the next
+// chapter on the left, its arrow pointing left (the icons have right-to-left forms).
+void ReaderSidebar::arrangeChapterButtons() {
+  const auto& publication = session_->publication().value();
+  const bool readsFromRight = publication && publication->pageProgressionDirection == "rtl";
+  // Set on every widget of the row: a widget without a direction of its own takes the
+  // application's, not its parent's.
+  std::vector<GtkWidget*> pending{gtk_widget_get_parent(previousChapterButton_)};
+  while (!pending.empty()) {
+    GtkWidget* widget = pending.back();
+    pending.pop_back();
+    gtk_widget_set_direction(widget, readsFromRight ? GTK_TEXT_DIR_RTL : GTK_TEXT_DIR_NONE);
+    for (GtkWidget* child = gtk_widget_get_first_child(widget); child != nullptr;
+         child = gtk_widget_get_next_sibling(child)) {
+      pending.push_back(child);
+    }
+  }
 }
 
 ReaderSidebar::~ReaderSidebar() {

@@ -62,6 +62,7 @@ class ReaderSidebar {
 
   void showContents();
   void showCurrentChapter();
+  void arrangeChapterButtons();
   void showBookmarks();
   void showHighlights();
 

@@ -45,7 +45,8 @@ TEST_F(ReaderSidebarDisplayTest, KeepsTheChapterBeingReadSelectedWithItsParentsO
   auto selectedTitle = [&]() -> std::string {
     auto* row = static_cast<GtkTreeListRow*>(gtk_single_selection_get_selected_item(selection));
     if (row == nullptr) return "";
-    auto item = GObjectHandle<GObject>::adopt(static_cast<GObject*>(gtk_tree_list_row_get_item(row)));
+    auto item =
+        GObjectHandle<GObject>::adopt(static_cast<GObject*>(gtk_tree_list_row_get_item(row)));
     return views::viewRowValueAs<TableOfContentsOutlineNode>(item.get()).item.title;
   };
   struct Step {
@@ -195,14 +196,33 @@ TEST_F(ReaderSidebarDisplayTest, MarksAnUnresolvedHighlightAndRemovesOneFromItsC
   EXPECT_EQ(session->annotations()->size(), 1U);
 }
 
-TEST_F(ReaderSidebarDisplayTest, ChapterButtonsTurnSections) {
-  openSession();
-  ReaderSidebar sidebar(session);
-  showInWindow(sidebar.widget());
-  g_signal_emit_by_name(sidebar.nextChapterButton(), "clicked");
-  ASSERT_TRUE(waitUntil([&] { return host->runtime.count("nextSection") == 1; }));
-  g_signal_emit_by_name(sidebar.previousChapterButton(), "clicked");
-  ASSERT_TRUE(waitUntil([&] { return host->runtime.count("previousSection") == 1; }));
+TEST_F(ReaderSidebarDisplayTest, ChapterButtonsTurnSectionsAndStandTheWayTheBookReads) {
+  for (const bool readsFromRight : {false, true}) {
+    SCOPED_TRACE(readsFromRight ? "right to left" : "left to right");
+    host->runtime.handlers["open"] = [readsFromRight](const json&) {
+      return RuntimeAnswer::result({{"authors", json::array()},
+                                    {"spineItemCount", 3},
+                                    {"initialResourceURL", "tomekeeper://publication/x/c0.xhtml"},
+                                    {"pageProgressionDirection", readsFromRight ? "rtl" : "ltr"}});
+    };
+    openSession();
+    ReaderSidebar sidebar(session);
+    showInWindow(sidebar.widget());
+    const std::size_t turns = host->runtime.count("nextSection");
+    g_signal_emit_by_name(sidebar.nextChapterButton(), "clicked");
+    ASSERT_TRUE(waitUntil([&] { return host->runtime.count("nextSection") == turns + 1; }));
+    g_signal_emit_by_name(sidebar.previousChapterButton(), "clicked");
+    ASSERT_TRUE(waitUntil([&] { return host->runtime.count("previousSection") == turns + 1; }));
+    // The next chapter stands on the side the pages advance to.
+    ASSERT_TRUE(waitUntil([&] {
+      graphene_point_t next, previous;
+      const graphene_point_t origin = GRAPHENE_POINT_INIT(0, 0);
+      GtkWidget* root = sidebar.widget();
+      return gtk_widget_compute_point(sidebar.nextChapterButton(), root, &origin, &next) &&
+             gtk_widget_compute_point(sidebar.previousChapterButton(), root, &origin, &previous) &&
+             (next.x < previous.x) == readsFromRight;
+    }));
+  }
 }
 
 }  // namespace
