@@ -193,6 +193,22 @@ describe('PackageDocument', () => {
     ]);
   });
 
+  it('ReadsTheDirectionThatTheTitleTheCreatorOrThePackageDeclares', () => {
+    const cases: [string, string, string, ('ltr' | 'rtl' | undefined)[]][] = [
+      ['nothing declared', '', '<dc:title>T</dc:title><dc:creator>C</dc:creator>', [undefined, undefined]],
+      ['the title', '', '<dc:title dir="rtl">T</dc:title><dc:creator>C</dc:creator>', ['rtl', undefined]],
+      ['the package', ' dir="rtl"', '<dc:title>T</dc:title><dc:creator>C</dc:creator>', ['rtl', 'rtl']],
+      ['the creator over the package', ' dir="rtl"', '<dc:title>T</dc:title><dc:creator dir="ltr">C</dc:creator>', ['rtl', 'ltr']],
+      ['an unknown value', '', '<dc:title dir="auto">T</dc:title>', [undefined, undefined]],
+    ];
+    for (const [name, packageAttributes, metadata, expected] of cases) {
+      const text = `<package xmlns="http://www.idpf.org/2007/opf"${packageAttributes}><metadata xmlns:dc="http://purl.org/dc/elements/1.1/">${metadata}</metadata><manifest>
+        <item id="x" href="x.xhtml" media-type="application/xhtml+xml"/></manifest><spine><itemref idref="x"/></spine></package>`;
+      const parsed = parsePackageDocument(text, packageURL, base);
+      expect([parsed.titleDirection, parsed.creatorsDirection], name).toEqual(expected);
+    }
+  });
+
   it('RefusesADocumentThatIsNotWellFormed', () => {
     expect(() => parsePackageDocument('<package><metadata>', packageURL, base)).toThrow(/well-formed/);
   });

@@ -35,7 +35,8 @@ void ApplicationReaderSession::close() {
 std::optional<PublicationTitle> ApplicationReaderSession::publicationTitle() const {
   const std::optional<OpenPublicationResult>& publication = session_->publication().value();
   if (!publication) return std::nullopt;
-  return PublicationTitle{publication->title, publication->authors};
+  return PublicationTitle{publication->title, publication->authors, publication->titleDirection,
+                          publication->authorsDirection};
 }
 
 bool ApplicationReaderSession::handlePaginationKey(PageKeyDirection direction) {

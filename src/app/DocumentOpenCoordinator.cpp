@@ -9,11 +9,11 @@
 
 #include "async/Sleep.h"
 #include "async/Spawn.h"
-#include "platform/AtomicFileWriter.h"
 #include "opening/DocumentOpenErrorPresentation.h"
 #include "opening/OpeningFailures.h"
 #include "opening/PublicationFingerprintService.h"
 #include "opening/PublicationIdentityCache.h"
+#include "platform/AtomicFileWriter.h"
 
 namespace tomekeeper {
 
@@ -340,10 +340,24 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
   logOpenEvent("Opened the window of " + fingerprint);
 }
 
+namespace {
+
+// A name in the isolate of the base direction its book declares, so that its neutral
+// characters stay on its own side whatever surrounds it; a name without a declared direction
+// keeps the rule of its first strong character.
+std::string isolated(std::string name, const std::optional<std::string>& direction) {
+  if (direction == "rtl") return "\u2067" + name + "\u2069";
+  if (direction == "ltr") return "\u2066" + name + "\u2069";
+  return name;
+}
+
+}  // namespace
+
 std::string DocumentOpenCoordinator::windowTitle(const std::optional<PublicationTitle>& publication,
                                                  const std::filesystem::path& sourceURL) {
   std::string title;
   if (publication && publication->title) title = trimmed(*publication->title);
+  if (!title.empty()) title = isolated(std::move(title), publication->titleDirection);
   if (title.empty()) title = sourceURL.stem().string();
   std::string authors;
   if (publication) {
@@ -354,7 +368,7 @@ std::string DocumentOpenCoordinator::windowTitle(const std::optional<Publication
       authors += name;
     }
   }
-  if (!authors.empty()) title += " \u2014 " + authors;
+  if (!authors.empty()) title += " \u2014 " + isolated(authors, publication->authorsDirection);
   return title;
 }
 

@@ -18,6 +18,9 @@ enum class PageKeyDirection { previous, next };
 struct PublicationTitle {
   std::optional<std::string> title;
   std::vector<std::string> authors;
+  // "ltr" or "rtl" where the book declares them; absent otherwise.
+  std::optional<std::string> titleDirection{};
+  std::optional<std::string> authorsDirection{};
   bool operator==(const PublicationTitle&) const = default;
 };
 

@@ -164,6 +164,8 @@ void from_json(const nlohmann::json& json, OpenPublicationResult& result) {
       .initialResourceURL = decodeRequiredField<std::string>(json, "initialResourceURL"),
       .pageProgressionDirection =
           decodeOptionalField<std::string>(json, "pageProgressionDirection"),
+      .titleDirection = decodeOptionalField<std::string>(json, "titleDirection"),
+      .authorsDirection = decodeOptionalField<std::string>(json, "authorsDirection"),
   };
 }
 

@@ -138,6 +138,10 @@ struct OpenPublicationResult {
   // The direction in which pages advance: the spine's, or else that of the first section's
   // content. Absent from runtimes that do not tell it, which is left to right.
   std::optional<std::string> pageProgressionDirection;
+  // "ltr" or "rtl" where the book declares the base direction of its title or of its first
+  // creator (their own `dir`, else the package's); absent where it declares none.
+  std::optional<std::string> titleDirection;
+  std::optional<std::string> authorsDirection;
   bool operator==(const OpenPublicationResult&) const = default;
 };
 

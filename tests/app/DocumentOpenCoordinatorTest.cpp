@@ -581,5 +581,25 @@ TEST(DocumentOpenCoordinatorWindowTitle, UsesTheFileNameWithoutATitle) {
             "Title");
 }
 
+// A title or creators whose book declares a direction stand in an isolate of it, so that their
+// neutral characters stay on their side; undeclared ones keep the first-strong-character rule.
+TEST(DocumentOpenCoordinatorWindowTitle, IsolatesNamesInTheDirectionTheBookDeclares) {
+  const struct {
+    PublicationTitle publication;
+    const char* expected;
+  } cases[] = {
+      {{"\u05E1\u05E4\u05E8 (1)", {"\u05E9\u05DD"}, "rtl", "rtl"},
+       "\u2067\u05E1\u05E4\u05E8 (1)\u2069 \u2014 \u2067\u05E9\u05DD\u2069"},
+      {{"Title (2)", {"Author"}, "ltr", std::nullopt}, "\u2066Title (2)\u2069 \u2014 Author"},
+      {{"Title", {"A", "B"}, std::nullopt, "rtl"}, "Title \u2014 \u2067A, B\u2069"},
+      {{"Title", {}, std::nullopt, std::nullopt}, "Title"},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.expected);
+    EXPECT_EQ(DocumentOpenCoordinator::windowTitle(testCase.publication, "/b/x.epub"),
+              testCase.expected);
+  }
+}
+
 }  // namespace
 }  // namespace tomekeeper::testing

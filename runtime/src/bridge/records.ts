@@ -69,6 +69,8 @@ export interface OpenPublicationResult {
   spineItemCount: number;
   initialResourceURL: string;
   pageProgressionDirection?: 'ltr' | 'rtl';
+  titleDirection?: 'ltr' | 'rtl';
+  authorsDirection?: 'ltr' | 'rtl';
 }
 
 export interface TableOfContentsItem {

@@ -50,6 +50,10 @@ export interface PackageDocument {
   // The text of every dc:identifier, in document order, as written.
   identifiers: string[];
   title: string | undefined;
+  // The base direction that the title's and the first creator's `dir` declare, or else the
+  // package's; undefined where nothing is declared.
+  titleDirection: 'ltr' | 'rtl' | undefined;
+  creatorsDirection: 'ltr' | 'rtl' | undefined;
   creators: string[];
   language: string | undefined;
   coverURL: string | undefined;
@@ -84,7 +88,13 @@ function dublinCore(metadata: Element, localName: string): Element[] {
 }
 
 // The main title: the one refined with title-type "main" when the package says so, else the first.
-function readTitle(metadata: Element): string | undefined {
+// The base direction that an element's `dir` declares, or else the package's.
+function declaredDirection(element: Element | undefined, root: Element): 'ltr' | 'rtl' | undefined {
+  const declared = (element?.getAttribute('dir') ?? root.getAttribute('dir') ?? '').trim().toLowerCase();
+  return declared === 'ltr' || declared === 'rtl' ? declared : undefined;
+}
+
+function readTitleElement(metadata: Element): Element | undefined {
   const titles = dublinCore(metadata, 'title').filter((title) => collapsedText(title).length > 0);
   const refinedMain = titles.find((title) => {
     const id = title.getAttribute('id');
@@ -96,8 +106,7 @@ function readTitle(metadata: Element): string | undefined {
         collapsedText(meta) === 'main',
     );
   });
-  const chosen = refinedMain ?? titles[0];
-  return chosen === undefined ? undefined : collapsedText(chosen);
+  return refinedMain ?? titles[0];
 }
 
 function readCover(metadata: Element, manifest: ManifestItem[], manifestHrefs: Map<string, ManifestItem>): string | undefined {
@@ -220,14 +229,18 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
     (tocID === null ? undefined : manifestByID.get(tocID)) ??
     manifest.find((item) => item.mediaType === 'application/x-dtbncx+xml');
   const languageElement = dublinCore(metadata, 'language')[0];
+  const titleElement = readTitleElement(metadata);
+  const creatorElements = dublinCore(metadata, 'creator').filter((creator) => collapsedText(creator).length > 0);
 
   return {
     version: root.getAttribute('version') ?? '',
     uniqueIdentifier: uniqueIdentifierElement === undefined ? undefined : (uniqueIdentifierElement.textContent ?? '').trim(),
     uniqueIdentifierText: uniqueIdentifierElement === undefined ? undefined : (uniqueIdentifierElement.textContent ?? ''),
     identifiers: identifiers.map((element) => element.textContent ?? ''),
-    title: readTitle(metadata),
-    creators: dublinCore(metadata, 'creator')
+    title: titleElement === undefined ? undefined : collapsedText(titleElement),
+    titleDirection: declaredDirection(titleElement, root),
+    creatorsDirection: declaredDirection(creatorElements[0], root),
+    creators: creatorElements
       .map((creator) => collapsedText(creator))
       .filter((name) => name.length > 0),
     language: languageElement === undefined ? undefined : collapsedText(languageElement),

@@ -191,6 +191,8 @@ export class Reader implements ReaderOperations {
       pageProgressionDirection: this.progression,
     };
     if (packageDocument.title !== undefined) result.title = packageDocument.title;
+    if (packageDocument.titleDirection !== undefined) result.titleDirection = packageDocument.titleDirection;
+    if (packageDocument.creatorsDirection !== undefined) result.authorsDirection = packageDocument.creatorsDirection;
     if (packageDocument.coverURL !== undefined) result.coverResourceURL = packageDocument.coverURL;
     return result;
   }
