@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "app/ReaderWindowFactory.h"
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 
 namespace tomekeeper {
 

@@ -3,7 +3,7 @@
 #include <adwaita.h>
 
 #include "app/ShellPlatform.h"
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 
 namespace tomekeeper {
 

@@ -7,7 +7,7 @@
 
 #include <sigc++/signal.h>
 
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 
 namespace tomekeeper {
 

@@ -9,7 +9,7 @@
 #include "app/DocumentOpenCoordinator.h"
 #include "app/GtkShellPlatform.h"
 #include "app/TomekeeperAppDelegate.h"
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 
 namespace tomekeeper {
 

@@ -13,7 +13,7 @@
 
 #include "async/BackgroundPool.h"
 #include "async/Spawn.h"
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 #include "runtime/PrefixedCSSDocumentRewriter.h"
 #include "runtime/PrefixedCSSRewriter.h"
 #include "runtime/PublicationSchemeRoute.h"
@@ -147,8 +147,7 @@ StyleCarrier servedStyleCarrier(std::string_view mimeType) {
   for (char& character : essence) character = g_ascii_tolower(character);
   while (!essence.empty() && g_ascii_isspace(essence.back())) essence.pop_back();
   if (essence == "text/css") return StyleCarrier::styleSheet;
-  if (essence == "application/xhtml+xml" || essence == "image/svg+xml" ||
-      essence == "text/html") {
+  if (essence == "application/xhtml+xml" || essence == "image/svg+xml" || essence == "text/html") {
     return StyleCarrier::markupDocument;
   }
   return StyleCarrier::none;
@@ -188,10 +187,10 @@ void PublicationSchemeHandler::registerPublication(const Uuid& publicationID,
   PublicationResourceProvider provider(root);
   std::optional<PublicationManifestListing> manifest = PublicationManifestListing::read(provider);
   publications_.insert_or_assign(
-      publicationID,
-      Publication{std::move(provider),
-                  manifest ? std::make_shared<const PublicationManifestListing>(std::move(*manifest))
-                           : nullptr});
+      publicationID, Publication{std::move(provider),
+                                 manifest ? std::make_shared<const PublicationManifestListing>(
+                                                std::move(*manifest))
+                                          : nullptr});
 }
 
 void PublicationSchemeHandler::setRuntimeProvider(PublicationResourceProvider provider) {
@@ -204,7 +203,8 @@ std::optional<PublicationSchemeHandler::Target> PublicationSchemeHandler::target
   if (!resolved) return std::nullopt;
   if (runtimeProvider_) {
     if (std::optional<std::string> path = parseRuntimeResourcePath(*resolved)) {
-      return Target{*runtimeProvider_, std::move(*path), ContentSecurityPolicyUse::omitted, nullptr};
+      return Target{*runtimeProvider_, std::move(*path), ContentSecurityPolicyUse::omitted,
+                    nullptr};
     }
   }
   if (std::optional<PublicationSchemeRoute> route = parsePublicationSchemeRoute(*resolved)) {
@@ -257,9 +257,9 @@ void PublicationSchemeHandler::start(WebKitURISchemeRequest* request) {
   if (SoupMessageHeaders* headers = webkit_uri_scheme_request_get_http_headers(request)) {
     if (const char* range = soup_message_headers_get_one(headers, "Range")) rangeHeader = range;
   }
-  async::spawn(runLoad(weak_from_this(), std::move(weakRequest), std::move(*found),
-                       std::move(rangeHeader)),
-               token);
+  async::spawn(
+      runLoad(weak_from_this(), std::move(weakRequest), std::move(*found), std::move(rangeHeader)),
+      token);
 }
 
 void PublicationSchemeHandler::stop(WebKitURISchemeRequest* request) {
@@ -335,8 +335,8 @@ async::Task<void> PublicationSchemeHandler::runLoad(std::weak_ptr<PublicationSch
   } catch (const PublicationResourceErrorError& refusal) {
     // A file the book does not list is simply not there for its pages.
     if (refusal.failure() == PublicationResourceError::notListed) {
-      payload = Payload{{}, "text/plain", std::string(kPublicationContentSecurityPolicy), 404,
-                        std::nullopt, false};
+      payload = Payload{{},  "text/plain", std::string(kPublicationContentSecurityPolicy),
+                        404, std::nullopt, false};
     } else {
       error = g_error_new_literal(publicationResourceErrorQuark(),
                                   static_cast<int>(refusal.failure()), refusal.what());

@@ -13,7 +13,7 @@
 
 #include "async/Task.h"
 #include "model/Uuid.h"
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 #include "runtime/PublicationManifestListing.h"
 #include "runtime/PublicationResourceProvider.h"
 

@@ -14,7 +14,7 @@
 #include "async/Completion.h"
 #include "async/Task.h"
 #include "model/Uuid.h"
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 #include "runtime/PublicationSchemeHandler.h"
 #include "runtime/ReaderBridge.h"
 #include "runtime/ReaderBridgeFailure.h"

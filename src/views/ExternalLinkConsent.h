@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 #include "session/ExternalURLOpening.h"
 #include "views/ViewSupport.h"
 

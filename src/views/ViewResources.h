@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 #include "views/ViewSupport.h"
 
 namespace tomekeeper::views {

@@ -5,7 +5,7 @@
 #include <any>
 #include <utility>
 
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 
 G_BEGIN_DECLS
 // An item of a list model that carries one C++ value for a list view row.

@@ -9,7 +9,7 @@
 
 #include <sigc++/connection.h>
 
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 
 namespace tomekeeper::views {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "../session/SessionTestSupport.h"
-#include "runtime/GObjectHandle.h"
+#include "platform/GObjectHandle.h"
 #include "session/ReaderSession.h"
 
 namespace tomekeeper::testing {
