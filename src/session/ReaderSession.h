@@ -395,6 +395,8 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   void startPageTurn(ReaderNavigationDirection direction);
   // Runs a move to another place and, once it succeeded, remembers where the reader was.
   async::Task<void> jump(async::Task<ReaderPositionResult> call);
+  // Goes to the place that `step` of the history gives from the place shown, if any.
+  async::Task<void> revisit(std::optional<Locator> (NavigationHistory::*step)(Locator));
   NavigationHistory history_;
 
   // The relayout frame: capture, configure, restore, read back.

@@ -19,18 +19,18 @@ async::Task<void> ReaderSession::followLink(std::string url) {
 }
 
 async::Task<void> ReaderSession::goBack() {
-  if (state_.value() != State::ready || !locator_.value()) co_return;
-  const auto keepAlive = shared_from_this();
-  const std::optional<Locator> target = history_.back(*locator_.value());
-  if (!target) co_return;
-  navigationAvailability_.set({history_.canGoBack(), history_.canGoForward()});
-  co_await navigate(bridge().goTo(GoToLocatorRequest{*target}));
+  return revisit(&NavigationHistory::back);
 }
 
 async::Task<void> ReaderSession::goForward() {
+  return revisit(&NavigationHistory::forward);
+}
+
+async::Task<void> ReaderSession::revisit(
+    std::optional<Locator> (NavigationHistory::*step)(Locator)) {
   if (state_.value() != State::ready || !locator_.value()) co_return;
   const auto keepAlive = shared_from_this();
-  const std::optional<Locator> target = history_.forward(*locator_.value());
+  const std::optional<Locator> target = (history_.*step)(*locator_.value());
   if (!target) co_return;
   navigationAvailability_.set({history_.canGoBack(), history_.canGoForward()});
   co_await navigate(bridge().goTo(GoToLocatorRequest{*target}));
