@@ -2,6 +2,9 @@
 
 #include <utility>
 
+#include "app/GtkShellPlatform.h"
+#include "async/Spawn.h"
+#include "session/ReadingStateDirectory.h"
 #include "session/WebViewReaderHost.h"
 #include "views/ExternalLinkConsent.h"
 
@@ -17,18 +20,43 @@ ReaderNavigationDirection navigationDirection(PageKeyDirection direction) {
 }  // namespace
 
 ApplicationReaderSession::ApplicationReaderSession(std::shared_ptr<ReaderSession> session,
-                                                   GtkWidget* webView)
-    : session_(std::move(session)), webView_(webView) {}
+                                                   GtkWidget* webView,
+                                                   std::filesystem::path publicationsRoot)
+    : session_(std::move(session)),
+      webView_(webView),
+      publicationsRoot_(std::move(publicationsRoot)) {}
 
 async::Task<void> ApplicationReaderSession::open(PreparedPublicationResources resources,
                                                  std::filesystem::path runtimeRoot,
                                                  std::string fingerprint) {
   const std::shared_ptr<ReaderSession> session = session_;
+  const std::filesystem::path directory = publicationsRoot_ / fingerprint;
+  ReadingDataMaintenance::Book book{fingerprint, directory, resources.extractedRoot,
+                                    resources.descriptor};
   co_await session->open(std::move(resources.descriptor), std::move(resources.extractedRoot),
                          std::move(runtimeRoot), std::move(fingerprint));
+  maintenance_ = std::make_shared<const ReadingDataMaintenance>(session, std::move(book));
+  // The book's identifier and title go beside its stores, where a later edition looks for them.
+  async::spawn([](std::shared_ptr<const ReadingDataMaintenance> maintenance) -> async::Task<void> {
+    try {
+      co_await maintenance->recordAndFindEarlierEdition();
+    } catch (...) {
+      // A book whose package cannot be read again is not offered to a later edition.
+    }
+  }(maintenance_));
+  try {
+    storeMonitor_ = std::make_unique<StoreDirectoryMonitor>(
+        directory, [weak = std::weak_ptr<ReaderSession>(session)](const std::set<std::string>&) {
+          if (const auto locked = weak.lock()) async::spawn(locked->rereadReadingData());
+        });
+  } catch (const std::exception& error) {
+    // The book reads as before; only changes made by others show at its next open.
+    g_warning("The reading data of this book is not watched: %s", error.what());
+  }
 }
 
 void ApplicationReaderSession::close() {
+  storeMonitor_.reset();
   session_->close();
 }
 
@@ -49,6 +77,13 @@ ApplicationSessionFactory::ApplicationSessionFactory(std::filesystem::path suppo
 
 std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
     const std::string& fingerprint) {
+  // Read for each book, so that a folder chosen in Settings holds the books opened after it.
+  const auto settings = applicationSettings();
+  gchar* setting = settings ? g_settings_get_string(settings.get(), "state-directory") : nullptr;
+  stateRepositories_.publicationsRoot =
+      (readingStateDirectory(setting != nullptr ? setting : "", supportDirectory_) / "Publications")
+          .lexically_normal();
+  g_free(setting);
   PublicationStateRepositories repositories = stateRepositories_.makeRepositories(fingerprint);
   if (!typographyRepository_) {
     typographyRepository_ = std::make_shared<JSONTypographyPreferencesRepository>(
@@ -79,7 +114,7 @@ std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
   dependencies.externalURLOpener =
       std::make_shared<ExternalLinkConsent>(webView, std::make_shared<SystemExternalURLOpener>());
   return std::make_shared<ApplicationReaderSession>(ReaderSession::create(std::move(dependencies)),
-                                                    webView);
+                                                    webView, stateRepositories_.publicationsRoot);
 }
 
 }  // namespace tomekeeper

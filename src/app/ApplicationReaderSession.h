@@ -11,7 +11,9 @@
 #include "persistence/JSONPreferenceValueRepository.h"
 #include "persistence/JSONTypographyPreferencesRepository.h"
 #include "persistence/PublicationStateRepositoryFactory.h"
+#include "persistence/StoreDirectoryMonitor.h"
 #include "session/ReaderSession.h"
+#include "session/ReadingDataMaintenance.h"
 
 namespace tomekeeper {
 
@@ -20,7 +22,9 @@ namespace tomekeeper {
 class ApplicationReaderSession final : public ReaderSessionHandle {
  public:
   // `webView` is the widget of the host inside `dependencies.host`.
-  ApplicationReaderSession(std::shared_ptr<ReaderSession> session, GtkWidget* webView);
+  // `publicationsRoot` holds the books' store directories (Publications/).
+  ApplicationReaderSession(std::shared_ptr<ReaderSession> session, GtkWidget* webView,
+                           std::filesystem::path publicationsRoot);
 
   async::Task<void> open(PreparedPublicationResources resources, std::filesystem::path runtimeRoot,
                          std::string fingerprint) override;
@@ -31,10 +35,18 @@ class ApplicationReaderSession final : public ReaderSessionHandle {
   const std::shared_ptr<ReaderSession>& session() const { return session_; }
   // The web view; owned by the session's host and alive as long as this object.
   GtkWidget* webView() const { return webView_; }
+  // Export and restore for the open book; null until open() has succeeded.
+  const std::shared_ptr<const ReadingDataMaintenance>& readingDataMaintenance() const {
+    return maintenance_;
+  }
 
  private:
   std::shared_ptr<ReaderSession> session_;
   GtkWidget* webView_;
+  std::filesystem::path publicationsRoot_;
+  std::shared_ptr<const ReadingDataMaintenance> maintenance_;
+  // Rereads the stores when a file-sync engine or a restore changes them under the open book.
+  std::unique_ptr<StoreDirectoryMonitor> storeMonitor_;
 };
 
 // Makes each window's session with the book's own position, bookmark and annotation stores and

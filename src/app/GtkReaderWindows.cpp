@@ -12,6 +12,7 @@
 #include "app/PaginationKeyFilter.h"
 #include "app/ReadingCommands.h"
 #include "app/ReadingControls.h"
+#include "app/ReadingDataDialogs.h"
 #include "async/Spawn.h"
 #include "model/StringEnumeration.h"
 #include "session/BookSafetySummary.h"
@@ -186,6 +187,8 @@ GObjectHandle<GMenu> makeReadingOptionsMenu() {
   const auto bookSection = GObjectHandle<GMenu>::adopt(g_menu_new());
   g_menu_append(bookSection.get(), "Book Safety", "win.book-safety");
   g_menu_append(bookSection.get(), "Close Book", "win.close-book");
+  g_menu_append(bookSection.get(), "Export Highlights\u2026", "win.export-highlights");
+  g_menu_append(bookSection.get(), "Restore Reading Data\u2026", "win.restore-reading-data");
   g_menu_append(bookSection.get(), "Delete This Book\u2019s Reading History\u2026",
                 "win.clear-reading-data");
   g_menu_append_section(menu.get(), "Book Actions", G_MENU_MODEL(bookSection.get()));
@@ -216,6 +219,7 @@ class GtkReaderWindow final : public GtkShellWindow {
     const auto applicationSession =
         std::dynamic_pointer_cast<ApplicationReaderSession>(request.session);
     if (applicationSession) session_ = applicationSession->session();
+    applicationSession_ = applicationSession;
     GtkWindow* gtkWindow = window();
     gtk_window_set_title(gtkWindow, request.sourceURL.stem().c_str());
     gtk_widget_set_size_request(GTK_WIDGET(gtkWindow), 680, 500);
@@ -298,6 +302,22 @@ class GtkReaderWindow final : public GtkShellWindow {
     const char* name;
     void (*activate)(GtkReaderWindow&);
   };
+
+  // "Export Highlights…" and "Restore Reading Data…"; nothing before the book is open.
+  void exportHighlights() {
+    if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
+    const std::optional<PublicationTitle> title = applicationSession_->publicationTitle();
+    std::string name =
+        title && title->title && !title->title->empty() ? *title->title : std::string("Highlights");
+    std::replace(name.begin(), name.end(), '/', ' ');
+    async::spawn(runHighlightExport(window(), session_,
+                                    applicationSession_->readingDataMaintenance(), name));
+  }
+  void restoreReadingData() {
+    if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
+    async::spawn(
+        runReadingDataRestore(window(), session_, applicationSession_->readingDataMaintenance()));
+  }
 
   // Shows the panel of a toolbar menu button, or hides it when it is up.
   static void togglePopover(GtkWidget* menuButton) {
@@ -428,6 +448,8 @@ class GtkReaderWindow final : public GtkShellWindow {
          [](GtkReaderWindow& window) {
            if (window.screen_) window.screen_->presentClearReadingDataConfirmation();
          }},
+        {"export-highlights", [](GtkReaderWindow& window) { window.exportHighlights(); }},
+        {"restore-reading-data", [](GtkReaderWindow& window) { window.restoreReadingData(); }},
     };
     GActionMap* map = G_ACTION_MAP(window());
     for (const ActionEntry& entry : entries) {
@@ -744,6 +766,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   }
 
   std::shared_ptr<ReaderSession> session_;
+  std::shared_ptr<ApplicationReaderSession> applicationSession_;
   std::function<bool(PageKeyDirection)> handlePaginationKey_;
   PaginationKeyFilter paginationKeys_;
   GtkWidget* headerBar_ = nullptr;

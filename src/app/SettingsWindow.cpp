@@ -43,6 +43,67 @@ GtkWidget* makeLabel(const char* text, const char* cssClass) {
 }
 
 // The state of one settings window; deleted with the window.
+// The "Reading Data Folder" row: the state-directory setting, shown and chosen with a folder
+// panel, or set back to the application's data folder. The row keeps the settings object.
+GtkWidget* makeStateDirectoryRow() {
+  GtkWidget* row = adw_action_row_new();
+  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), "Reading Data Folder");
+  GObjectHandle<GSettings> settings = applicationSettings();
+  if (!settings) {
+    adw_action_row_set_subtitle(ADW_ACTION_ROW(row), "The application\u2019s data folder");
+    return row;
+  }
+  const auto showSetting = +[](GSettings* source, const char*, gpointer data) {
+    gchar* value = g_settings_get_string(source, "state-directory");
+    adw_action_row_set_subtitle(ADW_ACTION_ROW(data),
+                                value[0] != '\0' ? value : "The application\u2019s data folder");
+    g_free(value);
+  };
+  showSetting(settings.get(), nullptr, row);
+  g_signal_connect_object(settings.get(), "changed::state-directory", G_CALLBACK(showSetting), row,
+                          GConnectFlags{});
+  GtkWidget* choose = gtk_button_new_with_label("Choose\u2026");
+  GtkWidget* reset = gtk_button_new_with_label("Use Default");
+  for (GtkWidget* button : {reset, choose}) {
+    gtk_widget_set_valign(button, GTK_ALIGN_CENTER);
+    adw_action_row_add_suffix(ADW_ACTION_ROW(row), button);
+  }
+  g_signal_connect(reset, "clicked", G_CALLBACK(+[](GtkButton*, gpointer data) {
+                     g_settings_set_string(G_SETTINGS(data), "state-directory", "");
+                   }),
+                   settings.get());
+  g_signal_connect(
+      choose, "clicked", G_CALLBACK(+[](GtkButton* button, gpointer data) {
+        GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(button));
+        GtkFileChooserNative* panel = gtk_file_chooser_native_new(
+            "Reading Data Folder", GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr,
+            GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER, "_Choose", "_Cancel");
+        gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(panel), TRUE);
+        // The panel and the settings live until the panel has answered.
+        g_object_set_data_full(G_OBJECT(panel), "settings", g_object_ref(data), g_object_unref);
+        g_signal_connect(
+            panel, "response", G_CALLBACK(+[](GtkNativeDialog* dialog, int response, gpointer) {
+              if (response == GTK_RESPONSE_ACCEPT) {
+                const auto file = GObjectHandle<GFile>::adopt(
+                    gtk_file_chooser_get_file(GTK_FILE_CHOOSER(dialog)));
+                char* path = file ? g_file_get_path(file.get()) : nullptr;
+                if (path != nullptr) {
+                  g_settings_set_string(G_SETTINGS(g_object_get_data(G_OBJECT(dialog), "settings")),
+                                        "state-directory", path);
+                }
+                g_free(path);
+              }
+              g_object_unref(dialog);
+            }),
+            nullptr);
+        gtk_native_dialog_show(GTK_NATIVE_DIALOG(panel));
+      }),
+      settings.get());
+  // The settings object goes with the row.
+  g_object_set_data_full(G_OBJECT(row), "settings", g_object_ref(settings.get()), g_object_unref);
+  return row;
+}
+
 class SettingsView {
  public:
   SettingsView(GtkApplication* application, std::shared_ptr<DocumentOpenCoordinator> coordinator)
@@ -80,6 +141,7 @@ class SettingsView {
     gtk_widget_add_css_class(cacheSizeLabel_, "dim-label");
     adw_action_row_add_suffix(ADW_ACTION_ROW(cacheRow), cacheSizeLabel_);
     adw_preferences_group_add(ADW_PREFERENCES_GROUP(storage), cacheRow);
+    adw_preferences_group_add(ADW_PREFERENCES_GROUP(storage), makeStateDirectoryRow());
 
     GtkWidget* details = gtk_box_new(GTK_ORIENTATION_VERTICAL, 12);
     gtk_widget_set_margin_top(details, 12);

@@ -1,0 +1,127 @@
+#include "app/ReadingDataDialogs.h"
+
+#include "app/GtkShellPlatform.h"
+#include "async/Completion.h"
+
+namespace tomekeeper {
+
+namespace {
+
+struct SavePanelResponse {
+  std::shared_ptr<async::Completion<std::optional<std::filesystem::path>>> completion;
+  GtkFileFilter* jsonFilter;
+};
+
+void handleSavePanelResponse(GtkNativeDialog* dialog, int response, gpointer data) {
+  auto* panel = static_cast<SavePanelResponse*>(data);
+  std::optional<std::filesystem::path> chosen;
+  if (response == GTK_RESPONSE_ACCEPT) {
+    const auto file =
+        GObjectHandle<GFile>::adopt(gtk_file_chooser_get_file(GTK_FILE_CHOOSER(dialog)));
+    if (file) {
+      if (char* path = g_file_get_path(file.get())) {
+        chosen = std::filesystem::path(path);
+        g_free(path);
+      }
+    }
+    // A name without an extension takes the one of the chosen filter.
+    if (chosen && !ReadingDataMaintenance::formatForFileName(*chosen)) {
+      *chosen += gtk_file_chooser_get_filter(GTK_FILE_CHOOSER(dialog)) == panel->jsonFilter
+                     ? ".json"
+                     : ".md";
+    }
+  }
+  panel->completion->resolve(std::move(chosen));
+}
+
+std::string savedAtText(Date date) {
+  const auto seconds = std::chrono::system_clock::to_time_t(date.systemClockTime());
+  GDateTime* local = g_date_time_new_from_unix_local(static_cast<gint64>(seconds));
+  if (local == nullptr) return "an unknown date";
+  char* text = g_date_time_format(local, "%e %B %Y, %H:%M");
+  g_date_time_unref(local);
+  std::string result = text != nullptr ? g_strstrip(text) : "an unknown date";
+  g_free(text);
+  return result;
+}
+
+std::string counted(std::size_t count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+}  // namespace
+
+async::Task<void> runHighlightExport(GtkWindow* parent, std::weak_ptr<ReaderSession> session,
+                                     std::shared_ptr<const ReadingDataMaintenance> maintenance,
+                                     std::string suggestedName) {
+  const auto panel = GObjectHandle<GtkFileChooserNative>::adopt(gtk_file_chooser_native_new(
+      "Export Highlights", parent, GTK_FILE_CHOOSER_ACTION_SAVE, "_Export", "_Cancel"));
+  GtkFileChooser* chooser = GTK_FILE_CHOOSER(panel.get());
+  const auto markdown = GObjectHandle<GtkFileFilter>::adopt(gtk_file_filter_new());
+  gtk_file_filter_set_name(markdown.get(), "Markdown");
+  gtk_file_filter_add_suffix(markdown.get(), "md");
+  gtk_file_filter_add_suffix(markdown.get(), "markdown");
+  const auto json = GObjectHandle<GtkFileFilter>::adopt(gtk_file_filter_new());
+  gtk_file_filter_set_name(json.get(), "JSON");
+  gtk_file_filter_add_suffix(json.get(), "json");
+  gtk_file_chooser_add_filter(chooser, markdown.get());
+  gtk_file_chooser_add_filter(chooser, json.get());
+  gtk_file_chooser_set_current_name(chooser, (suggestedName + ".md").c_str());
+  gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(panel.get()), parent != nullptr);
+  auto completion = std::make_shared<async::Completion<std::optional<std::filesystem::path>>>();
+  // The panel, held by this task, lives until it has answered.
+  g_signal_connect_data(
+      panel.get(), "response", G_CALLBACK(handleSavePanelResponse),
+      new SavePanelResponse{completion, json.get()},
+      [](gpointer data, GClosure*) { delete static_cast<SavePanelResponse*>(data); },
+      GConnectFlags{});
+  gtk_native_dialog_show(GTK_NATIVE_DIALOG(panel.get()));
+  const std::optional<std::filesystem::path> chosen = co_await *completion;
+  if (!chosen) co_return;
+  std::exception_ptr failure;
+  try {
+    co_await maintenance->exportHighlights(
+        *chosen, ReadingDataMaintenance::formatForFileName(*chosen).value_or(
+                     HighlightExportFormat::markdown));
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  if (failure) {
+    if (const auto locked = session.lock()) locked->recordFailure(failure);
+  }
+}
+
+async::Task<void> runReadingDataRestore(GtkWindow* parent, std::weak_ptr<ReaderSession> session,
+                                        std::shared_ptr<const ReadingDataMaintenance> maintenance) {
+  const ReadingDataBackupOffer offer = co_await maintenance->findBackups();
+  if (offer.stores.empty()) {
+    co_await runMessageDialog(
+        parent, AlertContent{AlertStyle::informational,
+                             "No Backup to Restore",
+                             "Tomekeeper keeps the last three versions of this book\u2019s "
+                             "bookmarks and highlights, and none of them can be read.",
+                             {"OK"}});
+    co_return;
+  }
+  std::string holds = counted(offer.annotationCount(), "highlight", "highlights") + " and " +
+                      counted(offer.bookmarkCount(), "bookmark", "bookmarks");
+  if (offer.hasReadingPosition()) holds += ", and a reading position";
+  const std::size_t answer = co_await runMessageDialog(
+      parent, AlertContent{AlertStyle::warning,
+                           "Restore Reading Data?",
+                           "The backup from " + savedAtText(*offer.savedAt()) + " holds " + holds +
+                               ". What this book holds now is kept as a backup.",
+                           {"Cancel", "Restore"}});
+  if (answer != 1) co_return;
+  std::exception_ptr failure;
+  try {
+    co_await maintenance->restore(offer);
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  if (failure) {
+    if (const auto locked = session.lock()) locked->recordFailure(failure);
+  }
+}
+
+}  // namespace tomekeeper
