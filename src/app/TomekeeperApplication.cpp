@@ -10,7 +10,7 @@
 #include "app/AboutWindow.h"
 #include "app/ApplicationReaderSession.h"
 #include "app/ApplicationResources.h"
-#include "app/GtkReaderWindows.h"
+#include "app/GtkReaderWindowFactory.h"
 #include "app/ReadingCommands.h"
 #include "app/SettingsWindow.h"
 

@@ -10,11 +10,9 @@
 
 namespace tomekeeper {
 
-// Makes the coordinator's windows on GTK and libadwaita: the reader window (a header bar with the
-// reading controls and the main menu over the reader screen, whose window actions "win." the
-// Reading menu names),
-// and the empty window that takes a dropped or chosen EPUB. Windows belong to `application` and
-// show `primaryMenu` in their header bar. Main thread only.
+// Makes the coordinator's windows on GTK and libadwaita: the reader window (GtkReaderWindow.h)
+// and the empty window that takes a dropped or chosen EPUB (GtkOpenDocumentWindow.h). Windows
+// belong to `application` and show `primaryMenu` in their header bar. Main thread only.
 class GtkReaderWindowFactory final : public ReaderWindowFactory {
  public:
   GtkReaderWindowFactory(GtkApplication* application, GMenuModel* primaryMenu);

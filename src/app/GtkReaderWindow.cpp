@@ -1,4 +1,4 @@
-#include "app/GtkReaderWindows.h"
+#include "app/GtkReaderWindow.h"
 
 #include <algorithm>
 #include <string>
@@ -8,134 +8,26 @@
 #include <sigc++/connection.h>
 
 #include "app/ApplicationReaderSession.h"
-#include "app/GtkShellPlatform.h"
+#include "app/GtkShellWindow.h"
 #include "app/PaginationKeyFilter.h"
 #include "app/ReadingCommands.h"
 #include "app/ReadingControls.h"
 #include "app/ReadingDataDialogs.h"
+#include "app/ReadingOptionsMenu.h"
+#include "app/SidebarVisibilitySetting.h"
 #include "async/Spawn.h"
 #include "model/StringEnumeration.h"
 #include "session/BookSafetySummary.h"
 #include "views/BookSafetyDialog.h"
 #include "views/BookmarkButton.h"
 #include "views/ReaderScreen.h"
+#include "views/ViewSupport.h"
 
 namespace tomekeeper {
 
 namespace {
 
-constexpr int kOpenDocumentWindowWidth = 560;
-constexpr int kOpenDocumentWindowHeight = 380;
 constexpr double kTextSizeStep = 0.1;
-constexpr const char* kSidebarVisibilityKey = "reader-sidebar-visibility";
-
-// Gives an icon-only control the name that a screen reader speaks.
-void setAccessibleLabel(GtkWidget* widget, const char* label) {
-  gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_LABEL, label, -1);
-}
-
-GtkWidget* makeMenuButton(GMenuModel* menu) {
-  GtkWidget* button = gtk_menu_button_new();
-  gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(button), "open-menu-symbolic");
-  gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(button), menu);
-  gtk_widget_set_tooltip_text(button, "Main Menu");
-  setAccessibleLabel(button, "Main Menu");
-  return button;
-}
-
-// The keys of the whole application, shown by Ctrl+? and the main menu's "Keyboard Shortcuts"
-// (win.show-help-overlay).
-void installShortcutsWindow(GtkWindow* window) {
-  GtkShortcutsWindow* shortcuts = makeShortcutsWindow();
-  gtk_application_window_set_help_overlay(GTK_APPLICATION_WINDOW(window), shortcuts);
-  g_object_unref(shortcuts);
-}
-
-bool isEPUBFile(GFile* file) {
-  char* name = g_file_get_basename(file);
-  if (name == nullptr) return false;
-  std::string extension = std::filesystem::path(name).extension().string();
-  g_free(name);
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char character) { return g_ascii_tolower(character); });
-  return extension == ".epub";
-}
-
-// A top-level window of the coordinator. It holds its GtkWindow for as long as the coordinator
-// holds it, and tells the delegate once that it closes, whichever way it closes.
-class GtkShellWindow : public ShellWindow, public std::enable_shared_from_this<GtkShellWindow> {
- public:
-  GtkShellWindow(ShellWindowDelegate& delegate, std::string identifier, GtkWindow* window)
-      : delegate_(delegate),
-        identifier_(std::move(identifier)),
-        window_(GObjectHandle<GtkWindow>::retain(window)) {
-    g_signal_connect(window_.get(), "close-request", G_CALLBACK(handleCloseRequest), this);
-    g_signal_connect(window_.get(), "notify::default-width", G_CALLBACK(handleResize), this);
-    g_signal_connect(window_.get(), "notify::default-height", G_CALLBACK(handleResize), this);
-    g_signal_connect(window_.get(), "notify::maximized", G_CALLBACK(handleResize), this);
-  }
-  ~GtkShellWindow() override {
-    g_signal_handlers_disconnect_by_data(window_.get(), this);
-    if (!closed_) gtk_window_destroy(window_.get());
-  }
-  GtkShellWindow(const GtkShellWindow&) = delete;
-  GtkShellWindow& operator=(const GtkShellWindow&) = delete;
-
-  const std::string& identifier() const override { return identifier_; }
-  void setTitle(const std::string& title) override {
-    gtk_window_set_title(window_.get(), title.c_str());
-  }
-  void present() override {
-    if (!closed_) gtk_window_present(window_.get());
-  }
-  void close() override {
-    if (closed_) return;
-    const auto keepAlive = shared_from_this();
-    announceClose();
-    gtk_window_destroy(window_.get());
-  }
-  WindowFrame frame() const override {
-    int width = 0;
-    int height = 0;
-    gtk_window_get_default_size(window_.get(), &width, &height);
-    return WindowFrame{width, height, gtk_window_is_maximized(window_.get()) != FALSE};
-  }
-  bool isVisible() const override {
-    return !closed_ && gtk_widget_get_visible(GTK_WIDGET(window_.get()));
-  }
-
-  GtkWindow* window() const { return window_.get(); }
-
- protected:
-  // The window is going: views let go of what they observe.
-  virtual void windowClosing() {}
-
- private:
-  void announceClose() {
-    closed_ = true;
-    windowClosing();
-    delegate_.windowWillClose(*this);
-  }
-
-  static gboolean handleCloseRequest(GtkWindow*, gpointer data) {
-    auto* self = static_cast<GtkShellWindow*>(data);
-    if (self->closed_) return FALSE;
-    // The delegate may drop the last reference to this window.
-    const auto keepAlive = self->shared_from_this();
-    self->announceClose();
-    return FALSE;
-  }
-
-  static void handleResize(GtkWindow*, GParamSpec*, gpointer data) {
-    auto* self = static_cast<GtkShellWindow*>(data);
-    if (!self->closed_) self->delegate_.windowDidResize(*self);
-  }
-
-  ShellWindowDelegate& delegate_;
-  std::string identifier_;
-  GObjectHandle<GtkWindow> window_;
-  bool closed_ = false;
-};
 
 // An informational line of category "ReaderWindow": shown with G_MESSAGES_DEBUG=Tomekeeper. It
 // says what a reader window shows, which is how the application's display tests follow it.
@@ -147,52 +39,6 @@ void logReaderWindowEvent(const std::string& message) {
       {"MESSAGE", message.c_str(), -1},
   };
   g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
-}
-
-// The reading options of the toolbar's menu: one section per choice, one radio item per value,
-// each the target of a stateful window action of that name.
-struct ReadingOptionItem {
-  const char* label;
-  const char* value;
-};
-
-void appendOptionSection(GMenu* menu, const char* title, const char* action,
-                         std::initializer_list<ReadingOptionItem> items) {
-  const auto section = GObjectHandle<GMenu>::adopt(g_menu_new());
-  const std::string detailedPrefix = std::string("win.") + action;
-  for (const ReadingOptionItem& item : items) {
-    const auto menuItem = GObjectHandle<GMenuItem>::adopt(g_menu_item_new(item.label, nullptr));
-    g_menu_item_set_action_and_target_value(menuItem.get(), detailedPrefix.c_str(),
-                                            g_variant_new_string(item.value));
-    g_menu_append_item(section.get(), menuItem.get());
-  }
-  g_menu_append_section(menu, title, G_MENU_MODEL(section.get()));
-}
-
-GObjectHandle<GMenu> makeReadingOptionsMenu() {
-  auto menu = GObjectHandle<GMenu>::adopt(g_menu_new());
-  appendOptionSection(
-      menu.get(), "Reading Theme", "reading-theme",
-      {{"System", "system"}, {"White", "light"}, {"Warm", "warm"}, {"Dark", "dark"}});
-  appendOptionSection(menu.get(), "Reading Mode", "reading-mode",
-                      {{"Pages", "paginated"}, {"Scroll", "scrolled"}});
-  appendOptionSection(
-      menu.get(), "Page Layout", "page-layout",
-      {{"Adaptive", "adaptive"}, {"Single Page", "singlePage"}, {"Double Page", "doublePage"}});
-  appendOptionSection(menu.get(), "Scroll Width", "scroll-width",
-                      {{"Narrow", "narrow"}, {"Comfortable", "comfortable"}, {"Wide", "wide"}});
-  const auto viewSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append(viewSection.get(), "Hide Reading Controls", "win.toggle-reading-controls");
-  g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(viewSection.get()));
-  const auto bookSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append(bookSection.get(), "Book Safety", "win.book-safety");
-  g_menu_append(bookSection.get(), "Close Book", "win.close-book");
-  g_menu_append(bookSection.get(), "Export Highlights\u2026", "win.export-highlights");
-  g_menu_append(bookSection.get(), "Restore Reading Data\u2026", "win.restore-reading-data");
-  g_menu_append(bookSection.get(), "Delete This Book\u2019s Reading History\u2026",
-                "win.clear-reading-data");
-  g_menu_append_section(menu.get(), "Book Actions", G_MENU_MODEL(bookSection.get()));
-  return menu;
 }
 
 // Runs one session command on its own task; its failure is already in the session's error.
@@ -245,17 +91,17 @@ class GtkReaderWindow final : public GtkShellWindow {
     GtkWidget* fullScreen = gtk_button_new_from_icon_name("view-fullscreen-symbolic");
     gtk_widget_set_tooltip_text(fullScreen, "Toggle Full Screen (F11)");
     gtk_actionable_set_action_name(GTK_ACTIONABLE(fullScreen), "win.toggle-fullscreen");
-    setAccessibleLabel(sidebar, "Toggle Sidebar");
-    setAccessibleLabel(previous, "Previous Page");
-    setAccessibleLabel(next, "Next Page");
-    setAccessibleLabel(fullScreen, "Toggle Full Screen");
-    adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), makeMenuButton(primaryMenu));
+    views::setAccessibleLabel(sidebar, "Toggle Sidebar");
+    views::setAccessibleLabel(previous, "Previous Page");
+    views::setAccessibleLabel(next, "Next Page");
+    views::setAccessibleLabel(fullScreen, "Toggle Full Screen");
+    adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), makeMainMenuButton(primaryMenu));
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), fullScreen);
 
     GtkWidget* page = nullptr;
     if (session_ && applicationSession->webView() != nullptr) {
       screen_ = std::make_unique<ReaderScreen>(session_, applicationSession->webView(),
-                                               storedSidebarVisibility());
+                                               storedSidebarVisibility(identifier()));
       page = screen_->widget();
       sidebarConnection_ =
           screen_->sidebarVisibilityChanged().connect([this] { storeSidebarVisibility(); });
@@ -363,8 +209,8 @@ class GtkReaderWindow final : public GtkShellWindow {
                                    readsFromRight ? "win.previous-page" : "win.next-page");
     gtk_widget_set_tooltip_text(leftPageButton_, leftTitle);
     gtk_widget_set_tooltip_text(rightPageButton_, rightTitle);
-    setAccessibleLabel(leftPageButton_, leftTitle);
-    setAccessibleLabel(rightPageButton_, rightTitle);
+    views::setAccessibleLabel(leftPageButton_, leftTitle);
+    views::setAccessibleLabel(rightPageButton_, rightTitle);
   }
 
   // Back and Forward are enabled while there is somewhere to go.
@@ -684,10 +530,10 @@ class GtkReaderWindow final : public GtkShellWindow {
     const GObjectHandle<GMenu> optionsMenu = makeReadingOptionsMenu();
     gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(optionsButton), G_MENU_MODEL(optionsMenu.get()));
 
-    setAccessibleLabel(searchButton_, "Search Book");
-    setAccessibleLabel(fontButton, "Reading Font");
-    setAccessibleLabel(highlight, "Highlight Selection");
-    setAccessibleLabel(optionsButton, "Reading Options");
+    views::setAccessibleLabel(searchButton_, "Search Book");
+    views::setAccessibleLabel(fontButton, "Reading Font");
+    views::setAccessibleLabel(highlight, "Highlight Selection");
+    views::setAccessibleLabel(optionsButton, "Reading Options");
 
     adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), bookmark);
     adw_header_bar_pack_start(ADW_HEADER_BAR(headerBar_), highlight);
@@ -696,36 +542,11 @@ class GtkReaderWindow final : public GtkShellWindow {
     adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar_), searchButton_);
   }
 
-  // Each book keeps its own sidebar state, under its fingerprint; hidden when none is stored.
-  SidebarVisibility storedSidebarVisibility() const {
-    const GObjectHandle<GSettings> settings = applicationSettings();
-    if (!settings) return SidebarVisibility::hidden;
-    gboolean visible = FALSE;
-    GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
-    const bool found = g_variant_lookup(stored, identifier().c_str(), "b", &visible);
-    g_variant_unref(stored);
-    return found && visible ? SidebarVisibility::visible : SidebarVisibility::hidden;
-  }
-
   void storeSidebarVisibility() {
-    const GObjectHandle<GSettings> settings = applicationSettings();
-    if (!settings || !screen_) return;
-    GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
-    GVariantBuilder builder;
-    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sb}"));
-    GVariantIter entries;
-    g_variant_iter_init(&entries, stored);
-    const char* fingerprint = nullptr;
-    gboolean visible = FALSE;
-    while (g_variant_iter_next(&entries, "{&sb}", &fingerprint, &visible)) {
-      if (identifier() != fingerprint) {
-        g_variant_builder_add(&builder, "{sb}", fingerprint, visible);
-      }
-    }
-    g_variant_builder_add(&builder, "{sb}", identifier().c_str(),
-                          screen_->sidebarIsVisible() ? TRUE : FALSE);
-    g_variant_unref(stored);
-    g_settings_set_value(settings.get(), kSidebarVisibilityKey, g_variant_builder_end(&builder));
+    if (!screen_) return;
+    tomekeeper::storeSidebarVisibility(identifier(), screen_->sidebarIsVisible()
+                                                         ? SidebarVisibility::visible
+                                                         : SidebarVisibility::hidden);
     logSidebarVisibility("has the sidebar");
   }
 
@@ -787,130 +608,13 @@ class GtkReaderWindow final : public GtkShellWindow {
   GtkWidget* rightPageButton_ = nullptr;
 };
 
-// The empty window: a large title, a line that invites a drop and a button that opens the panel.
-class GtkOpenDocumentWindow final : public GtkShellWindow {
- public:
-  GtkOpenDocumentWindow(ShellWindowDelegate& delegate, GtkApplication* application,
-                        GMenuModel* primaryMenu, std::function<void(std::filesystem::path)> open)
-      : GtkShellWindow(delegate, "", GTK_WINDOW(adw_application_window_new(application))),
-        open_(std::make_shared<std::function<void(std::filesystem::path)>>(std::move(open))) {
-    GtkWindow* gtkWindow = window();
-    gtk_window_set_title(gtkWindow, "Tomekeeper");
-    gtk_window_set_default_size(gtkWindow, kOpenDocumentWindowWidth, kOpenDocumentWindowHeight);
-    installShortcutsWindow(gtkWindow);
-
-    GtkWidget* content = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-    GtkWidget* headerBar = adw_header_bar_new();
-    adw_header_bar_pack_end(ADW_HEADER_BAR(headerBar), makeMenuButton(primaryMenu));
-    gtk_box_append(GTK_BOX(content), headerBar);
-
-    statusPage_ = adw_status_page_new();
-    adw_status_page_set_icon_name(ADW_STATUS_PAGE(statusPage_), "org.tomekeeper.Tomekeeper");
-    adw_status_page_set_title(ADW_STATUS_PAGE(statusPage_), "Tomekeeper");
-    adw_status_page_set_description(ADW_STATUS_PAGE(statusPage_), "Drop an EPUB here");
-    gtk_widget_set_vexpand(statusPage_, TRUE);
-    gtk_widget_add_css_class(statusPage_, "compact");
-    GtkWidget* button = gtk_button_new_with_label("Open EPUB\u2026");
-    gtk_widget_add_css_class(button, "suggested-action");
-    gtk_widget_add_css_class(button, "pill");
-    gtk_widget_set_halign(button, GTK_ALIGN_CENTER);
-    g_signal_connect(button, "clicked", G_CALLBACK(handleOpenClicked), this);
-    adw_status_page_set_child(ADW_STATUS_PAGE(statusPage_), button);
-    gtk_box_append(GTK_BOX(content), statusPage_);
-    adw_application_window_set_content(ADW_APPLICATION_WINDOW(gtkWindow), content);
-
-    GtkDropTarget* drop = gtk_drop_target_new(GDK_TYPE_FILE_LIST, GDK_ACTION_COPY);
-    g_signal_connect(drop, "enter", G_CALLBACK(handleDropEnter), this);
-    g_signal_connect(drop, "leave", G_CALLBACK(handleDropLeave), this);
-    g_signal_connect(drop, "drop", G_CALLBACK(handleDrop), this);
-    gtk_widget_add_controller(statusPage_, GTK_EVENT_CONTROLLER(drop));
-    dropTarget_ = drop;
-    openButton_ = button;
-  }
-
-  ~GtkOpenDocumentWindow() override {
-    g_signal_handlers_disconnect_by_data(dropTarget_, this);
-    g_signal_handlers_disconnect_by_data(openButton_, this);
-  }
-
- private:
-  static async::Task<void> chooseAndOpen(
-      GObjectHandle<GtkWindow> parent,
-      std::weak_ptr<std::function<void(std::filesystem::path)>> weakOpen) {
-    const std::vector<std::filesystem::path> chosen =
-        co_await runEPUBOpenPanel(parent.get(), FileSelection::multiple);
-    const auto open = weakOpen.lock();
-    if (!open) co_return;
-    for (const auto& file : chosen) (*open)(file);
-  }
-
-  static void handleOpenClicked(GtkButton*, gpointer data) {
-    auto* self = static_cast<GtkOpenDocumentWindow*>(data);
-    async::spawn(chooseAndOpen(GObjectHandle<GtkWindow>::retain(self->window()), self->open_));
-  }
-
-  // While a drag is over the window it shows it: "isTargeted".
-  static GdkDragAction handleDropEnter(GtkDropTarget*, double, double, gpointer data) {
-    gtk_widget_add_css_class(static_cast<GtkOpenDocumentWindow*>(data)->statusPage_, "accent");
-    return GDK_ACTION_COPY;
-  }
-
-  static void handleDropLeave(GtkDropTarget*, gpointer data) {
-    gtk_widget_remove_css_class(static_cast<GtkOpenDocumentWindow*>(data)->statusPage_, "accent");
-  }
-
-  // Only the first file counts, and only an EPUB.
-  static gboolean handleDrop(GtkDropTarget*, const GValue* value, double, double, gpointer data) {
-    auto* self = static_cast<GtkOpenDocumentWindow*>(data);
-    gtk_widget_remove_css_class(self->statusPage_, "accent");
-    if (!G_VALUE_HOLDS(value, GDK_TYPE_FILE_LIST)) return FALSE;
-    GSList* files = gdk_file_list_get_files(static_cast<GdkFileList*>(g_value_get_boxed(value)));
-    GFile* first = files != nullptr ? static_cast<GFile*>(files->data) : nullptr;
-    char* path = first != nullptr && isEPUBFile(first) ? g_file_get_path(first) : nullptr;
-    g_slist_free(files);
-    if (path == nullptr) return FALSE;
-    const std::filesystem::path dropped(path);
-    g_free(path);
-    // The open may close this very window; it runs after the drop has finished.
-    g_idle_add_full(
-        G_PRIORITY_DEFAULT,
-        [](gpointer pending) -> gboolean {
-          auto* call =
-              static_cast<std::pair<std::weak_ptr<std::function<void(std::filesystem::path)>>,
-                                    std::filesystem::path>*>(pending);
-          if (const auto open = call->first.lock()) (*open)(call->second);
-          return G_SOURCE_REMOVE;
-        },
-        new std::pair<std::weak_ptr<std::function<void(std::filesystem::path)>>,
-                      std::filesystem::path>(self->open_, dropped),
-        [](gpointer pending) {
-          delete static_cast<std::pair<std::weak_ptr<std::function<void(std::filesystem::path)>>,
-                                       std::filesystem::path>*>(pending);
-        });
-    return TRUE;
-  }
-
-  std::shared_ptr<std::function<void(std::filesystem::path)>> open_;
-  GtkWidget* statusPage_ = nullptr;
-  GtkWidget* openButton_ = nullptr;
-  GtkDropTarget* dropTarget_ = nullptr;
-};
-
 }  // namespace
 
-GtkReaderWindowFactory::GtkReaderWindowFactory(GtkApplication* application, GMenuModel* primaryMenu)
-    : application_(application), primaryMenu_(GObjectHandle<GMenuModel>::retain(primaryMenu)) {}
-
-std::shared_ptr<ShellWindow> GtkReaderWindowFactory::makeOpenDocumentWindow(
-    ShellWindowDelegate& delegate, std::function<void(std::filesystem::path)> open) {
-  return std::make_shared<GtkOpenDocumentWindow>(delegate, application_, primaryMenu_.get(),
-                                                 std::move(open));
-}
-
-std::shared_ptr<ShellWindow> GtkReaderWindowFactory::makeReaderWindow(ShellWindowDelegate& delegate,
-                                                                      ReaderWindowRequest request) {
-  return std::make_shared<GtkReaderWindow>(delegate, application_, primaryMenu_.get(),
-                                           std::move(request));
+std::shared_ptr<ShellWindow> makeGtkReaderWindow(ShellWindowDelegate& delegate,
+                                                 GtkApplication* application,
+                                                 GMenuModel* primaryMenu,
+                                                 ReaderWindowRequest request) {
+  return std::make_shared<GtkReaderWindow>(delegate, application, primaryMenu, std::move(request));
 }
 
 }  // namespace tomekeeper

@@ -1,0 +1,44 @@
+#include "app/SidebarVisibilitySetting.h"
+
+#include "app/GtkShellPlatform.h"
+
+namespace tomekeeper {
+
+namespace {
+
+constexpr const char* kSidebarVisibilityKey = "reader-sidebar-visibility";
+
+}  // namespace
+
+SidebarVisibility storedSidebarVisibility(const std::string& fingerprint) {
+  const GObjectHandle<GSettings> settings = applicationSettings();
+  if (!settings) return SidebarVisibility::hidden;
+  gboolean visible = FALSE;
+  GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
+  const bool found = g_variant_lookup(stored, fingerprint.c_str(), "b", &visible);
+  g_variant_unref(stored);
+  return found && visible ? SidebarVisibility::visible : SidebarVisibility::hidden;
+}
+
+void storeSidebarVisibility(const std::string& fingerprint, SidebarVisibility visibility) {
+  const GObjectHandle<GSettings> settings = applicationSettings();
+  if (!settings) return;
+  GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sb}"));
+  GVariantIter entries;
+  g_variant_iter_init(&entries, stored);
+  const char* storedFingerprint = nullptr;
+  gboolean visible = FALSE;
+  while (g_variant_iter_next(&entries, "{&sb}", &storedFingerprint, &visible)) {
+    if (fingerprint != storedFingerprint) {
+      g_variant_builder_add(&builder, "{sb}", storedFingerprint, visible);
+    }
+  }
+  g_variant_builder_add(&builder, "{sb}", fingerprint.c_str(),
+                        visibility == SidebarVisibility::visible ? TRUE : FALSE);
+  g_variant_unref(stored);
+  g_settings_set_value(settings.get(), kSidebarVisibilityKey, g_variant_builder_end(&builder));
+}
+
+}  // namespace tomekeeper
