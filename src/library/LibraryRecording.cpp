@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "async/BackgroundPool.h"
 #include "library/CoverThumbnail.h"
 #include "library/PackageMetadata.h"
 #include "persistence/PersistenceFailures.h"
@@ -82,6 +83,32 @@ void touchLibraryRecord(const fs::path& publicationDirectory, Date openedAt) {
   if (!record) return;
   record->lastOpened = openedAt;
   writeLibraryRecord(publicationDirectory, *record);
+}
+
+std::string packageDocumentPathOf(const PublicationDescriptor& descriptor) {
+  const std::string prefix = "tomekeeper://publication/" + descriptor.publicationID.string() + "/";
+  const std::string& url = descriptor.packageURL;
+  const std::string escaped = url.starts_with(prefix) ? url.substr(prefix.size()) : url;
+  char* unescaped = g_uri_unescape_string(escaped.c_str(), nullptr);
+  if (unescaped == nullptr) return escaped;
+  std::string path(unescaped);
+  g_free(unescaped);
+  return path;
+}
+
+async::Task<void> recordOpenedBook(fs::path publicationsRoot,
+                                   PreparedPublicationResources resources, fs::path sourceURL) {
+  PreparedBook book{resources.fingerprint, resources.extractedRoot,
+                    packageDocumentPathOf(resources.descriptor), std::move(sourceURL)};
+  const Date now = Date::now();
+  try {
+    co_await async::runInBackground([publicationsRoot = std::move(publicationsRoot),
+                                     book = std::move(book),
+                                     now] { recordPreparedBook(publicationsRoot, book, now); });
+  } catch (const std::exception& failure) {
+    g_warning("The library record of %s was not written: %s", resources.fingerprint.c_str(),
+              failure.what());
+  }
 }
 
 }  // namespace tomekeeper

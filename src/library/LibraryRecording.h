@@ -3,8 +3,10 @@
 #include <filesystem>
 #include <string>
 
+#include "async/Task.h"
 #include "library/LibraryRecord.h"
 #include "model/Date.h"
+#include "opening/PreparedPublicationResources.h"
 
 namespace tomekeeper {
 
@@ -35,6 +37,17 @@ LibraryRecord recordPreparedBook(const std::filesystem::path& publicationsRoot,
 // does not decode (the next prepare writes it whole). Throws what writeLibraryRecord throws.
 // Blocking.
 void touchLibraryRecord(const std::filesystem::path& publicationDirectory, Date openedAt);
+
+// The package document's path inside the extraction, from the descriptor's package URL
+// (tomekeeper://publication/<id>/<escaped path>).
+std::string packageDocumentPathOf(const PublicationDescriptor& descriptor);
+
+// Records the book the open road prepared from `sourceURL`, now, on the background pool. A book
+// that cannot be recorded keeps its old record (or shows as a placeholder); the failure is
+// logged and nothing is thrown. Main executor.
+async::Task<void> recordOpenedBook(std::filesystem::path publicationsRoot,
+                                   PreparedPublicationResources resources,
+                                   std::filesystem::path sourceURL);
 
 // True for 64 lower-case hexadecimal characters, the only names of a book's directory.
 bool isFingerprint(std::string_view name);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "LibraryTestSupport.h"
+#include "async/RunUntilDone.h"
 #include "library/PackageMetadata.h"
 #include "persistence/PersistenceFailures.h"
 #include "support/EpubBuilder.h"
@@ -62,6 +63,29 @@ TEST_F(LibraryRecordingTest, WritesTheRecordAndAScaledCoverThatReadBack) {
   for (const auto& entry : fs::directory_iterator(directory())) {
     EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
   }
+}
+
+TEST_F(LibraryRecordingTest, RecordsTheBookTheOpenRoadPrepared) {
+  testing::PackageDescription package;
+  package.title = "Prepared";
+  package.withChapters(1);
+  writeFile(extraction_ / "My Book/package.opf", package.text());
+  PreparedPublicationResources resources;
+  resources.fingerprint = testing::fingerprintOf('a');
+  resources.extractedRoot = extraction_.path();
+  resources.descriptor.publicationID = Uuid::random();
+  resources.descriptor.packageURL = "tomekeeper://publication/" +
+                                    resources.descriptor.publicationID.string() +
+                                    "/My%20Book/package.opf";
+  EXPECT_EQ(packageDocumentPathOf(resources.descriptor), "My Book/package.opf");
+
+  async::runUntilDone(recordOpenedBook(publications_.path(), resources, "/books/b.epub"));
+  EXPECT_EQ(readLibraryRecord(directory())->title, "Prepared");
+
+  // A book that cannot be recorded is logged, and its open goes on.
+  resources.descriptor.packageURL = "tomekeeper://publication/x/missing.opf";
+  async::runUntilDone(recordOpenedBook(publications_.path(), resources, "/books/b.epub"));
+  EXPECT_EQ(readLibraryRecord(directory())->title, "Prepared");
 }
 
 TEST_F(LibraryRecordingTest, CoversThatCannotServeLeaveTheRecordWithoutOne) {
