@@ -1,5 +1,5 @@
 import { describe, expect, it } from 'vitest';
-import { TextCache } from '../src/publication/ResourceLoader';
+import { TextCache } from '../../src/publication/ResourceLoader';
 
 // A loader over fixed texts that counts its reads; a read waits until the test releases it when
 // `held` is set.

@@ -1,17 +1,14 @@
 import { describe, expect, it } from 'vitest';
-import { cfiForRange } from '../src/cfi/CfiDocument';
-import { runtimeNodeAttribute } from '../src/cfi/ignoredNodes';
-import { TextIndex } from '../src/cfi/TextIndex';
-import { parseSectionDocument, textRoot } from '../src/publication/SectionDocuments';
-import { cfiForSpan, prepareSection, PreparedSections, type PreparedSection } from '../src/search/PreparedSection';
-import { blockBoundaries, rangeForSpan } from '../src/text/SectionText';
-import { TextFolder } from '../src/text/TextFolding';
+import { cfiForRange } from '../../src/cfi/CfiDocument';
+import { runtimeNodeAttribute } from '../../src/cfi/ignoredNodes';
+import { TextIndex } from '../../src/cfi/TextIndex';
+import { parseSectionDocument, textRoot } from '../../src/publication/SectionDocuments';
+import { cfiForSpan, prepareSection, PreparedSections, type PreparedSection } from '../../src/search/PreparedSection';
+import { blockBoundaries, rangeForSpan } from '../../src/text/SectionText';
+import { TextFolder } from '../../src/text/TextFolding';
+import { xhtmlText } from '../support/sections';
 
 const spine = { spineCfiStep: 6, itemCfiStep: 4, idref: 'chapter' };
-
-function xhtml(body: string): string {
-  return `<?xml version="1.0" encoding="UTF-8"?><html xmlns="http://www.w3.org/1999/xhtml"><head><title>t</title></head><body>${body}</body></html>`;
-}
 
 function prepared(document: Document): { section: PreparedSection; index: TextIndex } {
   const root = textRoot(document);
@@ -36,7 +33,7 @@ function expectSameCfisForEverySpan(document: Document): number {
 describe('PreparedSection', () => {
   it('WritesTheCfiOfEverySpanAsTheDocumentWouldAcrossInlineMarkupIdsAndComments', () => {
     const document = parseSectionDocument(
-      xhtml(
+      xhtmlText(
         '<h1 id="top">Call <em>me</em> Ish<b>ma</b>el.</h1><!-- a note --><div><p id="p1">Some <span><i>years</i> ago</span>' +
           '<!-- x --> never</p><p>mind <sup>how</sup> long</p></div><p>pre<br/>cisely</p>',
       ),
@@ -46,7 +43,7 @@ describe('PreparedSection', () => {
   });
 
   it('LooksThroughRuntimeNodesAndEmptyTextsAsTheDocumentDoes', () => {
-    const document = parseSectionDocument(xhtml('<p>one <em>two</em> three</p><p>four five</p>'), 'application/xhtml+xml');
+    const document = parseSectionDocument(xhtmlText('<p>one <em>two</em> three</p><p>four five</p>'), 'application/xhtml+xml');
     const body = textRoot(document) as Element;
     const mark = document.createElementNS('http://www.w3.org/1999/xhtml', 'span');
     mark.setAttribute(runtimeNodeAttribute, '');
@@ -64,7 +61,7 @@ describe('PreparedSection', () => {
   });
 
   it('HoldsTheTextBoundariesAndFoldedTextOfItsSection', () => {
-    const document = parseSectionDocument(xhtml('<p>The Whale.</p><p>Caf\u00e9</p>'), 'application/xhtml+xml');
+    const document = parseSectionDocument(xhtmlText('<p>The Whale.</p><p>Caf\u00e9</p>'), 'application/xhtml+xml');
     const { section, index } = prepared(document);
     expect(section.text).toBe(index.text);
     expect(section.boundaries).toEqual(blockBoundaries(textRoot(document)));
@@ -73,7 +70,7 @@ describe('PreparedSection', () => {
   });
 
   it('HasNoCfiForASectionWithoutText', () => {
-    const { section } = prepared(parseSectionDocument(xhtml(''), 'application/xhtml+xml'));
+    const { section } = prepared(parseSectionDocument(xhtmlText(''), 'application/xhtml+xml'));
     expect(cfiForSpan(section, 0, 1, spine)).toBeUndefined();
   });
 });

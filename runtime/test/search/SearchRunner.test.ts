@@ -1,12 +1,9 @@
 import { describe, expect, it } from 'vitest';
-import { resolveCfiRange } from '../src/cfi/CfiDocument';
-import { TextIndex } from '../src/cfi/TextIndex';
-import { parseSectionDocument, textRoot } from '../src/publication/SectionDocuments';
-import { SearchRunner, type PublicationSearchResult, type SearchSection, type SearchSource } from '../src/search/SearchRunner';
-
-function xhtml(body: string): string {
-  return `<?xml version="1.0" encoding="UTF-8"?><html xmlns="http://www.w3.org/1999/xhtml"><head><title>t</title></head><body>${body}</body></html>`;
-}
+import { resolveCfiRange } from '../../src/cfi/CfiDocument';
+import { TextIndex } from '../../src/cfi/TextIndex';
+import { parseSectionDocument, textRoot } from '../../src/publication/SectionDocuments';
+import { SearchRunner, type PublicationSearchResult, type SearchSection, type SearchSource } from '../../src/search/SearchRunner';
+import { xhtmlText } from '../support/sections';
 
 interface Deferred {
   promise: Promise<void>;
@@ -44,7 +41,7 @@ class FakeSource implements SearchSource {
     await this.gates.get(spineIndex)?.promise;
     const body = this.bodies[spineIndex];
     if (body instanceof Error) throw body;
-    const document = parseSectionDocument(xhtml(body as string), 'application/xhtml+xml');
+    const document = parseSectionDocument(xhtmlText(body as string), 'application/xhtml+xml');
     this.documents.set(spineIndex, document);
     return { document, index: new TextIndex(textRoot(document)), root: textRoot(document) };
   }

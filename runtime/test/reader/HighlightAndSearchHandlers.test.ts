@@ -1,7 +1,7 @@
 import { describe, expect, it } from 'vitest';
-import { bridgeCatalogue } from '../src/bridge/catalogue';
-import { makeHighlightAndSearchHandlers, type AnnotationOperations, type SearchOperations } from '../src/reader/HighlightAndSearchHandlers';
-import { makeMethodHandlers, type ReaderOperations } from '../src/reader/ReaderOperations';
+import { bridgeCatalogue } from '../../src/bridge/catalogue';
+import { makeHighlightAndSearchHandlers, type AnnotationOperations, type SearchOperations } from '../../src/reader/HighlightAndSearchHandlers';
+import { makeMethodHandlers, type ReaderOperations } from '../../src/reader/ReaderOperations';
 
 const id = '7c9e6679-7425-40de-944b-e07fc1f90ae7';
 const locator = { spineHref: 'text/a.xhtml', spineIndex: 0, cfi: 'epubcfi(/6/2!/4/2,/1:0,/1:3)' };

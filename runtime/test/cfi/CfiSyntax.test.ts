@@ -1,5 +1,5 @@
 import { describe, expect, it } from 'vitest';
-import { CfiSyntaxError, escapeCfiText, parseCfi, writeCfi } from '../src/cfi/CfiSyntax';
+import { CfiSyntaxError, escapeCfiText, parseCfi, writeCfi } from '../../src/cfi/CfiSyntax';
 
 describe('CfiSyntax', () => {
   it('ParsesStepsIndirectionAndACharacterOffset', () => {

@@ -1,6 +1,6 @@
 import { describe, expect, it } from 'vitest';
-import { relativeHref, resourceKey } from '../src/publication/hrefs';
-import { parsePackageDocument } from '../src/publication/PackageDocument';
+import { relativeHref, resourceKey } from '../../src/publication/hrefs';
+import { parsePackageDocument } from '../../src/publication/PackageDocument';
 
 const base = 'tomekeeper://publication/6F1E2D3C-4B5A-4968-8776-A5B4C3D2E1F0/OEBPS/';
 const packageURL = `${base}content.opf`;

@@ -1,7 +1,7 @@
 import { describe, expect, it } from 'vitest';
-import { BridgeRequestError } from '../src/bridge/BridgeRequestError';
-import { bridgeCatalogue } from '../src/bridge/catalogue';
-import { makeMethodHandlers, type ReaderOperations } from '../src/reader/ReaderOperations';
+import { BridgeRequestError } from '../../src/bridge/BridgeRequestError';
+import { bridgeCatalogue } from '../../src/bridge/catalogue';
+import { makeMethodHandlers, type ReaderOperations } from '../../src/reader/ReaderOperations';
 
 function recordingReader(calls: unknown[][]): ReaderOperations {
   return new Proxy({} as ReaderOperations, {
@@ -100,7 +100,7 @@ describe('ReaderOperations', () => {
 
 describe('RuntimePage', () => {
   it('DefinesTheReceiverAndAnswersByAMessageToItsOwnWindow', async () => {
-    await import('../src/main');
+    await import('../../src/main');
     const replies: Record<string, unknown>[] = [];
     const bothReplied = new Promise<void>((resolve) => {
       window.addEventListener('message', (event) => {

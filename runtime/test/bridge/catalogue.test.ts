@@ -1,5 +1,5 @@
 import { describe, expect, it } from 'vitest';
-import { bridgeCatalogue } from '../src/bridge/catalogue';
+import { bridgeCatalogue } from '../../src/bridge/catalogue';
 
 describe('BridgeCatalogue', () => {
   it('NamesEachMethodOnce', () => {

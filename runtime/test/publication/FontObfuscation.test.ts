@@ -9,8 +9,8 @@ import {
   parseEncryptionDocument,
   uuidBytes,
   type Digest,
-} from '../src/publication/FontObfuscation';
-import { sourceURLs, unquotedFamily } from '../src/publication/ObfuscatedFonts';
+} from '../../src/publication/FontObfuscation';
+import { sourceURLs, unquotedFamily } from '../../src/publication/ObfuscatedFonts';
 
 const nodeSha1: Digest = (data) => webcrypto.subtle.digest('SHA-1', data);
 

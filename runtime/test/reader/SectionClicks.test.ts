@@ -1,5 +1,5 @@
 import { describe, expect, it } from 'vitest';
-import { isNote, isNoteReference, linkDestination, pageTurnOfClick } from '../src/reader/SectionClicks';
+import { isNote, isNoteReference, linkDestination, pageTurnOfClick } from '../../src/reader/SectionClicks';
 
 const root = 'tomekeeper://publication/6f1e2d3c-4b5a-4968-8776-a5b4c3d2e1f0/';
 const section = `${root}OEBPS/text/c1.xhtml`;

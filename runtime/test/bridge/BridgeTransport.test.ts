@@ -1,7 +1,7 @@
 import { describe, expect, it } from 'vitest';
-import { BridgeRequestError } from '../src/bridge/BridgeRequestError';
-import { BridgeTransport, type MethodHandler } from '../src/bridge/BridgeTransport';
-import { bridgeCatalogue } from '../src/bridge/catalogue';
+import { BridgeRequestError } from '../../src/bridge/BridgeRequestError';
+import { BridgeTransport, type MethodHandler } from '../../src/bridge/BridgeTransport';
+import { bridgeCatalogue } from '../../src/bridge/catalogue';
 
 interface Captured {
   type: string;

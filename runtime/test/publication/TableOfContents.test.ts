@@ -1,5 +1,5 @@
 import { describe, expect, it } from 'vitest';
-import { parseNavigationDocument, parseNCX } from '../src/publication/TableOfContents';
+import { parseNavigationDocument, parseNCX } from '../../src/publication/TableOfContents';
 
 const base = 'tomekeeper://publication/6F1E2D3C-4B5A-4968-8776-A5B4C3D2E1F0/OEBPS/';
 
