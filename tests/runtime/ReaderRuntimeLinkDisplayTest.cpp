@@ -81,6 +81,8 @@ class ReaderRuntimeLinkDisplayTest : public testing::ReaderRuntimeDisplayTest {
 
   void expectSideClicks(const std::string& spineAttributes, const std::string& progression,
                         PageTurnDirection leftTurn);
+  enum class Side { left, right };
+  void expectFirstPageOfSpread(const std::string& spineAttributes, Side side);
 
   std::vector<std::string> activated_;
   std::vector<PageTurnDirection> turns_;
@@ -196,6 +198,33 @@ TEST_F(ReaderRuntimeLinkDisplayTest, ALeftClickReadsOnInABookReadFromRightToLeft
 
 TEST_F(ReaderRuntimeLinkDisplayTest, ALeftClickReadsBackInABookReadFromLeftToRight) {
   expectSideClicks("", "ltr", PageTurnDirection::previous);
+}
+
+// In a spread, the first page of a book read from right to left is the right one, even where the
+// text itself runs from left to right; the text keeps its own direction.
+void ReaderRuntimeLinkDisplayTest::expectFirstPageOfSpread(const std::string& spineAttributes,
+                                                           Side side) {
+  openBook(linkedBook(spineAttributes));
+  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+  run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
+  const json placement = evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
+    const paragraph = frame.contentDocument.getElementById('c1p1');
+    const left = frame.getBoundingClientRect().left + paragraph.getBoundingClientRect().left;
+    return { onTheRight: left > viewport.left + viewport.width / 2,
+             direction: frame.contentWindow.getComputedStyle(paragraph).direction };
+  )");
+  EXPECT_EQ(placement["onTheRight"].get<bool>(), side == Side::right) << placement.dump();
+  EXPECT_EQ(placement["direction"], "ltr");
+}
+
+TEST_F(ReaderRuntimeLinkDisplayTest, ASpreadOfABookReadFromRightToLeftStartsOnTheRight) {
+  expectFirstPageOfSpread("page-progression-direction=\"rtl\"", Side::right);
+}
+
+TEST_F(ReaderRuntimeLinkDisplayTest, ASpreadOfABookReadFromLeftToRightStartsOnTheLeft) {
+  expectFirstPageOfSpread("", Side::left);
 }
 
 }  // namespace

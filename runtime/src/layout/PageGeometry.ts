@@ -4,11 +4,11 @@
 
 export type PageAxis = 'horizontal' | 'vertical';
 // `reverse` is the right-to-left progression of horizontal pages.
-export type PageProgression = 'forward' | 'reverse';
+export type ColumnProgression = 'forward' | 'reverse';
 
 export interface PageGeometry {
   axis: PageAxis;
-  progression: PageProgression;
+  progression: ColumnProgression;
   // The visible extent of one page along the axis, in CSS pixels.
   pageSize: number;
   // The gap between the last column of a page and the first of the next one.

@@ -16,6 +16,7 @@ import {
   type PageAxis,
   type PageGeometry,
 } from './PageGeometry';
+import type { PageProgression } from '../publication/PackageDocument';
 import { colorsForTheme, sectionStyleSheet, type PresentationSettings } from './Presentation';
 
 export interface Viewport {
@@ -42,10 +43,15 @@ export class SectionView {
   private currentPage = 0;
   pageCount = 1;
   columnCount = 1;
+  // The way the book's pages advance, where known: the columns of a paginated page run this way,
+  // so that in a book read from right to left the next page of a spread is the left one, whatever
+  // the direction of the section's text.
+  private readonly pageProgression: PageProgression | undefined;
 
-  constructor(spineIndex: number, fixedLayout: boolean) {
+  constructor(spineIndex: number, fixedLayout: boolean, pageProgression?: PageProgression) {
     this.spineIndex = spineIndex;
     this.fixedLayout = fixedLayout;
+    this.pageProgression = pageProgression;
     this.frame = document.createElement('iframe');
     this.frame.className = fixedLayout ? 'section-frame preparing fixed-layout' : 'section-frame preparing';
     this.frame.setAttribute('scrolling', 'no');
@@ -155,6 +161,8 @@ export class SectionView {
     void this.frame.offsetWidth;
     root.style.setProperty('writing-mode', writingMode);
     root.style.setProperty('direction', direction);
+    // The body keeps the direction of its text when the columns run the other way.
+    body?.style.setProperty('direction', direction);
     root.style.setProperty('transform', 'none');
     root.style.setProperty('margin', '0');
     if (settings.mode === 'scrolled') {
@@ -179,6 +187,8 @@ export class SectionView {
       return;
     }
     frameStyle.height = `${height}px`;
+    const columnDirection = axis === 'horizontal' ? (this.pageProgression ?? direction) : direction;
+    root.style.setProperty('direction', columnDirection);
     this.columnCount = effectiveColumnCount(settings.layout, viewport.width, viewport.height, axis);
     const pageSize = axis === 'horizontal' ? width : height;
     const columnSize = (pageSize - (this.columnCount - 1) * columnGap) / this.columnCount;
@@ -190,7 +200,7 @@ export class SectionView {
     root.style.setProperty('column-fill', 'auto');
     this.geometry = {
       axis,
-      progression: axis === 'horizontal' && direction === 'rtl' ? 'reverse' : 'forward',
+      progression: axis === 'horizontal' && columnDirection === 'rtl' ? 'reverse' : 'forward',
       pageSize,
       gap: columnGap,
     };

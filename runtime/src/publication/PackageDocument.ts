@@ -11,6 +11,8 @@ import {
 } from './xml';
 
 export type PageProgressionDirection = 'ltr' | 'rtl' | 'default';
+// The way an open book's pages advance: the spine's direction, or where it gives none, its own.
+export type PageProgression = Exclude<PageProgressionDirection, 'default'>;
 export type RenditionLayout = 'reflowable' | 'pre-paginated';
 
 // The types of the documents that the reader shows in a section frame. A spine item of any other

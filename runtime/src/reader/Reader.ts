@@ -28,14 +28,14 @@ import { pageForProgression } from '../layout/PageGeometry';
 import { excerptAt, findExcerpt } from '../locator/Excerpt';
 import { SectionWeights, clampUnit } from '../locator/Progression';
 import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
-import { parsePackageDocument, type PackageDocument, type SpineItem } from '../publication/PackageDocument';
+import { parsePackageDocument, type PackageDocument, type PageProgression, type SpineItem } from '../publication/PackageDocument';
 import { applyImageFallbacks } from '../publication/ImageFallbacks';
 import { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
 import { attachMediaSources } from '../publication/MediaSources';
 import { TextCache, type BinaryLoader, type BlobLoader, type TextLoader } from '../publication/ResourceLoader';
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
-import { SectionClickHandler, type PageProgression } from './SectionClicks';
+import { SectionClickHandler } from './SectionClicks';
 
 // Where to show a section: a page, and the point whose line should stand first when it scrolls.
 interface SectionPlace {
@@ -107,8 +107,9 @@ export class Reader implements ReaderOperations {
   private readonly loaded = new Set<SectionView>();
   private bookmarkCandidates: BookmarkVisibilityCandidate[] = [];
   private visibleBookmarks: string[] | undefined;
-  // The way pages advance in the open book: the spine's, or the first section's direction.
-  private progression: PageProgression = 'ltr';
+  // The way pages advance in the open book: the spine's, or the first section's direction; known
+  // once that section is laid out.
+  private progression: PageProgression | undefined;
   private readonly clicks: SectionClickHandler;
 
   constructor(environment: ReaderEnvironment) {
@@ -117,7 +118,7 @@ export class Reader implements ReaderOperations {
     this.clicks = new SectionClickHandler({
       publicationRoot: () => (this.state === undefined ? undefined : containerRootURL(this.state.descriptor.packageURL)),
       spineIndexOf: (url) => (this.state === undefined ? undefined : this.spineIndexForURL(url)),
-      pageProgression: () => this.progression,
+      pageProgression: () => this.progression ?? 'ltr',
       isPaginated: () => this.settings.mode === 'paginated',
       parsedSection: async (url) => {
         try {
@@ -182,8 +183,10 @@ export class Reader implements ReaderOperations {
     this.applyPageChrome();
     void this.measureSectionLengths(this.state);
     const first = this.linearIndices()[0] ?? 0;
+    const declared = packageDocument.pageProgressionDirection;
+    this.progression = declared === 'default' ? undefined : declared;
     const firstView = await this.display(first, () => 0);
-    this.progression = pageProgressionOf(packageDocument, firstView);
+    this.progression ??= pageProgressionOf(firstView);
     const result: OpenPublicationResult = {
       authors: packageDocument.creators,
       spineItemCount: packageDocument.spine.length,
@@ -257,7 +260,7 @@ export class Reader implements ReaderOperations {
     if (existing !== undefined) return existing;
     const item = this.opened().packageDocument.spine[spineIndex];
     if (item === undefined) return Promise.reject(new BridgeRequestError('section-not-found', `no spine item ${spineIndex}`));
-    const view = new SectionView(spineIndex, item.layout === 'pre-paginated');
+    const view = new SectionView(spineIndex, item.layout === 'pre-paginated', this.progression);
     const fonts = this.opened().fonts;
     const loading = view
       .load(item.url, this.environment.stage)
@@ -823,11 +826,9 @@ function sameMembers(a: readonly string[], b: readonly string[]): boolean {
   return b.every((id) => members.has(id));
 }
 
-// The way pages advance: the spine's page-progression-direction, or where it says nothing, the
-// direction of the first section's content (right to left, or vertical writing from the right).
-function pageProgressionOf(packageDocument: PackageDocument, firstView: SectionView): PageProgression {
-  const declared = packageDocument.pageProgressionDirection;
-  if (declared === 'rtl' || declared === 'ltr') return declared;
+// The way pages advance in a book whose spine does not say: the direction of the first section's
+// content (right to left, or vertical writing from the right).
+function pageProgressionOf(firstView: SectionView): PageProgression {
   try {
     const doc = firstView.document;
     const element = doc.body ?? doc.documentElement;

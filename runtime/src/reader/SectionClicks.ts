@@ -6,6 +6,7 @@
 // book's page progression.
 import type { ThemeColors } from '../layout/Presentation';
 import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
+import type { PageProgression } from '../publication/PackageDocument';
 import { FootnotePopover } from './FootnotePopover';
 
 const xlinkNamespace = 'http://www.w3.org/1999/xlink';
@@ -13,8 +14,6 @@ const opsNamespace = 'http://www.idpf.org/2007/ops';
 
 // The share of the page's width, on each side, where a click turns the page.
 export const pageTurnZone = 0.2;
-
-export type PageProgression = 'ltr' | 'rtl';
 
 // What a link of a section leads to.
 export type LinkDestination =
