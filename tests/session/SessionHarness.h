@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include <gtest/gtest.h>
+
 #include "SessionTestSupport.h"
 #include "async/RunUntilDone.h"
 #include "session/ReaderSession.h"
@@ -104,6 +106,12 @@ struct SessionHarness {
   // Opens and gives the failure of the open, or absent when it reached `ready`.
   std::optional<ReaderError> open(std::optional<Locator> initialLocator = std::nullopt) {
     return failureOf(openTask(std::move(initialLocator)));
+  }
+
+  // Creates the session and opens it; the test fails unless the open reached `ready`.
+  void openReady(StorePresence stores = StorePresence::all) {
+    create(stores);
+    ASSERT_EQ(open(), std::nullopt);
   }
 
   // An annotation of this book, as the store holds it.
