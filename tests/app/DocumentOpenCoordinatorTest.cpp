@@ -120,6 +120,16 @@ class DocumentOpenCoordinatorTest : public ::testing::Test {
     return messages;
   }
 
+  // Runs `task` and expects it to be refused for `expected`.
+  static void expectRefused(async::Task<void> task, ReadingCacheMaintenanceError expected) {
+    try {
+      async::runUntilDone(std::move(task));
+      ADD_FAILURE() << "it ran";
+    } catch (const ReadingCacheMaintenanceErrorError& failure) {
+      EXPECT_EQ(failure.failure(), expected);
+    }
+  }
+
   TemporaryDirectory directory;
   std::shared_ptr<PublicationCachePreparing> publicationCache;
   std::shared_ptr<FakePlatform> platform;
@@ -278,19 +288,21 @@ TEST_F(DocumentOpenCoordinatorTest, DelegateEntriesLeaveAnUnknownWindowAlone) {
   EXPECT_EQ(sessions->sessions.front()->closeCount, 0);
 }
 
-TEST_F(DocumentOpenCoordinatorTest, NewWindowTakesAStoredFrameThatFitsAScreen) {
-  auto coordinator = makeCoordinator();
-  platform->storedFrame = WindowFrame{1200, 800, false};
-  openBook(*coordinator, writeBook("a.epub", "a"));
-  EXPECT_EQ(windows->requests.back().frame, (WindowFrame{1200, 800, false}));
-}
-
-TEST_F(DocumentOpenCoordinatorTest, StoredFrameFromADetachedMonitorGivesTheDefaultPlacement) {
-  auto coordinator = makeCoordinator();
-  platform->storedFrame = WindowFrame{3000, 2000, false};
-  platform->screenAreas = {{1920, 1000}};
-  openBook(*coordinator, writeBook("a.epub", "a"));
-  EXPECT_EQ(windows->requests.back().frame, (WindowFrame{920, 780, false}));
+// A stored frame that fits a screen is taken; one from a detached monitor gives the default.
+TEST_F(DocumentOpenCoordinatorTest, NewWindowTakesAStoredFrameOnlyWhenItFitsAScreen) {
+  const struct {
+    WindowFrame stored;
+    WindowFrame expected;
+  } cases[] = {{{1200, 800, false}, {1200, 800, false}}, {{3000, 2000, false}, {920, 780, false}}};
+  for (const auto& [stored, expected] : cases) {
+    SCOPED_TRACE(stored.width);
+    auto coordinator = makeCoordinator();
+    platform->storedFrame = stored;
+    platform->screenAreas = {{1920, 1000}};
+    openBook(*coordinator,
+             writeBook(std::to_string(stored.width) + ".epub", std::to_string(stored.width)));
+    EXPECT_EQ(windows->requests.back().frame, expected);
+  }
 }
 
 TEST_F(DocumentOpenCoordinatorTest, PaginationKeysReachTheSessionWhileItLives) {
@@ -452,12 +464,7 @@ TEST_F(DocumentOpenCoordinatorTest, RelocatingToAnotherEditionIsRefusedAndChange
 TEST_F(DocumentOpenCoordinatorTest, ClearingTheCacheIsRefusedWhileABookIsOpen) {
   auto coordinator = makeCoordinator();
   openBook(*coordinator, writeBook("a.epub", "a"));
-  try {
-    async::runUntilDone(coordinator->clearReadingCache());
-    FAIL() << "the clear ran";
-  } catch (const ReadingCacheMaintenanceErrorError& failure) {
-    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::readersAreOpen);
-  }
+  expectRefused(coordinator->clearReadingCache(), ReadingCacheMaintenanceError::readersAreOpen);
   EXPECT_TRUE(std::filesystem::exists(directory / "caches"));
 }
 
@@ -467,12 +474,7 @@ TEST_F(DocumentOpenCoordinatorTest, ClearingTheCacheIsRefusedWhileAnOpenRuns) {
   auto coordinator = makeCoordinator();
   coordinator->requestOpen(writeBook("a.epub", "a"));
   ASSERT_TRUE(iterateUntil([&] { return coordinator->activeOpenOperations() == 1; }));
-  try {
-    async::runUntilDone(coordinator->clearReadingCache());
-    FAIL() << "the clear ran";
-  } catch (const ReadingCacheMaintenanceErrorError& failure) {
-    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::readersAreOpen);
-  }
+  expectRefused(coordinator->clearReadingCache(), ReadingCacheMaintenanceError::readersAreOpen);
   gated->gate->resolve();
   ASSERT_TRUE(iterateUntil([&] { return coordinator->openWindows().size() == 1; }));
 }
@@ -510,19 +512,11 @@ TEST_F(DocumentOpenCoordinatorTest, OpensFailAtOnceWhileTheCacheIsBeingCleared) 
     done = true;
   }(std::move(clearing), cleared));
   ASSERT_TRUE(coordinator->isClearingReadingCache());
-  try {
-    async::runUntilDone(coordinator->open(book, RecentDocumentUse::remember, std::nullopt));
-    FAIL() << "the open ran";
-  } catch (const ReadingCacheMaintenanceErrorError& failure) {
-    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::maintenanceInProgress);
-  }
+  expectRefused(coordinator->open(book, RecentDocumentUse::remember, std::nullopt),
+                ReadingCacheMaintenanceError::maintenanceInProgress);
   EXPECT_EQ(coordinator->activeOpenOperations(), 0);
-  try {
-    async::runUntilDone(coordinator->clearReadingCache());
-    FAIL() << "a second clear ran";
-  } catch (const ReadingCacheMaintenanceErrorError& failure) {
-    EXPECT_EQ(failure.failure(), ReadingCacheMaintenanceError::maintenanceInProgress);
-  }
+  expectRefused(coordinator->clearReadingCache(),
+                ReadingCacheMaintenanceError::maintenanceInProgress);
   ASSERT_TRUE(iterateUntil([&] { return cleared; }));
 }
 
@@ -572,31 +566,27 @@ TEST_F(DocumentOpenCoordinatorTest, OpenWindowClosesWhenABookOpens) {
   EXPECT_EQ(windows->openDocumentWindows.size(), 1u);
 }
 
-TEST(DocumentOpenCoordinatorWindowTitle, UsesTheFileNameWithoutATitle) {
-  EXPECT_EQ(DocumentOpenCoordinator::windowTitle(std::nullopt, "/books/My Book.epub"), "My Book");
-  EXPECT_EQ(DocumentOpenCoordinator::windowTitle(PublicationTitle{" \t", {"Author"}},
-                                                 "/books/My Book.epub"),
-            "My Book \u2014 Author");
-  EXPECT_EQ(DocumentOpenCoordinator::windowTitle(PublicationTitle{"Title", {" ", ""}}, "/b/x.epub"),
-            "Title");
-}
-
 // A title or creators whose book declares a direction stand in an isolate of it, so that their
 // neutral characters stay on their side; undeclared ones keep the first-strong-character rule.
+// Without a title the file's name stands in; blank creators are left out.
 TEST(DocumentOpenCoordinatorWindowTitle, IsolatesNamesInTheDirectionTheBookDeclares) {
   const struct {
-    PublicationTitle publication;
+    std::optional<PublicationTitle> publication;
     const char* expected;
   } cases[] = {
-      {{"\u05E1\u05E4\u05E8 (1)", {"\u05E9\u05DD"}, "rtl", "rtl"},
+      {std::nullopt, "My Book"},
+      {PublicationTitle{" \t", {"Author"}}, "My Book \u2014 Author"},
+      {PublicationTitle{"Title", {" ", ""}}, "Title"},
+      {PublicationTitle{"\u05E1\u05E4\u05E8 (1)", {"\u05E9\u05DD"}, "rtl", "rtl"},
        "\u2067\u05E1\u05E4\u05E8 (1)\u2069 \u2014 \u2067\u05E9\u05DD\u2069"},
-      {{"Title (2)", {"Author"}, "ltr", std::nullopt}, "\u2066Title (2)\u2069 \u2014 Author"},
-      {{"Title", {"A", "B"}, std::nullopt, "rtl"}, "Title \u2014 \u2067A, B\u2069"},
-      {{"Title", {}, std::nullopt, std::nullopt}, "Title"},
+      {PublicationTitle{"Title (2)", {"Author"}, "ltr", std::nullopt},
+       "\u2066Title (2)\u2069 \u2014 Author"},
+      {PublicationTitle{"Title", {"A", "B"}, std::nullopt, "rtl"}, "Title \u2014 \u2067A, B\u2069"},
+      {PublicationTitle{"Title", {}, std::nullopt, std::nullopt}, "Title"},
   };
   for (const auto& testCase : cases) {
     SCOPED_TRACE(testCase.expected);
-    EXPECT_EQ(DocumentOpenCoordinator::windowTitle(testCase.publication, "/b/x.epub"),
+    EXPECT_EQ(DocumentOpenCoordinator::windowTitle(testCase.publication, "/b/My Book.epub"),
               testCase.expected);
   }
 }
