@@ -24,8 +24,9 @@ struct ExtractedPublication {
 
 // Unpacks the entries of an inspection into a directory of their own. It never
 // parses ZIP headers: it trusts the inspection and seeks straight to each
-// entry's data. Entries stream through fixed buffers and are checked by size
-// and CRC-32 as they are written, into a staging directory beside the
+// entry's data. Entries stream through a bounded set of buffers to worker
+// threads, one per core, that inflate different entries at once and check each
+// by size and CRC-32 as it is written, into a staging directory beside the
 // destination that becomes the destination with one move; a half-done
 // extraction never carries the destination's name. A value without state;
 // calls for different destinations may run in parallel.
@@ -53,9 +54,14 @@ class EPUBArchiveExtractor {
   // round of inflating.
   std::int64_t bufferSize() const { return bufferSize_; }
   Durability durability() const { return durability_; }
+  const std::shared_ptr<const ArchiveFileOpening>& files() const { return files_; }
+
+  // Buffers of bufferSize() read ahead of `workerCount` writers.
+  static std::size_t blocksInFlight(std::size_t workerCount);
 
   // Blocking; run it off the main executor. Checks `stopToken` at the head of
-  // each entry, before every block read and once before the commit. Throws
+  // each entry, before every block read, in the writers before every piece
+  // they write, and once before the commit. Throws
   // EPUBArchiveExtractionFailureError, async::OperationCancelled, and, for a
   // failed seek in the archive or a failed creation of the destination's
   // parent, the platform's error (std::system_error or

@@ -10,6 +10,7 @@
 #include "async/BackgroundPool.h"
 #include "intake/ArchivePath.h"
 #include "intake/IntakeFailures.h"
+#include "intake/LocalHeader.h"
 
 namespace tomekeeper {
 namespace {
@@ -17,10 +18,8 @@ namespace {
 constexpr std::uint64_t kEndRecordSize = 22;
 constexpr std::uint64_t kLargestTail = kEndRecordSize + 0xFFFF;
 constexpr std::uint64_t kCentralRecordSize = 46;
-constexpr std::uint64_t kLocalHeaderSize = 30;
 constexpr std::uint32_t kEndRecordSignature = 0x06054b50;
 constexpr std::uint32_t kCentralRecordSignature = 0x02014b50;
-constexpr std::uint32_t kLocalHeaderSignature = 0x04034b50;
 constexpr std::uint16_t kZIP64Count = 0xFFFF;
 constexpr std::uint32_t kZIP64Value = 0xFFFFFFFF;
 
@@ -62,6 +61,9 @@ struct EndRecord {
   std::uint32_t totalEntries = 0;
   std::uint64_t centralDirectorySize = 0;
   std::uint64_t centralDirectoryOffset = 0;
+  std::uint64_t fileSize = 0;
+  // The last bytes of the file, from which the record was read.
+  std::vector<std::uint8_t> tail;
 };
 
 std::vector<std::uint8_t> readExactly(ArchiveFile& file, std::uint64_t offset,
@@ -118,7 +120,7 @@ EndRecord readEndRecord(ArchiveFile& file, const EPUBArchiveInspector& inspector
     fail(EPUBArchiveInspectionFailure::centralDirectoryTooLarge);
   }
   if (std::uint64_t{offset} + size > fileSize) fail(EPUBArchiveInspectionFailure::malformedArchive);
-  return EndRecord{totalEntries, size, offset};
+  return EndRecord{totalEntries, size, offset, fileSize, tail};
 }
 
 // The three sets of folded paths of one walk.
@@ -148,34 +150,19 @@ struct SeenPaths {
 
 // Checks the entry's local header against its central record and gives the
 // offset of the entry's data.
-std::uint64_t checkLocalHeader(ArchiveFile& file, std::uint64_t localHeaderOffset,
-                               std::uint64_t centralDirectoryOffset, std::uint16_t flags,
-                               std::uint16_t method, std::uint64_t compressedSize,
-                               std::span<const std::uint8_t> rawName) {
-  if (localHeaderOffset + kLocalHeaderSize > centralDirectoryOffset) {
+std::uint64_t checkLocalHeader(ArchiveFile& file, const LocalHeaderExpectation& expected,
+                               std::uint64_t centralDirectoryOffset) {
+  if (expected.offset + kLocalHeaderSize > centralDirectoryOffset) {
     fail(EPUBArchiveInspectionFailure::malformedArchive);
   }
-  const std::vector<std::uint8_t> header = readExactly(file, localHeaderOffset, kLocalHeaderSize);
-  if (header.size() < kLocalHeaderSize) fail(EPUBArchiveInspectionFailure::malformedArchive);
-  const FieldReader reader(header);
-  if (reader.read32(0) != kLocalHeaderSignature)
-    fail(EPUBArchiveInspectionFailure::malformedArchive);
-  if (reader.read16(6) != flags || reader.read16(8) != method) {
-    fail(EPUBArchiveInspectionFailure::malformedArchive);
-  }
-  const std::uint16_t nameLength = reader.read16(26);
-  const std::uint16_t extraLength = reader.read16(28);
-  const std::uint64_t dataOffset = localHeaderOffset + kLocalHeaderSize + nameLength + extraLength;
-  if (dataOffset > centralDirectoryOffset || compressedSize > centralDirectoryOffset - dataOffset) {
-    fail(EPUBArchiveInspectionFailure::malformedArchive);
-  }
+  const std::vector<std::uint8_t> header = readExactly(file, expected.offset, kLocalHeaderSize);
+  const std::uint64_t variableLength =
+      checkLocalHeaderFixedPart(header, expected, centralDirectoryOffset);
   // Still positioned straight after the 30 bytes.
-  std::vector<std::uint8_t> localName(nameLength);
+  std::vector<std::uint8_t> localName(localHeaderNameLength(header));
   localName.resize(file.read(localName));
-  if (localName.empty() || !std::ranges::equal(localName, rawName)) {
-    fail(EPUBArchiveInspectionFailure::malformedArchive);
-  }
-  return dataOffset;
+  checkLocalHeaderName(localName, expected);
+  return expected.offset + kLocalHeaderSize + variableLength;
 }
 
 async::Task<EPUBArchiveInspection> inspectInBackground(EPUBArchiveInspector inspector,
@@ -216,7 +203,17 @@ EPUBArchiveInspection EPUBArchiveInspector::inspectBlocking(
 
 EPUBArchiveInspection EPUBArchiveInspector::inspectFile(ArchiveFile& file,
                                                         const std::stop_token& stopToken) const {
-  const EndRecord end = readEndRecord(file, *this);
+  return walk(file, stopToken, LocalHeaders::readNow).inspection;
+}
+
+EPUBArchiveInspector::CentralDirectoryInspection EPUBArchiveInspector::inspectCentralDirectory(
+    ArchiveFile& file, const std::stop_token& stopToken) const {
+  return walk(file, stopToken, LocalHeaders::deferred);
+}
+
+EPUBArchiveInspector::CentralDirectoryInspection EPUBArchiveInspector::walk(
+    ArchiveFile& file, const std::stop_token& stopToken, LocalHeaders localHeaders) const {
+  EndRecord end = readEndRecord(file, *this);
 
   std::vector<std::uint8_t> directory;
   if (end.centralDirectorySize > 0) {
@@ -227,7 +224,8 @@ EPUBArchiveInspection EPUBArchiveInspector::inspectFile(ArchiveFile& file,
   }
   const FieldReader reader(directory);
 
-  EPUBArchiveInspection inspection;
+  CentralDirectoryInspection result;
+  EPUBArchiveInspection& inspection = result.inspection;
   inspection.entries.reserve(end.totalEntries);
   SeenPaths paths;
   std::uint64_t cursor = 0;
@@ -270,9 +268,18 @@ EPUBArchiveInspection EPUBArchiveInspector::inspectFile(ArchiveFile& file,
     std::optional<std::string> path = validateArchiveEntryPath(name, kind);
     if (!path) fail(EPUBArchiveInspectionFailure::invalidPath);
 
-    const std::uint64_t dataOffset =
-        checkLocalHeader(file, localHeaderOffset, end.centralDirectoryOffset, flags, method,
-                         compressedSize, rawName);
+    LocalHeaderExpectation expected{localHeaderOffset, flags, method, compressedSize,
+                                    std::string(name)};
+    std::uint64_t dataOffset = 0;
+    if (localHeaders == LocalHeaders::readNow) {
+      dataOffset = checkLocalHeader(file, expected, end.centralDirectoryOffset);
+    } else {
+      // Checked as it is met, where no data offset can yet be wrong.
+      if (localHeaderOffset + kLocalHeaderSize > end.centralDirectoryOffset) {
+        fail(EPUBArchiveInspectionFailure::malformedArchive);
+      }
+      result.localHeaders.push_back(std::move(expected));
+    }
 
     if ((externalAttributes >> 28) == 0xA) fail(EPUBArchiveInspectionFailure::symbolicLink);
 
@@ -304,7 +311,11 @@ EPUBArchiveInspection EPUBArchiveInspector::inspectFile(ArchiveFile& file,
   if (!paths.filePaths.contains("meta-inf/container.xml")) {
     fail(EPUBArchiveInspectionFailure::missingContainer);
   }
-  return inspection;
+  result.fileSize = end.fileSize;
+  result.centralDirectoryOffset = end.centralDirectoryOffset;
+  result.readRanges.push_back({end.fileSize - end.tail.size(), std::move(end.tail)});
+  result.readRanges.push_back({end.centralDirectoryOffset, std::move(directory)});
+  return result;
 }
 
 }  // namespace tomekeeper

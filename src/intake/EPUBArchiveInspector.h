@@ -4,10 +4,12 @@
 #include <filesystem>
 #include <memory>
 #include <stop_token>
+#include <vector>
 
 #include "async/Task.h"
 #include "intake/ArchiveFile.h"
 #include "intake/EPUBArchiveInspection.h"
+#include "intake/LocalHeader.h"
 
 namespace tomekeeper {
 
@@ -54,7 +56,34 @@ class EPUBArchiveInspector {
   // Inspects an archive that is already open; for fuzzing and in-memory use.
   EPUBArchiveInspection inspectFile(ArchiveFile& file, const std::stop_token& stopToken = {}) const;
 
+  // An inspection that leaves the local headers to the single pass, which
+  // checks each as its stream reaches it: every entry's localDataOffset is 0.
+  struct CentralDirectoryInspection {
+    EPUBArchiveInspection inspection;
+    // What each entry's local header must say, in the order of the entries.
+    std::vector<LocalHeaderExpectation> localHeaders;
+    std::uint64_t fileSize = 0;
+    std::uint64_t centralDirectoryOffset = 0;
+    // The bytes this inspection read and trusted (the end of the file, the
+    // central directory): a pass over the file must meet them unchanged.
+    struct ReadRange {
+      std::uint64_t offset = 0;
+      std::vector<std::uint8_t> bytes;
+    };
+    std::vector<ReadRange> readRanges;
+  };
+  // Every check of inspectFile except those of the local headers. Throws as
+  // inspectFile does.
+  CentralDirectoryInspection inspectCentralDirectory(ArchiveFile& file,
+                                                     const std::stop_token& stopToken = {}) const;
+
+  const std::shared_ptr<const ArchiveFileOpening>& files() const { return files_; }
+
  private:
+  enum class LocalHeaders { readNow, deferred };
+  CentralDirectoryInspection walk(ArchiveFile& file, const std::stop_token& stopToken,
+                                  LocalHeaders localHeaders) const;
+
   Limits limits_;
   std::shared_ptr<const ArchiveFileOpening> files_;
 };

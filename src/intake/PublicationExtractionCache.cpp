@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include "async/BackgroundPool.h"
+#include "intake/EPUBArchiveSinglePass.h"
 #include "intake/FileOperations.h"
 #include "intake/IntakeFailures.h"
 #include "intake/PublicationCacheOperationLease.h"
@@ -17,6 +20,35 @@
 #include "opening/OpenPerformanceTrace.h"
 
 namespace tomekeeper {
+
+struct PublicationExtractionCache::StagedExtraction {
+  std::shared_ptr<PublicationCacheOperationLease> lease;
+  // The extracted tree inside the lease's work area.
+  std::filesystem::path extracted;
+  std::int64_t entryCount = 0;
+};
+
+class PublicationExtractionCache::StagedExtractions {
+ public:
+  void put(const std::string& fingerprint, std::shared_ptr<StagedExtraction> staged) {
+    std::shared_ptr<StagedExtraction> replaced;
+    const std::lock_guard hold(lock_);
+    replaced = std::exchange(byFingerprint_[fingerprint], std::move(staged));
+  }
+  std::shared_ptr<StagedExtraction> take(const std::string& fingerprint) {
+    const std::lock_guard hold(lock_);
+    const auto found = byFingerprint_.find(fingerprint);
+    if (found == byFingerprint_.end()) return nullptr;
+    std::shared_ptr<StagedExtraction> staged = std::move(found->second);
+    byFingerprint_.erase(found);
+    return staged;
+  }
+
+ private:
+  std::mutex lock_;
+  std::map<std::string, std::shared_ptr<StagedExtraction>> byFingerprint_;
+};
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -79,6 +111,10 @@ async::Task<PreparedPublicationResources> prepareWith(PublicationExtractionCache
   const fs::path publicationDirectory = cache.cachesRoot() / fingerprint;
   const fs::path finalDirectory = publicationDirectory / "Extracted";
   const EPUBContainerValidator validator = cache.containerValidator();
+  // Taken whatever happens next, so that nothing stays staged for this book.
+  const std::shared_ptr<PublicationExtractionCache::StagedExtraction> staged =
+      cache.takeStaged(fingerprint);
+  FinishLease stagedLease{staged ? staged->lease : nullptr};
 
   const bool finalExists = co_await inBackground([cache, finalDirectory] {
     cache.sweepStaleOperations();
@@ -111,39 +147,46 @@ async::Task<PreparedPublicationResources> prepareWith(PublicationExtractionCache
 
   co_await inBackground([publicationDirectory] { fs::create_directories(publicationDirectory); });
 
-  EPUBArchiveInspection inspection;
-  {
-    StageMark mark(trace, Stage::archiveInspection);
-    inspection = co_await cache.inspector().inspect(sourceURL);
-  }
-  if (trace) trace->setArchiveEntryCount(static_cast<std::int64_t>(inspection.entries.size()));
+  fs::path extracted;
+  FinishLease lease;
+  if (staged) {
+    // The file was read once already, by the pass that fingerprinted it.
+    if (trace) trace->setArchiveEntryCount(staged->entryCount);
+    lease.lease = std::move(stagedLease.lease);
+    extracted = staged->extracted;
+  } else {
+    EPUBArchiveInspection inspection;
+    {
+      StageMark mark(trace, Stage::archiveInspection);
+      inspection = co_await cache.inspector().inspect(sourceURL);
+    }
+    if (trace) trace->setArchiveEntryCount(static_cast<std::int64_t>(inspection.entries.size()));
 
-  FinishLease lease{co_await inBackground([root = cache.cachesRoot()] {
-    return std::make_shared<PublicationCacheOperationLease>(root);
-  })};
-  const fs::path staged = lease.lease->operationRoot() / "Extracted";
+    lease.lease = co_await inBackground([root = cache.cachesRoot()] {
+      return std::make_shared<PublicationCacheOperationLease>(root);
+    });
+    extracted = lease.lease->operationRoot() / "Extracted";
 
-  {
     StageMark mark(trace, Stage::archiveExtraction);
-    co_await inBackground(
-        [extractor = cache.extractor(), sourceURL, &inspection, staged](std::stop_token stopToken) {
-          return extractor.extract(sourceURL, inspection, staged, stopToken);
-        });
+    co_await inBackground([extractor = cache.extractor(), sourceURL, &inspection,
+                           extracted](std::stop_token stopToken) {
+      return extractor.extract(sourceURL, inspection, extracted, stopToken);
+    });
   }
 
   std::optional<ValidatedEPUBContainer> validated;
   {
     StageMark mark(trace, Stage::containerValidation);
-    validated = co_await inBackground([validator, staged](std::stop_token stopToken) {
-      return validator.validate(staged, stopToken);
+    validated = co_await inBackground([validator, extracted](std::stop_token stopToken) {
+      return validator.validate(extracted, stopToken);
     });
   }
 
   CommitOutcome outcome;
   {
     StageMark mark(trace, Stage::cacheCommit);
-    outcome =
-        co_await inBackground([staged, finalDirectory] { return commit(staged, finalDirectory); });
+    outcome = co_await inBackground(
+        [extracted, finalDirectory] { return commit(extracted, finalDirectory); });
   }
 
   if (outcome == CommitOutcome::alreadyThere) {
@@ -174,10 +217,61 @@ PublicationExtractionCache::PublicationExtractionCache(fs::path cachesRoot,
     : cachesRoot_(std::move(cachesRoot)),
       inspector_(std::move(inspector)),
       extractor_(std::move(extractor)),
-      containerValidator_(std::move(containerValidator)) {}
+      containerValidator_(std::move(containerValidator)),
+      staged_(std::make_shared<StagedExtractions>()) {}
 
 fs::path PublicationExtractionCache::standardCachesRoot() {
   return fs::path(g_get_user_cache_dir()) / "tomekeeper" / "Publications";
+}
+
+namespace {
+
+async::Task<std::string> fingerprintWhileExtractingWith(PublicationExtractionCache cache,
+                                                        fs::path sourceURL) {
+  const std::shared_ptr<OpenPerformanceTrace> trace = co_await OpenPerformanceTrace::current();
+  FinishLease lease{co_await inBackground([cache] {
+    fs::create_directories(cache.cachesRoot());
+    cache.sweepStaleOperations();
+    return std::make_shared<PublicationCacheOperationLease>(cache.cachesRoot());
+  })};
+  const fs::path extracted = lease.lease->operationRoot() / "Extracted";
+  std::optional<SinglePassExtraction> pass;
+  {
+    StageMark mark(trace, Stage::archiveExtraction);
+    pass =
+        co_await inBackground([single = EPUBArchiveSinglePass(cache.inspector(), cache.extractor()),
+                               sourceURL, extracted](std::stop_token stopToken) {
+          return single.extract(sourceURL, extracted, stopToken);
+        });
+  }
+  cache.stage(pass->fingerprint,
+              std::make_shared<PublicationExtractionCache::StagedExtraction>(
+                  PublicationExtractionCache::StagedExtraction{
+                      std::move(lease.lease), extracted,
+                      static_cast<std::int64_t>(pass->inspection.entries.size())}));
+  co_return pass->fingerprint;
+}
+
+}  // namespace
+
+async::Task<std::string> PublicationExtractionCache::fingerprintWhileExtracting(
+    fs::path sourceURL) const {
+  return fingerprintWhileExtractingWith(*this, std::move(sourceURL));
+}
+
+void PublicationExtractionCache::discardStaged(const std::string& fingerprint) const {
+  // The lease finishes, removing the work area, when its last holder lets go.
+  staged_->take(fingerprint);
+}
+
+std::shared_ptr<PublicationExtractionCache::StagedExtraction>
+PublicationExtractionCache::takeStaged(const std::string& fingerprint) const {
+  return staged_->take(fingerprint);
+}
+
+void PublicationExtractionCache::stage(const std::string& fingerprint,
+                                       std::shared_ptr<StagedExtraction> staged) const {
+  staged_->put(fingerprint, std::move(staged));
 }
 
 async::Task<PreparedPublicationResources> PublicationExtractionCache::prepare(

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "async/Task.h"
@@ -21,6 +23,11 @@ namespace tomekeeper {
 // mutable state: any number of `prepare` calls may run at once, in this
 // process or others. Its stages run on the background pool and mark the
 // OpenPerformanceTrace bound to the calling task, when there is one.
+//
+// A book not yet fingerprinted is read once: fingerprintWhileExtracting hashes
+// it in the same pass that inspects and extracts it into a locked operation
+// directory, and the prepare of that fingerprint that follows validates and
+// commits that directory. Copies share what is staged so.
 class PublicationExtractionCache final : public PublicationCachePreparing {
  public:
   // With the standard inspector, extractor and validator.
@@ -42,6 +49,13 @@ class PublicationExtractionCache final : public PublicationCachePreparing {
   // remains.
   async::Task<PreparedPublicationResources> prepare(std::filesystem::path sourceURL,
                                                     std::string fingerprint) const override;
+
+  bool extractsWhileFingerprinting() const override { return true; }
+  // Call on the main executor. Throws what EPUBArchiveSinglePass::extract
+  // throws and the platform's file errors; nothing is staged then.
+  async::Task<std::string> fingerprintWhileExtracting(
+      std::filesystem::path sourceURL) const override;
+  void discardStaged(const std::string& fingerprint) const override;
 
   // Bytes the cache occupies on disk (allocated sizes of regular files, hidden
   // names skipped); 0 when there is no cache. Throws std::filesystem errors.
@@ -66,6 +80,18 @@ class PublicationExtractionCache final : public PublicationCachePreparing {
   EPUBArchiveInspector inspector_;
   EPUBArchiveExtractor extractor_;
   EPUBContainerValidator containerValidator_;
+
+ public:
+  // An extraction waiting for its prepare; its lease keeps its directory.
+  struct StagedExtraction;
+  // Takes what is staged for `fingerprint`, if anything.
+  std::shared_ptr<StagedExtraction> takeStaged(const std::string& fingerprint) const;
+  // Keeps `staged` for the prepare of `fingerprint`, replacing what was there.
+  void stage(const std::string& fingerprint, std::shared_ptr<StagedExtraction> staged) const;
+
+ private:
+  class StagedExtractions;
+  std::shared_ptr<StagedExtractions> staged_;
 };
 
 }  // namespace tomekeeper

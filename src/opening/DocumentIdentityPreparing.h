@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,12 +22,19 @@ struct PreparedDocumentIdentity {
   std::unique_ptr<SourceAccessLease> sourceAccess;
 };
 
+// Computes a fingerprint in place of the plain hash, doing more work in the
+// same read of the file (see PublicationCachePreparing::fingerprintWhileExtracting).
+using FingerprintComputing = std::function<async::Task<std::string>(std::filesystem::path)>;
+
 // The identity step of the open road. Main executor only.
 class DocumentIdentityPreparing {
  public:
   virtual ~DocumentIdentityPreparing() = default;
+  // `computing`, when given, is used where the file must be hashed; when it
+  // fails for any reason but cancellation, the plain hash runs instead.
   virtual async::Task<PreparedDocumentIdentity> prepareIdentity(
-      std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint) = 0;
+      std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint,
+      FingerprintComputing computing = {}) = 0;
   virtual void releaseReservation(const std::string& fingerprint) = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <system_error>
 
+#include "async/OperationCancelled.h"
 #include "opening/OpeningFailures.h"
 
 namespace tomekeeper {
@@ -39,11 +40,24 @@ DocumentOpenRegistry::DocumentOpenRegistry(
       accessLedger_(std::move(accessLedger)) {}
 
 async::Task<std::string> DocumentOpenRegistry::hash(std::filesystem::path file,
-                                                    std::shared_ptr<OpenPerformanceTrace> trace) {
+                                                    std::shared_ptr<OpenPerformanceTrace> trace,
+                                                    FingerprintComputing computing) {
   std::optional<OpenPerformanceTrace::Token> token;
   if (trace) token = trace->start();
   try {
-    std::string fingerprint = co_await fingerprintService_->fingerprint(file);
+    std::optional<std::string> computed;
+    if (computing) {
+      try {
+        computed = co_await computing(file);
+      } catch (const async::OperationCancelled&) {
+        throw;
+      } catch (...) {
+        // The plain hash below; whatever failed is met again, and reported,
+        // by the step that does that work on its own.
+      }
+    }
+    std::string fingerprint =
+        computed ? std::move(*computed) : co_await fingerprintService_->fingerprint(file);
     if (trace) trace->mark(OpenPerformanceTrace::Stage::fullFingerprint, *token);
     co_return fingerprint;
   } catch (...) {
@@ -53,7 +67,8 @@ async::Task<std::string> DocumentOpenRegistry::hash(std::filesystem::path file,
 }
 
 async::Task<PreparedDocumentIdentity> DocumentOpenRegistry::prepareIdentity(
-    std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint) {
+    std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint,
+    FingerprintComputing computing) {
   // Keep the registry alive across awaits even if its owner lets go.
   const auto self = shared_from_this();
   const std::shared_ptr<OpenPerformanceTrace> trace = co_await OpenPerformanceTrace::current();
@@ -88,7 +103,7 @@ async::Task<PreparedDocumentIdentity> DocumentOpenRegistry::prepareIdentity(
     } else {
       async::Task<std::string> work =
           cached ? [](std::string value) -> async::Task<std::string> { co_return value; }(*cached)
-                 : hash(canonical, trace);
+                 : hash(canonical, trace, std::move(computing));
       joined = InFlight{nextInFlightID_++, async::SharedTask<std::string>::start(std::move(work))};
       inFlight_.emplace(key, *joined);
     }

@@ -34,7 +34,8 @@ class DocumentOpenRegistry final : public DocumentIdentityPreparing,
   // ::relocatedContentMismatch, or the hash's own error. On every failure the
   // lease is ended and the reservation sets are as they were.
   async::Task<PreparedDocumentIdentity> prepareIdentity(
-      std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint) override;
+      std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint,
+      FingerprintComputing computing = {}) override;
 
   // Frees a reservation that did not become a window; an active one stays.
   void releaseReservation(const std::string& fingerprint) override;
@@ -66,7 +67,8 @@ class DocumentOpenRegistry final : public DocumentIdentityPreparing,
   };
 
   async::Task<std::string> hash(std::filesystem::path file,
-                                std::shared_ptr<OpenPerformanceTrace> trace);
+                                std::shared_ptr<OpenPerformanceTrace> trace,
+                                FingerprintComputing computing);
 
   std::shared_ptr<PublicationFingerprinting> fingerprintService_;
   std::shared_ptr<PublicationIdentityCache> identityCache_;

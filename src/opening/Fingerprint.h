@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+#include <string>
 #include <string_view>
 
 namespace tomekeeper {
@@ -15,6 +17,18 @@ constexpr bool isValidFingerprint(std::string_view text) noexcept {
     if (!digit && !letter) return false;
   }
   return true;
+}
+
+// The fingerprint of a SHA-256 digest.
+inline std::string fingerprintText(std::span<const unsigned char> digest) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(digest.size() * 2);
+  for (const unsigned char byte : digest) {
+    text += kHex[byte >> 4];
+    text += kHex[byte & 0x0f];
+  }
+  return text;
 }
 
 }  // namespace tomekeeper

@@ -1,6 +1,19 @@
 #include "opening/OpenPublication.h"
 
 namespace tomekeeper {
+namespace {
+
+// Fingerprints through the cache's single pass and notes the fingerprint whose
+// extraction is now staged.
+async::Task<std::string> fingerprintWhileExtracting(
+    std::shared_ptr<PublicationCachePreparing> cache, std::filesystem::path file,
+    std::shared_ptr<std::optional<std::string>> staged) {
+  std::string fingerprint = co_await cache->fingerprintWhileExtracting(std::move(file));
+  *staged = fingerprint;
+  co_return fingerprint;
+}
+
+}  // namespace
 
 OpenPublication::OpenPublication(std::shared_ptr<DocumentIdentityPreparing> identityPreparer,
                                  std::shared_ptr<PublicationCachePreparing> publicationCache)
@@ -13,9 +26,30 @@ async::Task<OpenPublicationDecision> OpenPublication::prepare(
   const auto identityPreparer = identityPreparer_;
   const auto publicationCache = publicationCache_;
 
-  PreparedDocumentIdentity identity = co_await identityPreparer->prepareIdentity(
-      std::move(sourceURL), std::move(expectedFingerprint));
+  // A book that must be hashed is read once: the hash comes with its extraction.
+  auto staged = std::make_shared<std::optional<std::string>>();
+  FingerprintComputing computing;
+  if (publicationCache->extractsWhileFingerprinting()) {
+    computing = [publicationCache, staged](std::filesystem::path file) {
+      return fingerprintWhileExtracting(publicationCache, std::move(file), staged);
+    };
+  }
+
+  std::optional<PreparedDocumentIdentity> prepared;
+  std::exception_ptr identityFailure;
+  try {
+    prepared = co_await identityPreparer->prepareIdentity(
+        std::move(sourceURL), std::move(expectedFingerprint), std::move(computing));
+  } catch (...) {
+    identityFailure = std::current_exception();
+  }
+  if (identityFailure) {
+    if (*staged) publicationCache->discardStaged(**staged);
+    std::rethrow_exception(identityFailure);
+  }
+  PreparedDocumentIdentity identity = std::move(*prepared);
   if (identity.reusedActiveSession) {
+    if (*staged == identity.fingerprint) publicationCache->discardStaged(identity.fingerprint);
     identity.sourceAccess->end();
     co_return ActivateExisting{identity.fingerprint};
   }

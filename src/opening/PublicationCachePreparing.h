@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 #include "async/Task.h"
@@ -17,6 +18,25 @@ class PublicationCachePreparing {
   virtual ~PublicationCachePreparing() = default;
   virtual async::Task<PreparedPublicationResources> prepare(std::filesystem::path sourceURL,
                                                             std::string fingerprint) const = 0;
+
+  // Whether this cache can fingerprint a book in the same read of its file
+  // that inspects and extracts it.
+  virtual bool extractsWhileFingerprinting() const { return false; }
+
+  // The fingerprint of `sourceURL`, from one read of the file that also
+  // inspects and extracts it; the next `prepare` of that fingerprint takes the
+  // extraction instead of reading the file again. Throws what inspection and
+  // extraction throw, the platform's file errors, async::OperationCancelled,
+  // and std::logic_error where extractsWhileFingerprinting() is false.
+  virtual async::Task<std::string> fingerprintWhileExtracting(
+      std::filesystem::path /*sourceURL*/) const {
+    throw std::logic_error("this cache does not extract while fingerprinting");
+    co_return std::string();
+  }
+
+  // Drops an extraction that fingerprintWhileExtracting left for a prepare
+  // that will not come (the book's window already exists, or the open failed).
+  virtual void discardStaged(const std::string& /*fingerprint*/) const {}
 };
 
 }  // namespace tomekeeper

@@ -10,6 +10,8 @@
 #include <system_error>
 #include <vector>
 
+#include "opening/Fingerprint.h"
+
 namespace tomekeeper {
 
 namespace {
@@ -51,14 +53,7 @@ std::string PublicationFingerprintService::fingerprintFile(const std::filesystem
   unsigned int length = 0;
   EVP_DigestFinal_ex(context.get(), digest, &length);
 
-  static constexpr char kHex[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(length * 2);
-  for (unsigned int index = 0; index < length; ++index) {
-    text += kHex[digest[index] >> 4];
-    text += kHex[digest[index] & 0x0f];
-  }
-  return text;
+  return fingerprintText(std::span(digest, length));
 }
 
 async::Task<std::string> PublicationFingerprintService::fingerprint(std::filesystem::path file) {

@@ -4,15 +4,18 @@
 #include <zlib.h>
 
 #include <fstream>
+#include <map>
 #include <random>
 #include <sstream>
 #include <stop_token>
 
 #include "async/OperationCancelled.h"
 #include "intake/EPUBArchiveInspector.h"
+#include "intake/EPUBArchiveSinglePass.h"
 #include "intake/FileOperations.h"
 #include "intake/IntakeFailures.h"
 #include "intake/ZipCRC32.h"
+#include "opening/PublicationFingerprintService.h"
 #include "support/EpubBuilder.h"
 #include "support/FaultInjectingFileSystem.h"
 #include "support/TemporaryDirectory.h"
@@ -55,13 +58,20 @@ class EPUBArchiveExtractorTest : public ::testing::Test {
     return EPUBArchiveInspector().inspectBlocking(path);
   }
 
-  // Inspects and extracts `book` into `destination_` and returns the failure, if any.
-  std::optional<Failure> failureOf(
-      const EpubBuilder& book,
-      std::int64_t bufferSize = EPUBArchiveExtractor::kStandardBufferSize) {
+  enum class Way { extractor, singlePass };
+  static constexpr std::int64_t kStandard = EPUBArchiveExtractor::kStandardBufferSize;
+
+  // Takes `book` into `destination_` the chosen way and returns the failure, if any.
+  std::optional<Failure> failureOf(const EpubBuilder& book, std::int64_t bufferSize = kStandard,
+                                   Way way = Way::extractor) {
     const fs::path path = write(book);
     try {
-      EPUBArchiveExtractor(bufferSize).extract(path, inspect(path), destination_);
+      if (way == Way::singlePass) {
+        EPUBArchiveSinglePass(EPUBArchiveInspector(), EPUBArchiveExtractor(bufferSize))
+            .extract(path, destination_);
+      } else {
+        EPUBArchiveExtractor(bufferSize).extract(path, inspect(path), destination_);
+      }
       return std::nullopt;
     } catch (const EPUBArchiveExtractionFailureError& error) {
       return error.failure();
@@ -110,54 +120,74 @@ TEST(ZipCRC32Test, ARunningStateFedInPiecesGivesTheWholeChecksum) {
   }
 }
 
-TEST_F(EPUBArchiveExtractorTest, WritesEveryEntryAndReportsTheCounts) {
-  EpubBuilder book;
+// Both ways in, the extractor after the inspector and the single pass, write the same files;
+// the single pass's fingerprint and inspection are those of the hash and the inspector.
+TEST_F(EPUBArchiveExtractorTest, BothWaysInWriteEveryEntry) {
   const std::string image = randomBytes(700000, 1);
   std::string text;
   for (int line = 0; text.size() < 900000; ++line) {
     text += "<p>Line " + std::to_string(line * 7919 % 100003) + "</p>\n";
   }
-  book.addFile("OEBPS/images/cover.jpg", image, ZipArchiveBuilder::kStored);
-  book.addFile("OEBPS/long.xhtml", text);
-  book.archive().addDirectory("OEBPS/empty");
-  const fs::path path = write(book);
-  const EPUBArchiveInspection inspection = inspect(path);
-
-  const ExtractedPublication result =
-      EPUBArchiveExtractor().extract(path, inspection, destination_);
-
-  EXPECT_EQ(result.rootURL, destination_);
-  EXPECT_EQ(result.entryCount, 7);
-  EXPECT_EQ(result.totalUncompressedSize, inspection.totalUncompressedSize);
-  EXPECT_EQ(readFile(destination_ / "mimetype"), "application/epub+zip");
-  EXPECT_EQ(readFile(destination_ / "OEBPS/images/cover.jpg"), image);
-  EXPECT_EQ(readFile(destination_ / "OEBPS/long.xhtml"), text);
-  EXPECT_TRUE(fs::is_directory(destination_ / "OEBPS/empty"));
-  EXPECT_EQ(leftovers(), std::vector<std::string>{"Extracted"});
-}
-
-TEST_F(EPUBArchiveExtractorTest, StreamsEntriesLargerThanTheBuffer) {
-  EpubBuilder book;
   const std::string stored = randomBytes(10000, 2);
   const std::string deflated = randomBytes(5000, 3) + std::string(20000, 'q');
-  book.addFile("OEBPS/stored.bin", stored, ZipArchiveBuilder::kStored);
-  book.addFile("OEBPS/deflated.bin", deflated);
-  EXPECT_EQ(failureOf(book, 64), std::nullopt);
-  EXPECT_EQ(readFile(destination_ / "OEBPS/stored.bin"), stored);
-  EXPECT_EQ(readFile(destination_ / "OEBPS/deflated.bin"), deflated);
-}
-
-TEST_F(EPUBArchiveExtractorTest, ExtractsEntriesWrittenWithDataDescriptors) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").dataDescriptor = true;
-  EXPECT_EQ(failureOf(book), std::nullopt);
-}
-
-TEST_F(EPUBArchiveExtractorTest, AStoredEntryOfNoBytesBecomesAnEmptyFile) {
-  EpubBuilder book;
-  book.addFile("OEBPS/empty.css", "", ZipArchiveBuilder::kStored);
-  EXPECT_EQ(failureOf(book), std::nullopt);
-  EXPECT_EQ(fs::file_size(destination_ / "OEBPS/empty.css"), 0u);
+  EpubBuilder large;
+  large.addFile("OEBPS/images/cover.jpg", image, ZipArchiveBuilder::kStored);
+  large.addFile("OEBPS/long.xhtml", text);
+  EpubBuilder small;
+  small.addFile("OEBPS/stored.bin", stored, ZipArchiveBuilder::kStored);
+  small.addFile("OEBPS/deflated.bin", deflated);
+  small.addFile("OEBPS/empty.css", "", ZipArchiveBuilder::kStored);
+  small.archive().entryNamed("OEBPS/chapter1.xhtml").dataDescriptor = true;
+  small.archive().entryNamed("OEBPS/chapter1.xhtml").localExtraField = std::string(300, 'x');
+  small.archive().setBytesBeforeCentralDirectory("gap");
+  for (EpubBuilder* book : {&large, &small}) book->archive().addDirectory("OEBPS/empty");
+  const struct {
+    const char* name;
+    const EpubBuilder& book;
+    std::int64_t bufferSize;
+    std::map<std::string, std::string> files;
+  } cases[] = {
+      {"large entries",
+       large,
+       EPUBArchiveExtractor::kStandardBufferSize,
+       {{"OEBPS/images/cover.jpg", image}, {"OEBPS/long.xhtml", text}}},
+      {"entries and headers across many small blocks",
+       small,
+       64,
+       {{"OEBPS/stored.bin", stored}, {"OEBPS/deflated.bin", deflated}, {"OEBPS/empty.css", ""}}},
+  };
+  for (const auto& testCase : cases) {
+    for (const Way way : {Way::extractor, Way::singlePass}) {
+      SCOPED_TRACE(std::string(testCase.name) + (way == Way::singlePass ? ", single pass" : ""));
+      const fs::path path = write(testCase.book);
+      const EPUBArchiveInspection inspection = inspect(path);
+      const EPUBArchiveExtractor extractor(testCase.bufferSize);
+      ExtractedPublication result;
+      if (way == Way::extractor) {
+        result = extractor.extract(path, inspection, destination_);
+      } else {
+        const SinglePassExtraction pass =
+            EPUBArchiveSinglePass(EPUBArchiveInspector(), extractor).extract(path, destination_);
+        EXPECT_EQ(pass.fingerprint, PublicationFingerprintService::fingerprintFile(path, {}));
+        EXPECT_EQ(pass.inspection, inspection);
+        result = pass.extracted;
+      }
+      EXPECT_EQ(result.rootURL, destination_);
+      EXPECT_EQ(result.entryCount, static_cast<std::int64_t>(inspection.entries.size()));
+      EXPECT_EQ(result.totalUncompressedSize, inspection.totalUncompressedSize);
+      EXPECT_EQ(readFile(destination_ / "mimetype"), "application/epub+zip");
+      EXPECT_TRUE(fs::is_directory(destination_ / "OEBPS/empty"));
+      for (const auto& [name, contents] : testCase.files) {
+        EXPECT_EQ(readFile(destination_ / name), contents) << name;
+      }
+      EXPECT_EQ(leftovers(), std::vector<std::string>{"Extracted"});
+      fs::remove_all(destination_);
+    }
+  }
+  fs::create_directories(destination_);
+  EXPECT_EQ(failureOf(EpubBuilder()), Failure::destinationExists);
+  EXPECT_EQ(leftovers(), std::vector<std::string>{"Extracted"});
+  EXPECT_TRUE(fs::is_empty(destination_));
 }
 
 TEST_F(EPUBArchiveExtractorTest, AnEmptyInspectionCommitsAnEmptyDirectory) {
@@ -168,76 +198,127 @@ TEST_F(EPUBArchiveExtractorTest, AnEmptyInspectionCommitsAnEmptyDirectory) {
   EXPECT_TRUE(fs::is_empty(destination_));
 }
 
-TEST_F(EPUBArchiveExtractorTest, RefusesAnExistingDestinationAndStagesNothing) {
-  fs::create_directories(destination_);
-  EXPECT_EQ(failureOf(EpubBuilder()), Failure::destinationExists);
-  EXPECT_EQ(leftovers(), std::vector<std::string>{"Extracted"});
-  EXPECT_TRUE(fs::is_empty(destination_));
+// Entries whose bytes lie about their contents: both ways in refuse them the same way, before
+// a surplus byte is written, and leave nothing behind.
+TEST_F(EPUBArchiveExtractorTest, BothWaysInRefuseBytesThatDisagreeWithTheirRecord) {
+  using Entry = ZipArchiveBuilder::Entry;
+  const struct {
+    const char* name;
+    const char* entry;
+    void (*change)(Entry&);
+    std::int64_t bufferSize;
+    Failure failure;
+  } cases[] = {
+      {"a surplus byte of a deflated entry", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) {
+         entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() - 1);
+       },
+       kStandard, Failure::sizeMismatch},
+      {"a stream that produces too few bytes", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) {
+         entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() + 1);
+       },
+       kStandard, Failure::sizeMismatch},
+      {"a wrong CRC with the right size", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) { entry.centralCRC = 0x12345678; }, kStandard, Failure::checksumMismatch},
+      {"a wrong CRC on a stored entry", "mimetype", [](Entry& entry) { entry.centralCRC = 0; },
+       kStandard, Failure::checksumMismatch},
+      {"trailing bytes inside a deflated entry", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) { entry.trailingBytes = "tail"; }, kStandard, Failure::decompressionFailed},
+      {"trailing bytes that fill whole blocks", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) { entry.trailingBytes = std::string(256, 't'); }, 64,
+       Failure::decompressionFailed},
+      {"a stream that runs short", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) {
+         const std::string stream = ZipArchiveBuilder::deflate(entry.content);
+         entry.compressedData = stream.substr(0, stream.size() / 2);
+       },
+       kStandard, Failure::decompressionFailed},
+      {"a corrupt stream", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) { entry.compressedData = std::string(50, '\xFF'); }, kStandard,
+       Failure::decompressionFailed},
+      {"a deflated entry without compressed bytes", "OEBPS/chapter1.xhtml",
+       [](Entry& entry) {
+         entry.content = "";
+         entry.compressedData = "";
+       },
+       kStandard, Failure::decompressionFailed},
+  };
+  for (const auto& testCase : cases) {
+    for (const Way way : {Way::extractor, Way::singlePass}) {
+      SCOPED_TRACE(std::string(testCase.name) + (way == Way::singlePass ? ", single pass" : ""));
+      EpubBuilder book;
+      testCase.change(book.archive().entryNamed(testCase.entry));
+      EXPECT_EQ(failureOf(book, testCase.bufferSize, way), testCase.failure);
+      expectNothingLeftBehind();
+    }
+  }
 }
 
-TEST_F(EPUBArchiveExtractorTest, RefusesTheFirstSurplusByteOfADeflatedEntry) {
-  EpubBuilder book;
-  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
-  entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() - 1);
-  EXPECT_EQ(failureOf(book), Failure::sizeMismatch);
-  expectNothingLeftBehind();
-}
+// Reads the last byte of the file differently from its second read on, as if the file were
+// rewritten between the inspection and the pass.
+class RewrittenUnderTheRead final : public ArchiveFileOpening {
+ public:
+  std::unique_ptr<ArchiveFile> open(const fs::path& path) const override {
+    class File final : public ArchiveFile {
+     public:
+      explicit File(std::unique_ptr<ArchiveFile> real) : real_(std::move(real)) {}
+      std::uint64_t seekToEnd() override { return size_ = position_ = real_->seekToEnd(); }
+      void seek(std::uint64_t offset) override { real_->seek(position_ = offset); }
+      std::size_t read(std::span<std::uint8_t> into) override {
+        const std::size_t count = real_->read(into);
+        position_ += count;
+        if (count > 0 && position_ == size_ && readsOfTheEnd_++ > 0) into[count - 1] ^= 1;
+        return count;
+      }
 
-TEST_F(EPUBArchiveExtractorTest, RefusesAStreamThatProducesTooFewBytes) {
-  EpubBuilder book;
-  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
-  entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() + 1);
-  EXPECT_EQ(failureOf(book), Failure::sizeMismatch);
-  expectNothingLeftBehind();
-}
+     private:
+      std::unique_ptr<ArchiveFile> real_;
+      std::uint64_t size_ = 0, position_ = 0;
+      int readsOfTheEnd_ = 0;
+    };
+    return std::make_unique<File>(ArchiveFileOpening::fileSystem()->open(path));
+  }
+};
 
-TEST_F(EPUBArchiveExtractorTest, RefusesAWrongCRCWithTheRightSize) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").centralCRC = 0x12345678;
-  EXPECT_EQ(failureOf(book), Failure::checksumMismatch);
-  expectNothingLeftBehind();
-}
-
-TEST_F(EPUBArchiveExtractorTest, RefusesAWrongCRCOnAStoredEntry) {
-  EpubBuilder book;
-  book.archive().entryNamed("mimetype").centralCRC = 0;
-  EXPECT_EQ(failureOf(book), Failure::checksumMismatch);
-}
-
-TEST_F(EPUBArchiveExtractorTest, RefusesTrailingBytesInsideADeflatedEntry) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").trailingBytes = "tail";
-  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
-  expectNothingLeftBehind();
-}
-
-TEST_F(EPUBArchiveExtractorTest, RefusesTrailingBytesThatFillAWholeBlock) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").trailingBytes = std::string(256, 't');
-  EXPECT_EQ(failureOf(book, 64), Failure::decompressionFailed);
-}
-
-TEST_F(EPUBArchiveExtractorTest, RefusesAStreamThatRunsShort) {
-  EpubBuilder book;
-  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
-  const std::string stream = ZipArchiveBuilder::deflate(entry.content);
-  entry.compressedData = stream.substr(0, stream.size() / 2);
-  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
-}
-
-TEST_F(EPUBArchiveExtractorTest, RefusesACorruptStream) {
-  EpubBuilder book;
-  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
-  entry.compressedData = std::string(50, '\xFF');
-  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
-}
-
-TEST_F(EPUBArchiveExtractorTest, RefusesADeflatedEntryWithoutCompressedBytes) {
-  EpubBuilder book;
-  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
-  entry.content = "";
-  entry.compressedData = "";
-  EXPECT_EQ(failureOf(book), Failure::decompressionFailed);
+// What only the single pass meets: local headers checked as its stream reaches them, records
+// that share bytes (which cannot be streamed) and a file that changes under the read.
+TEST_F(EPUBArchiveExtractorTest, TheSinglePassRefusesWhatItCannotTrust) {
+  using Entry = ZipArchiveBuilder::Entry;
+  const struct {
+    const char* name;
+    void (*change)(Entry&);
+    std::shared_ptr<const ArchiveFileOpening> files;
+    std::string failure;
+  } cases[] = {
+      {"a local header with another method", [](Entry& entry) { entry.localMethod = 0; },
+       ArchiveFileOpening::fileSystem(), "EPUBArchiveInspectionFailure.malformedArchive"},
+      {"a local header with another name",
+       [](Entry& entry) { entry.localName = "OEBPS/chapter2.xhtml"; },
+       ArchiveFileOpening::fileSystem(), "EPUBArchiveInspectionFailure.malformedArchive"},
+      {"a local header without its signature",
+       [](Entry& entry) { entry.localSignature = 0x04034b51; }, ArchiveFileOpening::fileSystem(),
+       "EPUBArchiveInspectionFailure.malformedArchive"},
+      {"two records of one local header", [](Entry& entry) { entry.centralLocalHeaderOffset = 0; },
+       ArchiveFileOpening::fileSystem(), "EPUBArchiveInspectionFailure.malformedArchive"},
+      {"a file rewritten under the read", [](Entry&) {}, std::make_shared<RewrittenUnderTheRead>(),
+       "EPUBArchiveExtractionFailure.unreadableArchive"},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    EpubBuilder book;
+    testCase.change(book.archive().entryNamed("OEBPS/chapter1.xhtml"));
+    const fs::path path = write(book);
+    const EPUBArchiveSinglePass pass(EPUBArchiveInspector({}, testCase.files),
+                                     EPUBArchiveExtractor(kStandard, testCase.files));
+    try {
+      pass.extract(path, destination_);
+      ADD_FAILURE() << "the book was taken in";
+    } catch (const tomekeeper::Failure& failure) {
+      EXPECT_EQ(failure.reflectiveText(), testCase.failure);
+    }
+    expectNothingLeftBehind();
+  }
 }
 
 // Inspections made by hand reach what the inspector would refuse.

@@ -20,6 +20,7 @@
 #include "intake/IntakeFailures.h"
 #include "intake/PublicationCacheOperationLease.h"
 #include "opening/OpenPerformanceTrace.h"
+#include "opening/PublicationFingerprintService.h"
 #include "support/EpubBuilder.h"
 #include "support/FaultInjectingFileSystem.h"
 #include "support/TemporaryDirectory.h"
@@ -155,6 +156,24 @@ TEST_F(PublicationExtractionCacheTest, ExtractsValidatesAndDescribesABook) {
           kFingerprint + "/Extracted/META-INF", kFingerprint + "/Extracted/META-INF/container.xml",
           kFingerprint + "/Extracted/OEBPS", kFingerprint + "/Extracted/OEBPS/package.opf",
           kFingerprint + "/Extracted/OEBPS/chapter1.xhtml"}));
+}
+
+// A book fingerprinted by the single pass is read once: its prepare commits the staged tree even
+// with the file gone. What no prepare takes leaves nothing once discarded.
+TEST_F(PublicationExtractionCacheTest, APrepareCommitsWhatTheSinglePassStaged) {
+  const fs::path source = writeBook(EpubBuilder());
+  const std::string fingerprint =
+      async::runUntilDone(cache_.fingerprintWhileExtracting(source), 60s);
+  EXPECT_EQ(fingerprint, PublicationFingerprintService::fingerprintFile(source, {}));
+  EXPECT_TRUE(holdsOperationNames(root_));
+  fs::remove(source);
+  const auto resources = prepare(source, fingerprint);
+  EXPECT_TRUE(fs::is_regular_file(resources.extractedRoot / "OEBPS/package.opf"));
+  EXPECT_FALSE(holdsOperationNames(root_));
+
+  const fs::path again = writeBook(EpubBuilder(), "again.epub");
+  cache_.discardStaged(async::runUntilDone(cache_.fingerprintWhileExtracting(again), 60s));
+  EXPECT_FALSE(holdsOperationNames(root_));
 }
 
 TEST_F(PublicationExtractionCacheTest, APackageAtTheRootHasTheBaseAsItsResourceBase) {

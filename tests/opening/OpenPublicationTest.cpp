@@ -26,8 +26,19 @@ class ScriptedCache final : public PublicationCachePreparing {
                                            PublicationDescriptor{}, false};
   }
 
+  bool extractsWhileFingerprinting() const override { return singlePass != SinglePass::none; }
+  async::Task<std::string> fingerprintWhileExtracting(std::filesystem::path file) const override {
+    if (singlePass == SinglePass::fails) throw std::runtime_error("the pass failed");
+    co_return PublicationFingerprintService::fingerprintFile(file, {});
+  }
+  void discardStaged(const std::string& fingerprint) const override {
+    discarded.push_back(fingerprint);
+  }
+
   std::shared_ptr<SecurityScopedAccessLedger> ledger;
   std::shared_ptr<DocumentOpenRegistry> registry;
+  enum class SinglePass { none, succeeds, fails } singlePass = SinglePass::none;
+  mutable std::vector<std::string> discarded;
   mutable int calls = 0;
   bool failure = false;
   bool registerWhilePreparing = false;
@@ -94,6 +105,42 @@ TEST_F(OpenPublicationTest, AFailedPreparationLeavesAFingerprintThatBecameActive
   const auto fingerprint = identityCache->loadRecords().at(0).fingerprint;
   EXPECT_TRUE(registry->isActive(fingerprint));
   expectLedgerBalanced();
+}
+
+// A cache that extracts while it fingerprints spares the plain hash; when its pass fails the
+// plain hash runs, and an open that ends before its prepare drops what the pass staged.
+TEST_F(OpenPublicationTest, TheCachesSinglePassTakesThePlaceOfTheHash) {
+  using SinglePass = ScriptedCache::SinglePass;
+  const struct {
+    const char* name;
+    SinglePass singlePass;
+    std::optional<std::string> expectedFingerprint;
+    int hashes;
+    std::size_t discarded;
+  } cases[] = {
+      {"a pass that succeeds", SinglePass::succeeds, std::nullopt, 0, 0},
+      {"a pass that fails", SinglePass::fails, std::nullopt, 1, 0},
+      {"a pass of another book than expected", SinglePass::succeeds, std::string(64, '0'), 0, 1},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    const std::filesystem::path book = directory / (std::string(testCase.name) + ".epub");
+    writeFile(book, testCase.name);
+    cache->singlePass = testCase.singlePass;
+    cache->discarded.clear();
+    fingerprinter->calls = 0;
+    try {
+      const auto decision =
+          async::runUntilDone(opener.prepare(book, testCase.expectedFingerprint), 10s);
+      EXPECT_EQ(std::get<CreateWindow>(decision).fingerprint,
+                PublicationFingerprintService::fingerprintFile(book, {}));
+    } catch (const DocumentOpenFailureError& error) {
+      EXPECT_EQ(error.failure(), DocumentOpenFailure::relocatedContentMismatch);
+    }
+    EXPECT_EQ(fingerprinter->calls, testCase.hashes);
+    EXPECT_EQ(cache->discarded.size(), testCase.discarded);
+    expectLedgerBalanced();
+  }
 }
 
 TEST_F(OpenPublicationTest, AnIdentityFailureIsThrownOnWithNothingHeld) {
