@@ -306,143 +306,136 @@ class FakeReaderHost final : public ReaderHosting {
 
 // ---- Stores in memory, on a serial executor like the real ones ------------------------------
 
-class MemoryPositionRepository final : public ReadingPositionRepository {
+// Each operation passes through the store's own serial executor, as on the JSON stores, and
+// throws the failure a test set for reads or for writes.
+template <typename Failure>
+class MemoryStore {
+ public:
+  std::optional<Failure> readFailure;
+  std::optional<Failure> writeFailure;
+
+ protected:
+  async::Task<void> reading() {
+    co_await executor_.run([] {});
+    if (readFailure) throwFailure(*readFailure);
+  }
+  async::Task<void> writing() {
+    co_await executor_.run([] {});
+    if (writeFailure) throwFailure(*writeFailure);
+  }
+
+ private:
+  async::SerialExecutor executor_;
+};
+
+class MemoryPositionRepository final : public ReadingPositionRepository,
+                                       public MemoryStore<ReadingPositionPersistenceFailure> {
  public:
   std::map<std::string, Locator> locators;
-  std::optional<ReadingPositionPersistenceFailure> readFailure;
-  std::optional<ReadingPositionPersistenceFailure> writeFailure;
   std::vector<Locator> saves;
   std::vector<std::chrono::steady_clock::time_point> saveTimes;
   int deleteCount = 0;
 
   async::Task<std::optional<Locator>> locator(std::string fingerprint) override {
-    co_await executor_.run([] {});
-    if (readFailure) throwFailure(*readFailure);
+    co_await reading();
     const auto found = locators.find(fingerprint);
     if (found == locators.end()) co_return std::nullopt;
     co_return found->second;
   }
   async::Task<void> save(Locator value, std::string fingerprint) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
+    co_await writing();
     saves.push_back(value);
     saveTimes.push_back(std::chrono::steady_clock::now());
     locators[fingerprint] = std::move(value);
   }
   async::Task<void> deleteLocator(std::string fingerprint) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
+    co_await writing();
     ++deleteCount;
     locators.erase(fingerprint);
   }
-
- private:
-  async::SerialExecutor executor_;
 };
 
-class MemoryBookmarkRepository final : public BookmarkRepository {
+// The records of every book in one list; a save replaces the record of the same id.
+template <typename Record, typename Failure>
+class MemoryRecordStore : public MemoryStore<Failure> {
  public:
-  std::vector<Bookmark> stored;
-  std::optional<BookmarkPersistenceFailure> readFailure;
-  std::optional<BookmarkPersistenceFailure> writeFailure;
+  std::vector<Record> stored;
 
-  async::Task<std::vector<Bookmark>> bookmarks(std::string fingerprint) override {
-    co_await executor_.run([] {});
-    if (readFailure) throwFailure(*readFailure);
-    std::vector<Bookmark> found;
-    for (const Bookmark& bookmark : stored) {
-      if (bookmark.bookFingerprint == fingerprint) found.push_back(bookmark);
+ protected:
+  async::Task<std::vector<Record>> list(std::string fingerprint) {
+    co_await this->reading();
+    std::vector<Record> found;
+    for (const Record& record : stored) {
+      if (record.bookFingerprint == fingerprint) found.push_back(record);
     }
     co_return found;
   }
-  async::Task<void> save(Bookmark bookmark) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
-    stored.push_back(std::move(bookmark));
-  }
-  async::Task<void> deleteBookmark(Uuid id, std::string) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
-    std::erase_if(stored, [&](const Bookmark& bookmark) { return bookmark.id == id; });
-  }
-  async::Task<void> deleteAll(std::string fingerprint) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
-    std::erase_if(
-        stored, [&](const Bookmark& bookmark) { return bookmark.bookFingerprint == fingerprint; });
-  }
-
- private:
-  async::SerialExecutor executor_;
-};
-
-class MemoryAnnotationRepository final : public AnnotationRepository {
- public:
-  std::vector<Annotation> stored;
-  std::optional<AnnotationPersistenceFailure> readFailure;
-  std::optional<AnnotationPersistenceFailure> writeFailure;
-
-  async::Task<std::vector<Annotation>> annotations(std::string fingerprint) override {
-    co_await executor_.run([] {});
-    if (readFailure) throwFailure(*readFailure);
-    std::vector<Annotation> found;
-    for (const Annotation& annotation : stored) {
-      if (annotation.bookFingerprint == fingerprint) found.push_back(annotation);
-    }
-    co_return found;
-  }
-  async::Task<void> save(Annotation annotation) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
-    for (Annotation& entry : stored) {
-      if (entry.id == annotation.id) {
-        entry = std::move(annotation);
+  async::Task<void> put(Record record) {
+    co_await this->writing();
+    for (Record& entry : stored) {
+      if (entry.id == record.id) {
+        entry = std::move(record);
         co_return;
       }
     }
-    stored.push_back(std::move(annotation));
+    stored.push_back(std::move(record));
   }
-  async::Task<void> deleteAnnotation(Uuid id, std::string) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
-    std::erase_if(stored, [&](const Annotation& annotation) { return annotation.id == id; });
+  async::Task<void> erase(Uuid id) {
+    co_await this->writing();
+    std::erase_if(stored, [&](const Record& record) { return record.id == id; });
   }
-  async::Task<void> deleteAll(std::string fingerprint) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
-    std::erase_if(stored, [&](const Annotation& annotation) {
-      return annotation.bookFingerprint == fingerprint;
-    });
+  async::Task<void> eraseAll(std::string fingerprint) {
+    co_await this->writing();
+    std::erase_if(stored,
+                  [&](const Record& record) { return record.bookFingerprint == fingerprint; });
   }
+};
 
- private:
-  async::SerialExecutor executor_;
+class MemoryBookmarkRepository final
+    : public BookmarkRepository,
+      public MemoryRecordStore<Bookmark, BookmarkPersistenceFailure> {
+ public:
+  async::Task<std::vector<Bookmark>> bookmarks(std::string fingerprint) override {
+    return list(std::move(fingerprint));
+  }
+  async::Task<void> save(Bookmark bookmark) override { return put(std::move(bookmark)); }
+  async::Task<void> deleteBookmark(Uuid id, std::string) override { return erase(id); }
+  async::Task<void> deleteAll(std::string fingerprint) override {
+    return eraseAll(std::move(fingerprint));
+  }
+};
+
+class MemoryAnnotationRepository final
+    : public AnnotationRepository,
+      public MemoryRecordStore<Annotation, AnnotationPersistenceFailure> {
+ public:
+  async::Task<std::vector<Annotation>> annotations(std::string fingerprint) override {
+    return list(std::move(fingerprint));
+  }
+  async::Task<void> save(Annotation annotation) override { return put(std::move(annotation)); }
+  async::Task<void> deleteAnnotation(Uuid id, std::string) override { return erase(id); }
+  async::Task<void> deleteAll(std::string fingerprint) override {
+    return eraseAll(std::move(fingerprint));
+  }
 };
 
 // One of the four simple global stores.
-template <typename Interface, typename Value, typename FailureEnumeration>
-class MemoryValueRepository final : public Interface {
+template <typename Interface, typename Value, typename Failure>
+class MemoryValueRepository final : public Interface, public MemoryStore<Failure> {
  public:
   explicit MemoryValueRepository(Value initial) : value(initial) {}
   Value value;
-  std::optional<FailureEnumeration> readFailure;
-  std::optional<FailureEnumeration> writeFailure;
   std::vector<Value> saves;
 
   async::Task<Value> load() override {
-    co_await executor_.run([] {});
-    if (readFailure) throwFailure(*readFailure);
+    co_await this->reading();
     co_return value;
   }
   async::Task<void> save(Value newValue) override {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
+    co_await this->writing();
     saves.push_back(newValue);
     value = newValue;
   }
-
- private:
-  async::SerialExecutor executor_;
 };
 
 using MemoryThemeRepository = MemoryValueRepository<ReadingThemeRepository, ReadingThemeSelection,
@@ -455,16 +448,15 @@ using MemoryScrolledWidthRepository =
     MemoryValueRepository<ScrolledContentWidthRepository, ScrolledContentWidth,
                           ScrolledContentWidthPersistenceFailure>;
 
-class MemoryTypographyRepository final : public TypographyPreferencesRepository {
+class MemoryTypographyRepository final
+    : public TypographyPreferencesRepository,
+      public MemoryStore<TypographyPreferencesPersistenceFailure> {
  public:
   TypographyPreferences value;
-  std::optional<TypographyPreferencesPersistenceFailure> readFailure;
-  std::optional<TypographyPreferencesPersistenceFailure> writeFailure;
   int writeCount = 0;
 
   async::Task<TypographyPreferences> load() override {
-    co_await executor_.run([] {});
-    if (readFailure) throwFailure(*readFailure);
+    co_await reading();
     co_return value;
   }
   async::Task<void> saveFont(TypographyFontSelection selection) override {
@@ -494,11 +486,9 @@ class MemoryTypographyRepository final : public TypographyPreferencesRepository 
 
  private:
   async::Task<void> write() {
-    co_await executor_.run([] {});
-    if (writeFailure) throwFailure(*writeFailure);
+    co_await writing();
     ++writeCount;
   }
-  async::SerialExecutor executor_;
 };
 
 // ---- Fonts, location log ----------------------------------------------------------------------
