@@ -1,0 +1,66 @@
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "library/LibraryCatalog.h"
+#include "platform/GObjectHandle.h"
+
+namespace tomekeeper {
+
+// How the library lays its books out.
+enum class LibraryLayout { grid, list };
+
+// The texts a book's item shows and says. Pure.
+// "42%" for a progression of 0.42 (rounded down, so only a finished book shows 100%); "0%"
+// for a book without a position.
+std::string libraryProgressText(std::optional<double> progress);
+// "Last read 25 Nov 2026"; "Not read yet" without a date.
+std::string libraryLastReadText(std::optional<Date> lastRead);
+// What assistive tools say for the item: "Title, by A and B, 42% read, Last read …" and
+// ", unavailable" for a book whose file is gone.
+std::string libraryBookAccessibleLabel(const LibraryBook& book);
+
+// The cover thumbnails of the books shown, decoded once each on the background pool and kept
+// as textures. Main executor only; a decode that ends after the cache is gone is dropped.
+class LibraryCoverCache {
+ public:
+  LibraryCoverCache();
+  ~LibraryCoverCache();
+  LibraryCoverCache(const LibraryCoverCache&) = delete;
+  LibraryCoverCache& operator=(const LibraryCoverCache&) = delete;
+
+  // Shows `book`'s cover in the item's cover stack: at once when it is decoded, after its
+  // decode otherwise (unless the item shows another book by then); the placeholder stays for a
+  // book without one, or whose thumbnail does not decode.
+  void show(GtkWidget* coverStack, const LibraryBook& book);
+
+  // Covers being decoded now.
+  std::size_t decodingCount() const noexcept { return decoding_.size(); }
+
+ private:
+  struct Waiting;
+  void decoded(const std::string& fingerprint, GObjectHandle<GdkTexture> texture);
+
+  std::map<std::string, GObjectHandle<GdkTexture>> textures_;
+  std::set<std::string> failed_;
+  std::set<std::string> decoding_;
+  std::vector<std::unique_ptr<Waiting>> waiting_;
+  std::shared_ptr<LibraryCoverCache*> lifetime_;
+};
+
+// A new, unbound item widget of `layout`, for a list item factory's setup.
+GtkWidget* makeLibraryBookItem(LibraryLayout layout);
+// Shows `book` in an item made by makeLibraryBookItem: its cover (or placeholder with its
+// title), title, authors, progress and last read, and, when unavailable, "Locate…". Its menu
+// and buttons name the actions "library.open", "library.locate" and "library.remove" with the
+// book's fingerprint.
+void bindLibraryBookItem(GtkWidget* item, const LibraryBook& book, LibraryCoverCache& covers);
+
+}  // namespace tomekeeper
