@@ -38,44 +38,20 @@ const epub3Package = `<?xml version="1.0" encoding="UTF-8"?>
 </package>`;
 
 describe('PackageDocument', () => {
-  it('ReadsTheMainTitleAndEveryCreatorInOrder', () => {
-    const parsed = parsePackageDocument(epub3Package, packageURL, base);
-    expect(parsed.title).toBe('The Main Title');
-    expect(parsed.creators).toEqual(['Ada Writer', 'Bo Illustrator']);
-    expect(parsed.language).toBe('en');
-    expect(parsed.version).toBe('3.0');
-  });
-
-  it('ReadsTheUniqueIdentifierNamedByThePackage', () => {
-    expect(parsePackageDocument(epub3Package, packageURL, base).uniqueIdentifier).toBe('urn:uuid:1234');
-  });
-
-  it('FindsTheEpub3CoverImage', () => {
-    expect(parsePackageDocument(epub3Package, packageURL, base).coverURL).toBe(`${base}images/cover.jpg`);
-  });
-
-  it('ResolvesManifestHrefsAgainstThePackage', () => {
-    const parsed = parsePackageDocument(epub3Package, packageURL, base);
-    expect(parsed.manifest.map((item) => item.url)).toContain(`${base}text/chapter%201.xhtml`);
-    expect(parsed.navigationDocumentURL).toBe(`${base}nav.xhtml`);
-    expect(parsed.ncxURL).toBe(`${base}toc.ncx`);
-  });
-
-  it('BuildsTheSpineWithLinearAndCfiSteps', () => {
-    const parsed = parsePackageDocument(epub3Package, packageURL, base);
-    expect(parsed.spine.map((item) => [item.index, item.idref, item.href, item.linear, item.cfiStep])).toEqual([
-      [0, 'c1', 'text/chapter%201.xhtml', true, 2],
-      [1, 'c2', 'text/chapter2.xhtml', true, 6],
-      [2, 'notes', '../notes.xhtml', false, 8],
-    ]);
-    expect(parsed.spineCfiStep).toBe(6);
-  });
-
-  it('ReadsPageProgressionAndLayoutWithItemOverrides', () => {
-    const parsed = parsePackageDocument(epub3Package, packageURL, base);
-    expect(parsed.pageProgressionDirection).toBe('rtl');
-    expect(parsed.layout).toBe('reflowable');
-    expect(parsed.spine.map((item) => item.layout)).toEqual(['reflowable', 'pre-paginated', 'reflowable']);
+  const parsed = parsePackageDocument(epub3Package, packageURL, base);
+  it.each<[string, (document: typeof parsed) => unknown, unknown]>([
+    ['ReadsTheMainTitleAndEveryCreatorInOrder', (d) => [d.title, d.creators, d.language, d.version], ['The Main Title', ['Ada Writer', 'Bo Illustrator'], 'en', '3.0']],
+    ['ReadsTheUniqueIdentifierNamedByThePackage', (d) => d.uniqueIdentifier, 'urn:uuid:1234'],
+    ['FindsTheEpub3CoverImage', (d) => d.coverURL, `${base}images/cover.jpg`],
+    ['ResolvesManifestHrefsAgainstThePackage', (d) => [d.manifest.some((item) => item.url === `${base}text/chapter%201.xhtml`), d.navigationDocumentURL, d.ncxURL], [true, `${base}nav.xhtml`, `${base}toc.ncx`]],
+    [
+      'BuildsTheSpineWithLinearAndCfiSteps',
+      (d) => [d.spineCfiStep, d.spine.map((item) => [item.index, item.idref, item.href, item.linear, item.cfiStep])],
+      [6, [[0, 'c1', 'text/chapter%201.xhtml', true, 2], [1, 'c2', 'text/chapter2.xhtml', true, 6], [2, 'notes', '../notes.xhtml', false, 8]]],
+    ],
+    ['ReadsPageProgressionAndLayoutWithItemOverrides', (d) => [d.pageProgressionDirection, d.layout, d.spine.map((item) => item.layout)], ['rtl', 'reflowable', ['reflowable', 'pre-paginated', 'reflowable']]],
+  ])('%s', (_name, read, expected) => {
+    expect(read(parsed)).toEqual(expected);
   });
 
   it('ReadsAPrePaginatedBook', () => {
@@ -209,17 +185,12 @@ describe('PackageDocument', () => {
     }
   });
 
-  it('RefusesADocumentThatIsNotWellFormed', () => {
-    expect(() => parsePackageDocument('<package><metadata>', packageURL, base)).toThrow(/well-formed/);
-  });
-
-  it('RefusesAPackageWithoutSpineItems', () => {
-    const text = `<package xmlns="http://www.idpf.org/2007/opf"><metadata/><manifest/><spine><itemref idref="x"/></spine></package>`;
-    expect(() => parsePackageDocument(text, packageURL, base)).toThrow(/spine/);
-  });
-
-  it('RefusesAnotherRootElement', () => {
-    expect(() => parsePackageDocument('<html/>', packageURL, base)).toThrow(/package/);
+  it.each([
+    ['RefusesADocumentThatIsNotWellFormed', '<package><metadata>', /well-formed/],
+    ['RefusesAPackageWithoutSpineItems', '<package xmlns="http://www.idpf.org/2007/opf"><metadata/><manifest/><spine><itemref idref="x"/></spine></package>', /spine/],
+    ['RefusesAnotherRootElement', '<html/>', /package/],
+  ])('%s', (_name, text, message) => {
+    expect(() => parsePackageDocument(text, packageURL, base)).toThrow(message);
   });
 });
 
