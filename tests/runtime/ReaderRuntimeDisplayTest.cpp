@@ -53,174 +53,230 @@ std::string keeperBook() {
   return builder.build();
 }
 
-TEST_F(ReaderRuntimeDisplayTest, OpensABookAndShowsItsFirstPage) {
+// The cases below share one web view and one opened book per test: each runs as its own
+// section, named as its behaviour, from a place it goes to first.
+
+TEST_F(ReaderRuntimeDisplayTest, OpensABookAndMovesThroughItsPagesSectionsAndContents) {
   const OpenPublicationResult opened = openBook(keeperBook());
-  EXPECT_EQ(opened.title, "The Keeper of Tomes");
-  EXPECT_EQ(opened.authors, std::vector<std::string>{"Ada Shelfwright"});
-  EXPECT_EQ(opened.spineItemCount, 3);
-  EXPECT_NE(opened.initialResourceURL.find("text/chapter1.xhtml"), std::string::npos);
-
-  const Locator locator = run(bridge().currentLocator());
-  EXPECT_EQ(locator.spineIndex, 0);
-  EXPECT_EQ(locator.spineHref, "text/chapter1.xhtml");
-  EXPECT_EQ(locator.sectionProgression, 0.0);
-  ASSERT_TRUE(locator.excerpt);
-  EXPECT_EQ(locator.excerpt->exact.rfind("Chapter 1", 0), 0u) << locator.excerpt->exact;
-
-  const json shown = visibleSection();
-  ASSERT_FALSE(shown["visible"].empty()) << shown.dump();
-  EXPECT_EQ(shown["visible"][0], "top");
-  saveScreenshot("first-page");
-}
-
-TEST_F(ReaderRuntimeDisplayTest, NextTurnsToTheFollowingPageOfTheSection) {
-  openBook(keeperBook());
-  const json before = visibleSection();
-  const ReaderPositionResult position = run(bridge().next());
-  EXPECT_EQ(position.spineIndex, 0);
-  EXPECT_EQ(position.page, 2);
-  EXPECT_GT(position.pageCount, 2);
-  EXPECT_FALSE(position.atStart);
-  EXPECT_FALSE(position.atEnd);
-
-  const json after = visibleSection();
-  ASSERT_FALSE(after["visible"].empty()) << after.dump();
-  EXPECT_NE(after["visible"], before["visible"]);
-  const Locator locator = run(bridge().currentLocator());
-  EXPECT_GT(locator.sectionProgression.value_or(0), 0.0);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, SectionsAreReachedByNextSectionPreviousSectionAndHref) {
-  openBook(keeperBook());
-  ReaderPositionResult position = run(bridge().nextSection());
-  EXPECT_EQ(position.spineIndex, 1);
-  EXPECT_EQ(position.page, 1);
-  EXPECT_EQ(visibleSection()["visible"][0], "top");
-  position = run(bridge().nextSection());
-  EXPECT_EQ(position.spineIndex, 2);
-  position = run(bridge().previousSection());
-  EXPECT_EQ(position.spineIndex, 1);
-  EXPECT_EQ(position.page, 1);
-
-  position = run(bridge().goTo(GoToRequest{"text/chapter2.xhtml#c2p20"}));
-  EXPECT_EQ(position.spineIndex, 1);
-  EXPECT_GT(position.page, 1);
-  const json shown = visibleSection();
-  EXPECT_NE(std::find(shown["visible"].begin(), shown["visible"].end(), "c2p20"),
-            shown["visible"].end())
-      << shown.dump();
-  position = run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
-  EXPECT_EQ(position.spineIndex, 2);
-  EXPECT_EQ(position.page, 1);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, TheContentsComeFromTheNavigationDocument) {
-  openBook(keeperBook());
-  const TableOfContentsResult contents = run(bridge().tableOfContents());
-  ASSERT_EQ(contents.items.size(), 3u);
-  EXPECT_EQ(contents.items[0].title, "The First Chapter");
-  EXPECT_EQ(contents.items[0].href, "text/chapter1.xhtml");
-  ASSERT_EQ(contents.items[1].children.size(), 1u);
-  EXPECT_EQ(contents.items[1].children[0].href, "text/chapter2.xhtml#c2p20");
-  // Each entry leads where it says.
-  const ReaderPositionResult position =
-      run(bridge().goTo(GoToRequest{contents.items[1].children[0].href}));
-  EXPECT_EQ(position.spineIndex, 1);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, WalksToTheEndAndBackToTheStart) {
-  openBook(keeperBook());
-  std::vector<std::pair<std::int64_t, std::int64_t>> forward{{0, 1}};
-  const auto atEnd = nextUntil([&](const ReaderPositionResult& position) {
-    forward.emplace_back(position.spineIndex, position.page);
-    return position.atEnd;
-  });
-  ASSERT_TRUE(atEnd) << "no end within 100 pages";
-  EXPECT_EQ(atEnd->spineIndex, 2);
-  EXPECT_EQ(atEnd->page, atEnd->pageCount);
-  // Every page came once, in order.
-  for (std::size_t step = 1; step < forward.size(); ++step) {
-    EXPECT_LT(forward[step - 1], forward[step]) << "step " << step;
+  const auto toTheStart = [&] { run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"})); };
+  {
+    SCOPED_TRACE("OpensABookAndShowsItsFirstPage");
+    EXPECT_EQ(opened.title, "The Keeper of Tomes");
+    EXPECT_EQ(opened.authors, std::vector<std::string>{"Ada Shelfwright"});
+    EXPECT_EQ(opened.spineItemCount, 3);
+    EXPECT_NE(opened.initialResourceURL.find("text/chapter1.xhtml"), std::string::npos);
+    const Locator locator = run(bridge().currentLocator());
+    EXPECT_EQ(locator.spineIndex, 0);
+    EXPECT_EQ(locator.spineHref, "text/chapter1.xhtml");
+    EXPECT_EQ(locator.sectionProgression, 0.0);
+    ASSERT_TRUE(locator.excerpt);
+    EXPECT_EQ(locator.excerpt->exact.rfind("Chapter 1", 0), 0u) << locator.excerpt->exact;
+    const json shown = visibleSection();
+    ASSERT_FALSE(shown["visible"].empty()) << shown.dump();
+    EXPECT_EQ(shown["visible"][0], "top");
+    saveScreenshot("first-page");
   }
-  // Past the end nothing moves.
-  const ReaderPositionResult stay = run(bridge().next());
-  EXPECT_TRUE(stay.atEnd);
-  EXPECT_EQ(stay.page, atEnd->page);
-
-  std::vector<std::pair<std::int64_t, std::int64_t>> backward{{atEnd->spineIndex, atEnd->page}};
-  for (int turn = 0; turn < 100; ++turn) {
-    const ReaderPositionResult position = run(bridge().previous());
-    backward.emplace_back(position.spineIndex, position.page);
-    if (position.atStart) break;
+  {
+    SCOPED_TRACE("NextTurnsToTheFollowingPageOfTheSection");
+    const json before = visibleSection();
+    const ReaderPositionResult position = run(bridge().next());
+    EXPECT_EQ(position.spineIndex, 0);
+    EXPECT_EQ(position.page, 2);
+    EXPECT_GT(position.pageCount, 2);
+    EXPECT_FALSE(position.atStart);
+    EXPECT_FALSE(position.atEnd);
+    const json after = visibleSection();
+    ASSERT_FALSE(after["visible"].empty()) << after.dump();
+    EXPECT_NE(after["visible"], before["visible"]);
+    EXPECT_GT(run(bridge().currentLocator()).sectionProgression.value_or(0), 0.0);
   }
-  std::reverse(backward.begin(), backward.end());
-  EXPECT_EQ(backward, forward);
-  EXPECT_EQ(visibleSection()["visible"][0], "top");
+  {
+    SCOPED_TRACE("SectionsAreReachedByNextSectionPreviousSectionAndHref");
+    toTheStart();
+    ReaderPositionResult position = run(bridge().nextSection());
+    EXPECT_EQ(position.spineIndex, 1);
+    EXPECT_EQ(position.page, 1);
+    EXPECT_EQ(visibleSection()["visible"][0], "top");
+    position = run(bridge().nextSection());
+    EXPECT_EQ(position.spineIndex, 2);
+    position = run(bridge().previousSection());
+    EXPECT_EQ(position.spineIndex, 1);
+    EXPECT_EQ(position.page, 1);
+    position = run(bridge().goTo(GoToRequest{"text/chapter2.xhtml#c2p20"}));
+    EXPECT_EQ(position.spineIndex, 1);
+    EXPECT_GT(position.page, 1);
+    const json shown = visibleSection();
+    EXPECT_NE(std::find(shown["visible"].begin(), shown["visible"].end(), "c2p20"),
+              shown["visible"].end())
+        << shown.dump();
+    position = run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+    EXPECT_EQ(position.spineIndex, 2);
+    EXPECT_EQ(position.page, 1);
+  }
+  {
+    SCOPED_TRACE("TheContentsComeFromTheNavigationDocument");
+    toTheStart();
+    const TableOfContentsResult contents = run(bridge().tableOfContents());
+    ASSERT_EQ(contents.items.size(), 3u);
+    EXPECT_EQ(contents.items[0].title, "The First Chapter");
+    EXPECT_EQ(contents.items[0].href, "text/chapter1.xhtml");
+    ASSERT_EQ(contents.items[1].children.size(), 1u);
+    EXPECT_EQ(contents.items[1].children[0].href, "text/chapter2.xhtml#c2p20");
+    // Each entry leads where it says.
+    EXPECT_EQ(run(bridge().goTo(GoToRequest{contents.items[1].children[0].href})).spineIndex, 1);
+  }
+  {
+    SCOPED_TRACE("WalksToTheEndAndBackToTheStart");
+    toTheStart();
+    std::vector<std::pair<std::int64_t, std::int64_t>> forward{{0, 1}};
+    const auto atEnd = nextUntil([&](const ReaderPositionResult& position) {
+      forward.emplace_back(position.spineIndex, position.page);
+      return position.atEnd;
+    });
+    ASSERT_TRUE(atEnd) << "no end within 100 pages";
+    EXPECT_EQ(atEnd->spineIndex, 2);
+    EXPECT_EQ(atEnd->page, atEnd->pageCount);
+    // Every page came once, in order.
+    for (std::size_t step = 1; step < forward.size(); ++step) {
+      EXPECT_LT(forward[step - 1], forward[step]) << "step " << step;
+    }
+    // Past the end nothing moves.
+    const ReaderPositionResult stay = run(bridge().next());
+    EXPECT_TRUE(stay.atEnd);
+    EXPECT_EQ(stay.page, atEnd->page);
+    std::vector<std::pair<std::int64_t, std::int64_t>> backward{{atEnd->spineIndex, atEnd->page}};
+    for (int turn = 0; turn < 100; ++turn) {
+      const ReaderPositionResult position = run(bridge().previous());
+      backward.emplace_back(position.spineIndex, position.page);
+      if (position.atStart) break;
+    }
+    std::reverse(backward.begin(), backward.end());
+    EXPECT_EQ(backward, forward);
+    EXPECT_EQ(visibleSection()["visible"][0], "top");
+  }
+  {
+    SCOPED_TRACE("AScriptInASectionDoesNotRun");
+    run(bridge().goTo(GoToRequest{"text/chapter2.xhtml"}));
+    const json state = evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      return { src: frame.src, title: frame.contentDocument.title,
+               marker: frame.contentDocument.documentElement.getAttribute('data-marker') };
+    )");
+    EXPECT_NE(state["src"].get<std::string>().find("chapter2.xhtml"), std::string::npos);
+    EXPECT_EQ(state["title"], "Chapter 2");
+    EXPECT_EQ(state["marker"], nullptr);
+  }
 }
 
-TEST_F(ReaderRuntimeDisplayTest, GoingToTheCurrentLocatorDoesNotDrift) {
+// From the third page of the second section; every change is undone before the next, except the
+// larger type, which comes last.
+TEST_F(ReaderRuntimeDisplayTest, TheReadersPlaceIsKeptByLocatorsAndThroughPresentationChanges) {
   const Locator before = standInTheMiddleOfTheBook(keeperBook());
   ASSERT_TRUE(before.cfi);
-  for (int round = 0; round < 3; ++round) {
-    const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
-    EXPECT_EQ(position.page, 3);
-    EXPECT_EQ(position.locatorResolution, "cfi");
-    EXPECT_EQ(run(bridge().currentLocator()), before) << "round " << round;
-  }
-  // From elsewhere in the book, too.
-  run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
-  run(bridge().goTo(GoToLocatorRequest{before}));
-  EXPECT_EQ(run(bridge().currentLocator()), before);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, ALocatorWithoutCfiIsFoundByItsExcerpt) {
-  Locator before = standInTheMiddleOfTheBook(keeperBook());
-  run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
-  before.cfi.reset();
-  const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
-  EXPECT_EQ(position.locatorResolution, "excerpt");
-  EXPECT_EQ(position.page, 3);
   ASSERT_TRUE(before.excerpt);
-  EXPECT_TRUE(isTextOnScreen(*before.excerpt));
-}
-
-TEST_F(ReaderRuntimeDisplayTest, ALargerFontKeepsTheFirstVisibleCharacter) {
-  const Locator before = standInTheMiddleOfTheBook(keeperBook());
-  ConfigureTypographyRequest typography;
-  typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
-  typography.fontScale.value = 1.6;
-  const ConfigureTypographyResult result = run(bridge().configureTypography(typography));
-  EXPECT_TRUE(result.applied);
-  ASSERT_TRUE(result.computedRootFontSize);
-  EXPECT_NEAR(*result.computedRootFontSize, 16 * 1.6, 0.5);
-  expectStillShown(before, "font scale 1.6");
-  const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
-  EXPECT_GT(position.page, 3) << "larger type takes more pages to reach the same words";
-}
-
-TEST_F(ReaderRuntimeDisplayTest, ADarkThemeKeepsTheFirstVisibleCharacter) {
-  const Locator before = standInTheMiddleOfTheBook(keeperBook());
-  const ConfigureThemeResult result =
-      run(bridge().configureTheme(ConfigureThemeRequest{{ReadingThemeSelection::dark}}));
-  EXPECT_GT(result.configurationRevision, 0);
-  EXPECT_EQ(result.computedBodyBackgroundColor, "rgb(28, 28, 30)");
-  EXPECT_EQ(result.computedBodyColor, "rgb(227, 227, 227)");
-  expectStillShown(before, "dark theme");
-  saveScreenshot("dark-theme");
-}
-
-TEST_F(ReaderRuntimeDisplayTest, ScrolledModeKeepsTheFirstVisibleCharacter) {
-  const Locator before = standInTheMiddleOfTheBook(keeperBook());
-  const ConfigureReadingModeResult result =
-      run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
-  EXPECT_EQ(result.effectiveMode, ReadingMode::scrolled);
-  EXPECT_EQ(result.computedContainerOverflow, "hidden auto");
-  expectStillShown(before, "scrolled mode");
-  saveScreenshot("scrolled-mode");
-  // And back to pages, from where the scrolled view stands.
-  const Locator scrolled = run(bridge().currentLocator());
-  run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::paginated}));
-  expectStillShown(scrolled, "paginated again");
+  const auto backToThePlace = [&] { run(bridge().goTo(GoToLocatorRequest{before})); };
+  {
+    SCOPED_TRACE("GoingToTheCurrentLocatorDoesNotDrift");
+    for (int round = 0; round < 3; ++round) {
+      const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
+      EXPECT_EQ(position.page, 3);
+      EXPECT_EQ(position.locatorResolution, "cfi");
+      EXPECT_EQ(run(bridge().currentLocator()), before) << "round " << round;
+    }
+    // From elsewhere in the book, too.
+    run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+    backToThePlace();
+    EXPECT_EQ(run(bridge().currentLocator()), before);
+  }
+  {
+    SCOPED_TRACE("ALocatorWithoutCfiIsFoundByItsExcerpt");
+    run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
+    Locator withoutCfi = before;
+    withoutCfi.cfi.reset();
+    const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{withoutCfi}));
+    EXPECT_EQ(position.locatorResolution, "excerpt");
+    EXPECT_EQ(position.page, 3);
+    EXPECT_TRUE(isTextOnScreen(*before.excerpt));
+  }
+  {
+    SCOPED_TRACE("ABookmarkIsVisibleOnlyOnItsPage");
+    std::vector<std::set<Uuid>> changes;
+    bridge().onBookmarkVisibilityChanged = [&](std::set<Uuid> visible) {
+      changes.push_back(std::move(visible));
+    };
+    const Uuid bookmarkID = Uuid::random();
+    const Uuid elsewhereID = Uuid::random();
+    run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+    const Locator elsewhere = run(bridge().currentLocator());
+    backToThePlace();
+    const BookmarkVisibilityResult visible = run(bridge().configureBookmarkVisibility(
+        ConfigureBookmarkVisibilityRequest{{{bookmarkID, before}, {elsewhereID, elsewhere}}}));
+    EXPECT_EQ(visible.visibleBookmarkIDs, std::vector<Uuid>{bookmarkID});
+    run(bridge().next());
+    ASSERT_TRUE(iterateUntil([&] { return !changes.empty(); }, 2s));
+    EXPECT_TRUE(changes.back().empty());
+    run(bridge().previous());
+    ASSERT_TRUE(iterateUntil([&] { return changes.size() >= 2; }, 2s));
+    EXPECT_EQ(changes.back(), std::set<Uuid>{bookmarkID});
+    run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
+    ASSERT_TRUE(iterateUntil([&] { return changes.size() >= 3; }, 2s));
+    EXPECT_EQ(changes.back(), std::set<Uuid>{elsewhereID});
+    run(bridge().configureBookmarkVisibility(ConfigureBookmarkVisibilityRequest{}));
+    bridge().onBookmarkVisibilityChanged = nullptr;
+  }
+  {
+    SCOPED_TRACE("ADarkThemeKeepsTheFirstVisibleCharacter");
+    backToThePlace();
+    const ConfigureThemeResult result =
+        run(bridge().configureTheme(ConfigureThemeRequest{{ReadingThemeSelection::dark}}));
+    EXPECT_GT(result.configurationRevision, 0);
+    EXPECT_EQ(result.computedBodyBackgroundColor, "rgb(28, 28, 30)");
+    EXPECT_EQ(result.computedBodyColor, "rgb(227, 227, 227)");
+    expectStillShown(before, "dark theme");
+    saveScreenshot("dark-theme");
+    run(bridge().configureTheme(ConfigureThemeRequest{{ReadingThemeSelection::light}}));
+  }
+  {
+    SCOPED_TRACE("ScrolledModeKeepsTheFirstVisibleCharacter");
+    backToThePlace();
+    const ConfigureReadingModeResult result =
+        run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
+    EXPECT_EQ(result.effectiveMode, ReadingMode::scrolled);
+    EXPECT_EQ(result.computedContainerOverflow, "hidden auto");
+    expectStillShown(before, "scrolled mode");
+    saveScreenshot("scrolled-mode");
+    // And back to pages, from where the scrolled view stands.
+    const Locator scrolled = run(bridge().currentLocator());
+    run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::paginated}));
+    expectStillShown(scrolled, "paginated again");
+  }
+  {
+    SCOPED_TRACE("TwoPagesASpreadKeepTheFirstVisibleCharacter");
+    backToThePlace();
+    const ConfigurePageLayoutResult result =
+        run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+    EXPECT_EQ(result.effectiveColumnCount, 2);
+    expectStillShown(before, "double page");
+    saveScreenshot("double-page");
+    // A spread begins before the page that it holds; a single page again shows the reader's
+    // place, not the spread's beginning.
+    run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::singlePage}));
+    EXPECT_EQ(run(bridge().currentLocator()).cfi, before.cfi);
+  }
+  {
+    SCOPED_TRACE("ALargerFontKeepsTheFirstVisibleCharacter");
+    backToThePlace();
+    ConfigureTypographyRequest typography;
+    typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
+    typography.fontScale.value = 1.6;
+    const ConfigureTypographyResult result = run(bridge().configureTypography(typography));
+    EXPECT_TRUE(result.applied);
+    ASSERT_TRUE(result.computedRootFontSize);
+    EXPECT_NEAR(*result.computedRootFontSize, 16 * 1.6, 0.5);
+    expectStillShown(before, "font scale 1.6");
+    const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{before}));
+    EXPECT_GT(position.page, 3) << "larger type takes more pages to reach the same words";
+  }
 }
 
 // The book's fonts may arrive after its section was laid out and move its text; the relayout
@@ -245,55 +301,104 @@ TEST_F(ReaderRuntimeDisplayTest, AFontThatArrivesLateKeepsTheReadersPlace) {
   expectStillShown(before, "late font");
 }
 
-TEST_F(ReaderRuntimeDisplayTest, TwoPagesASpreadKeepTheFirstVisibleCharacter) {
-  const Locator before = standInTheMiddleOfTheBook(keeperBook());
-  const ConfigurePageLayoutResult result =
-      run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
-  EXPECT_EQ(result.effectiveColumnCount, 2);
-  expectStillShown(before, "double page");
-  saveScreenshot("double-page");
-  // A spread begins before the page that it holds; a single page again shows the reader's
-  // place, not the spread's beginning.
-  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::singlePage}));
-  EXPECT_EQ(run(bridge().currentLocator()).cfi, before.cfi);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, AScriptInASectionDoesNotRun) {
-  openBook(keeperBook());
-  run(bridge().goTo(GoToRequest{"text/chapter2.xhtml"}));
-  const json state = evaluate(R"(
-    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-    return { src: frame.src, title: frame.contentDocument.title,
-             marker: frame.contentDocument.documentElement.getAttribute('data-marker') };
-  )");
-  EXPECT_NE(state["src"].get<std::string>().find("chapter2.xhtml"), std::string::npos);
-  EXPECT_EQ(state["title"], "Chapter 2");
-  EXPECT_EQ(state["marker"], nullptr);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, ASearchResultLeadsToItsMatch) {
+// One search and the highlights placed from it; each highlight is removed before the next case.
+TEST_F(ReaderRuntimeDisplayTest, SearchResultsAndTheHighlightsPlacedFromThemKeepToTheirWords) {
   openBook(keeperBook());
   std::vector<PublicationSearchResult> results;
-  bool complete = false;
-  const Uuid searchID = Uuid::random();
-  bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult> batch,
-                                 bool isComplete) {
-    if (id != searchID) return;
-    results.insert(results.end(), batch.begin(), batch.end());
-    complete = complete || isComplete;
-  };
-  const StartSearchResult started =
-      run(bridge().startSearch(StartSearchRequest{searchID, "Zebra  Marmalade"}));
-  EXPECT_EQ(started.searchID, searchID);
-  ASSERT_TRUE(iterateUntil([&] { return complete; }, 10s));
-  ASSERT_EQ(results.size(), 1u);
-  EXPECT_EQ(results[0].locator.spineIndex, 1);
-  EXPECT_NE(results[0].excerpt.find("zebra marmalade"), std::string::npos) << results[0].excerpt;
-
-  const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{results[0].locator}));
-  EXPECT_EQ(position.spineIndex, 1);
-  EXPECT_EQ(position.page, position.pageCount) << "the match is on the section's last page";
-  EXPECT_TRUE(isTextOnScreen(TextContext{"zebra marmalade", std::nullopt, std::nullopt}));
+  {
+    SCOPED_TRACE("ASearchResultLeadsToItsMatch");
+    bool complete = false;
+    const Uuid searchID = Uuid::random();
+    bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult> batch,
+                                   bool isComplete) {
+      if (id != searchID) return;
+      results.insert(results.end(), batch.begin(), batch.end());
+      complete = complete || isComplete;
+    };
+    const StartSearchResult started =
+        run(bridge().startSearch(StartSearchRequest{searchID, "Zebra  Marmalade"}));
+    EXPECT_EQ(started.searchID, searchID);
+    ASSERT_TRUE(iterateUntil([&] { return complete; }, 10s));
+    bridge().onSearchResults = nullptr;
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0].locator.spineIndex, 1);
+    EXPECT_NE(results[0].excerpt.find("zebra marmalade"), std::string::npos) << results[0].excerpt;
+    const ReaderPositionResult position =
+        run(bridge().goTo(GoToLocatorRequest{results[0].locator}));
+    EXPECT_EQ(position.spineIndex, 1);
+    EXPECT_EQ(position.page, position.pageCount) << "the match is on the section's last page";
+    EXPECT_TRUE(isTextOnScreen(TextContext{"zebra marmalade", std::nullopt, std::nullopt}));
+  }
+  RuntimeAnnotation annotation;
+  annotation.locator = results[0].locator;
+  annotation.selectedText = "zebra marmalade";
+  {
+    SCOPED_TRACE("AHighlightInASectionNotOnScreenIsPlacedAndDrawnLater");
+    run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
+    annotation.id = Uuid::random();
+    const AnnotationRenderResult rendered =
+        run(bridge().addAnnotation(AnnotationRequest{annotation}));
+    EXPECT_TRUE(rendered.rendered);
+    EXPECT_EQ(rendered.resolution, "cfi");
+    run(bridge().goTo(GoToLocatorRequest{annotation.locator}));
+    EXPECT_EQ(highlightedWordsOnScreen(), json::array({"zebra marmalade"}));
+    saveScreenshot("highlight");
+    EXPECT_TRUE(run(bridge().pulseAnnotation(AnnotationPulseRequest{annotation.id})).rendered);
+    run(bridge().removeAnnotation(RemoveAnnotationRequest{annotation.id}));
+  }
+  {
+    SCOPED_TRACE("AHighlightWhoseWordsAreGoneIsLeftUnresolved");
+    std::set<Uuid> unresolved;
+    bridge().onAnnotationResolutionChanged = [&](std::set<Uuid>, std::set<Uuid> ids) {
+      unresolved = std::move(ids);
+    };
+    // Stored against an older text of the book: its place now holds other words.
+    RuntimeAnnotation stale = annotation;
+    stale.id = Uuid::random();
+    stale.locator.excerpt = TextContext{"quince jelly", std::nullopt, std::nullopt};
+    stale.selectedText = "quince jelly";
+    const AnnotationRenderResult answer = run(bridge().addAnnotation(AnnotationRequest{stale}));
+    EXPECT_FALSE(answer.rendered);
+    EXPECT_EQ(answer.resolution, "unresolved");
+    ASSERT_TRUE(iterateUntil([&] { return unresolved.contains(stale.id); }, 2s));
+    bridge().onAnnotationResolutionChanged = nullptr;
+    run(bridge().goTo(GoToLocatorRequest{results[0].locator}));
+    EXPECT_EQ(highlightedWordsOnScreen(), json::array()) << "never drawn on the wrong words";
+    run(bridge().removeAnnotation(RemoveAnnotationRequest{stale.id}));
+  }
+  {
+    SCOPED_TRACE("ACancelledSearchSendsNothingMoreAndANewOneRunsOnItsOwn");
+    const Uuid cancelledID = Uuid::random();
+    std::size_t cancelledBatches = 0;
+    bool cancelledCompleted = false;
+    bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult>, bool complete) {
+      if (id != cancelledID) return;
+      ++cancelledBatches;
+      cancelledCompleted = cancelledCompleted || complete;
+    };
+    run(bridge().startSearch(StartSearchRequest{cancelledID, "paragraph"}));
+    run(bridge().cancelSearch(CancelSearchRequest{cancelledID}));
+    // Batches sent before the cancel arrive before its answer; nothing may follow it.
+    const std::size_t batchesAtCancel = cancelledBatches;
+    const bool completedAtCancel = cancelledCompleted;
+    EXPECT_EQ(searchAll("zebra marmalade").size(), 1u);
+    iterateFor(500ms);
+    EXPECT_EQ(cancelledBatches, batchesAtCancel);
+    EXPECT_EQ(cancelledCompleted, completedAtCancel);
+  }
+  {
+    SCOPED_TRACE("AHighlightStaysOnItsWordsThroughTypeAndLayoutChanges");
+    annotation.id = Uuid::random();
+    ASSERT_TRUE(run(bridge().addAnnotation(AnnotationRequest{annotation})).rendered);
+    ConfigureTypographyRequest typography;
+    typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
+    typography.fontScale.value = 1.6;
+    run(bridge().configureTypography(typography));
+    run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
+    run(bridge().goTo(GoToLocatorRequest{annotation.locator}));
+    EXPECT_EQ(highlightedWordsOnScreen(), json::array({"zebra marmalade"}));
+    EXPECT_TRUE(isTextOnScreen(TextContext{"zebra marmalade", std::nullopt, std::nullopt}));
+  }
 }
 
 TEST_F(ReaderRuntimeDisplayTest, AHighlightIsDrawnOverItsWords) {
@@ -362,133 +467,6 @@ TEST_F(ReaderRuntimeDisplayTest, AHighlightIsDrawnOverItsWords) {
   const AnnotationRenderResult removed =
       run(bridge().removeAnnotation(RemoveAnnotationRequest{annotation.id}));
   EXPECT_FALSE(removed.rendered);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, AHighlightInASectionNotOnScreenIsPlacedAndDrawnLater) {
-  openBook(keeperBook());
-  std::vector<PublicationSearchResult> results;
-  bool complete = false;
-  const Uuid searchID = Uuid::random();
-  bridge().onSearchResults = [&](Uuid, std::vector<PublicationSearchResult> batch,
-                                 bool isComplete) {
-    results.insert(results.end(), batch.begin(), batch.end());
-    complete = complete || isComplete;
-  };
-  run(bridge().startSearch(StartSearchRequest{searchID, "zebra marmalade"}));
-  ASSERT_TRUE(iterateUntil([&] { return complete; }, 10s));
-  ASSERT_EQ(results.size(), 1u);
-  RuntimeAnnotation annotation;
-  annotation.id = Uuid::random();
-  annotation.locator = results[0].locator;
-  annotation.selectedText = "zebra marmalade";
-  const AnnotationRenderResult rendered =
-      run(bridge().addAnnotation(AnnotationRequest{annotation}));
-  EXPECT_TRUE(rendered.rendered);
-  EXPECT_EQ(rendered.resolution, "cfi");
-
-  run(bridge().goTo(GoToLocatorRequest{annotation.locator}));
-  const json words = evaluate(R"(
-    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-    const highlight = frame.contentWindow.CSS.highlights.get('tomekeeper-annotation');
-    return highlight ? [...highlight].map((range) => range.toString()) : [];
-  )");
-  EXPECT_EQ(words, json::array({"zebra marmalade"}));
-  saveScreenshot("highlight");
-  const AnnotationRenderResult pulsed =
-      run(bridge().pulseAnnotation(AnnotationPulseRequest{annotation.id}));
-  EXPECT_TRUE(pulsed.rendered);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, AHighlightStaysOnItsWordsThroughTypeAndLayoutChanges) {
-  openBook(keeperBook());
-  const std::vector<PublicationSearchResult> results = searchAll("zebra marmalade");
-  ASSERT_EQ(results.size(), 1u);
-  RuntimeAnnotation annotation;
-  annotation.id = Uuid::random();
-  annotation.locator = results[0].locator;
-  annotation.selectedText = "zebra marmalade";
-  ASSERT_TRUE(run(bridge().addAnnotation(AnnotationRequest{annotation})).rendered);
-
-  ConfigureTypographyRequest typography;
-  typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
-  typography.fontScale.value = 1.6;
-  run(bridge().configureTypography(typography));
-  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
-  run(bridge().goTo(GoToLocatorRequest{annotation.locator}));
-  EXPECT_EQ(highlightedWordsOnScreen(), json::array({"zebra marmalade"}));
-  EXPECT_TRUE(isTextOnScreen(TextContext{"zebra marmalade", std::nullopt, std::nullopt}));
-}
-
-TEST_F(ReaderRuntimeDisplayTest, AHighlightWhoseWordsAreGoneIsLeftUnresolved) {
-  openBook(keeperBook());
-  const std::vector<PublicationSearchResult> results = searchAll("zebra marmalade");
-  ASSERT_EQ(results.size(), 1u);
-  std::set<Uuid> unresolved;
-  bridge().onAnnotationResolutionChanged = [&](std::set<Uuid>, std::set<Uuid> ids) {
-    unresolved = std::move(ids);
-  };
-  // Stored against an older text of the book: its place now holds other words.
-  RuntimeAnnotation annotation;
-  annotation.id = Uuid::random();
-  annotation.locator = results[0].locator;
-  annotation.locator.excerpt = TextContext{"quince jelly", std::nullopt, std::nullopt};
-  annotation.selectedText = "quince jelly";
-  const AnnotationRenderResult answer = run(bridge().addAnnotation(AnnotationRequest{annotation}));
-  EXPECT_FALSE(answer.rendered);
-  EXPECT_EQ(answer.resolution, "unresolved");
-  ASSERT_TRUE(iterateUntil([&] { return unresolved.contains(annotation.id); }, 2s));
-  run(bridge().goTo(GoToLocatorRequest{results[0].locator}));
-  EXPECT_EQ(highlightedWordsOnScreen(), json::array()) << "never drawn on the wrong words";
-}
-
-TEST_F(ReaderRuntimeDisplayTest, ACancelledSearchSendsNothingMoreAndANewOneRunsOnItsOwn) {
-  openBook(keeperBook());
-  const Uuid cancelledID = Uuid::random();
-  std::size_t cancelledBatches = 0;
-  bool cancelledCompleted = false;
-  bridge().onSearchResults = [&](Uuid id, std::vector<PublicationSearchResult>, bool complete) {
-    if (id != cancelledID) return;
-    ++cancelledBatches;
-    cancelledCompleted = cancelledCompleted || complete;
-  };
-  run(bridge().startSearch(StartSearchRequest{cancelledID, "paragraph"}));
-  run(bridge().cancelSearch(CancelSearchRequest{cancelledID}));
-  // Batches sent before the cancel arrive before its answer; nothing may follow it.
-  const std::size_t batchesAtCancel = cancelledBatches;
-  const bool completedAtCancel = cancelledCompleted;
-
-  const std::vector<PublicationSearchResult> results = searchAll("zebra marmalade");
-  EXPECT_EQ(results.size(), 1u);
-  iterateFor(500ms);
-  EXPECT_EQ(cancelledBatches, batchesAtCancel);
-  EXPECT_EQ(cancelledCompleted, completedAtCancel);
-}
-
-TEST_F(ReaderRuntimeDisplayTest, ABookmarkIsVisibleOnlyOnItsPage) {
-  const Locator here = standInTheMiddleOfTheBook(keeperBook());
-  std::vector<std::set<Uuid>> changes;
-  bridge().onBookmarkVisibilityChanged = [&](std::set<Uuid> visible) {
-    changes.push_back(std::move(visible));
-  };
-  const Uuid bookmarkID = Uuid::random();
-  const Uuid elsewhereID = Uuid::random();
-  run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
-  const Locator elsewhere = run(bridge().currentLocator());
-  run(bridge().goTo(GoToLocatorRequest{here}));
-
-  const BookmarkVisibilityResult visible = run(bridge().configureBookmarkVisibility(
-      ConfigureBookmarkVisibilityRequest{{{bookmarkID, here}, {elsewhereID, elsewhere}}}));
-  EXPECT_EQ(visible.visibleBookmarkIDs, std::vector<Uuid>{bookmarkID});
-
-  run(bridge().next());
-  ASSERT_TRUE(iterateUntil([&] { return !changes.empty(); }, 2s));
-  EXPECT_TRUE(changes.back().empty());
-  run(bridge().previous());
-  ASSERT_TRUE(iterateUntil([&] { return changes.size() >= 2; }, 2s));
-  EXPECT_EQ(changes.back(), std::set<Uuid>{bookmarkID});
-  run(bridge().goTo(GoToRequest{"text/chapter3.xhtml"}));
-  ASSERT_TRUE(iterateUntil([&] { return changes.size() >= 3; }, 2s));
-  EXPECT_EQ(changes.back(), std::set<Uuid>{elsewhereID});
 }
 
 // ---- Every sample book of the shared corpus, when it is there --------------------------------
