@@ -14,10 +14,6 @@ class ReaderSessionPreferencesTest : public ::testing::Test {
 
   void openReady() { ASSERT_EQ(harness.open(), std::nullopt); }
 
-  double sentScale() const {
-    return harness.host->runtime.payloads("configureTypography").back()["fontScale"]["value"];
-  }
-
   std::optional<ReaderErrorKind> failureKind(async::Task<void> task) {
     const std::optional<ReaderError> failure = failureOf(std::move(task));
     if (!failure) return std::nullopt;
@@ -78,91 +74,80 @@ TEST_F(ReaderSessionPreferencesTest, FontSetChangeWithTheBooksFontBumpsTheRevisi
   EXPECT_EQ(harness.session->availableFonts()[0].stableName, "New-Regular");
 }
 
-TEST_F(ReaderSessionPreferencesTest, AdjustingTheBookDefaultScaleGivesOneTenthMoreOrLess) {
-  openReady();
-  runToEnd(harness.session->adjustFontScale(0.1));
-  EXPECT_EQ(harness.session->fontScaleSelection().value(),
-            TypographyFontScaleSelection::value(1.1));
-  EXPECT_DOUBLE_EQ(sentScale(), 1.1);
-  EXPECT_EQ(harness.typography->value.fontScale, TypographyFontScaleSelection::value(1.1));
+// Adjusting moves by the step from the stored scale (one for the book's default), rounds half
+// away from zero at one decimal, stays within 0.5 to 3, and configures the page every time.
+TEST_F(ReaderSessionPreferencesTest, AdjustingTheScaleRoundsAndStaysWithinItsLimits) {
+  const struct {
+    const char* name;
+    TypographyFontScaleSelection stored;
+    double step;
+    double expected;
+  } cases[] = {
+      {"OneTenthMoreThanTheBookDefault", TypographyFontScaleSelection::bookDefault(), 0.1, 1.1},
+      {"OneTenthLessThanTheBookDefault", TypographyFontScaleSelection::bookDefault(), -0.1, 0.9},
+      {"RoundsHalvesAwayFromZero", TypographyFontScaleSelection::value(1.25), 0.1, 1.4},
+      {"StaysAtTheTop", TypographyFontScaleSelection::value(3.0), 0.1, 3.0},
+      {"StaysAtTheBottom", TypographyFontScaleSelection::value(0.5), -0.1, 0.5},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    SessionHarness run;
+    run.typography->value.fontScale = test.stored;
+    run.openReady();
+    const std::size_t sent = run.runtime().count("configureTypography");
 
-  runToEnd(harness.session->setFontScale(TypographyFontScaleSelection::bookDefault()));
-  runToEnd(harness.session->adjustFontScale(-0.1));
-  EXPECT_EQ(harness.session->fontScaleSelection().value(),
-            TypographyFontScaleSelection::value(0.9));
+    runToEnd(run.session->adjustFontScale(test.step));
+
+    const auto expected = TypographyFontScaleSelection::value(test.expected);
+    EXPECT_EQ(run.session->fontScaleSelection().value(), expected);
+    EXPECT_EQ(run.typography->value.fontScale, expected);
+    EXPECT_EQ(run.runtime().count("configureTypography"), sent + 1);
+    EXPECT_DOUBLE_EQ(
+        run.runtime().payloads("configureTypography").back()["fontScale"]["value"].get<double>(),
+        test.expected);
+  }
 }
 
-TEST_F(ReaderSessionPreferencesTest, AdjustingRoundsHalvesAwayFromZeroAtOneDecimal) {
-  harness.typography->value.fontScale = TypographyFontScaleSelection::value(1.25);
-  openReady();
-  runToEnd(harness.session->adjustFontScale(0.1));
-  EXPECT_EQ(harness.session->fontScaleSelection().value(),
-            TypographyFontScaleSelection::value(1.4));
-}
-
-TEST_F(ReaderSessionPreferencesTest, AdjustingAtTheTopStaysThereAndStillConfigures) {
-  harness.typography->value.fontScale = TypographyFontScaleSelection::value(3.0);
-  openReady();
-  const std::size_t sent = harness.runtime().count("configureTypography");
-
-  runToEnd(harness.session->adjustFontScale(0.1));
-
-  EXPECT_EQ(harness.session->fontScaleSelection().value(),
-            TypographyFontScaleSelection::value(3.0));
-  EXPECT_EQ(harness.runtime().count("configureTypography"), sent + 1);
-  EXPECT_DOUBLE_EQ(sentScale(), 3.0);
-
-  harness.typography->value.fontScale = TypographyFontScaleSelection::value(0.5);
-  runToEnd(harness.session->setFontScale(TypographyFontScaleSelection::value(0.5)));
-  runToEnd(harness.session->adjustFontScale(-0.1));
-  EXPECT_EQ(harness.session->fontScaleSelection().value(),
-            TypographyFontScaleSelection::value(0.5));
-}
-
-TEST_F(ReaderSessionPreferencesTest, AdjustingByAStepThatIsNotFiniteFails) {
-  openReady();
-  const std::size_t calls = harness.runtime().calls.size();
-  EXPECT_TRUE(
-      failureKind(harness.session->adjustFontScale(std::numeric_limits<double>::quiet_NaN()))
-          .has_value());
-  ASSERT_TRUE(harness.session->error().value().has_value());
-  EXPECT_EQ(harness.session->error().value()->diagnosticCause(),
-            "ReaderTypographyFailure.invalidFontScale");
-  EXPECT_EQ(harness.runtime().calls.size(), calls);
-}
-
-TEST_F(ReaderSessionPreferencesTest, FontScaleAtItsLimitsPassesAndBeyondFailsSendingNothing) {
+// A value out of range fails with its cause, sends nothing and keeps the last good value.
+TEST_F(ReaderSessionPreferencesTest, ValuesBeyondTheLimitsFailSendingNothing) {
   openReady();
   runToEnd(harness.session->setFontScale(TypographyFontScaleSelection::value(3.0)));
   runToEnd(harness.session->setFontScale(TypographyFontScaleSelection::value(0.5)));
-  EXPECT_EQ(harness.session->fontScaleSelection().value(),
-            TypographyFontScaleSelection::value(0.5));
-  const std::size_t calls = harness.runtime().calls.size();
-
-  for (double scale : {3.01, 0.49, std::numeric_limits<double>::quiet_NaN()}) {
-    EXPECT_TRUE(
-        failureKind(harness.session->setFontScale(TypographyFontScaleSelection::value(scale)))
-            .has_value());
-    EXPECT_EQ(harness.session->error().value()->diagnosticCause(),
-              "ReaderTypographyFailure.invalidFontScale");
-  }
-  EXPECT_EQ(harness.runtime().calls.size(), calls);
-  EXPECT_EQ(harness.session->fontScaleSelection().value(),
-            TypographyFontScaleSelection::value(0.5));
-  EXPECT_EQ(harness.typography->value.fontScale, TypographyFontScaleSelection::value(0.5));
-}
-
-TEST_F(ReaderSessionPreferencesTest, LetterSpacingAtItsLimitsPassesAndJustBelowFails) {
-  openReady();
   runToEnd(harness.session->setLetterSpacing(TypographyLetterSpacingSelection::value(-0.05)));
   runToEnd(harness.session->setLetterSpacing(TypographyLetterSpacingSelection::value(0.2)));
-  EXPECT_TRUE(failureKind(harness.session->setLetterSpacing(
-                              TypographyLetterSpacingSelection::value(-0.051)))
-                  .has_value());
-  EXPECT_EQ(harness.session->error().value()->diagnosticCause(),
-            "ReaderTypographyFailure.invalidLetterSpacing");
-  EXPECT_EQ(harness.session->letterSpacingSelection().value(),
-            TypographyLetterSpacingSelection::value(0.2));
+  const std::size_t calls = harness.runtime().calls.size();
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  ReaderSession& session = *harness.session;
+  const struct {
+    const char* name;
+    std::function<async::Task<void>()> command;
+    const char* cause;
+  } cases[] = {
+      {"ScaleAboveThree",
+       [&] { return session.setFontScale(TypographyFontScaleSelection::value(3.01)); },
+       "ReaderTypographyFailure.invalidFontScale"},
+      {"ScaleBelowOneHalf",
+       [&] { return session.setFontScale(TypographyFontScaleSelection::value(0.49)); },
+       "ReaderTypographyFailure.invalidFontScale"},
+      {"ScaleNotANumber",
+       [&] { return session.setFontScale(TypographyFontScaleSelection::value(nan)); },
+       "ReaderTypographyFailure.invalidFontScale"},
+      {"AdjustingByNotANumber", [&] { return session.adjustFontScale(nan); },
+       "ReaderTypographyFailure.invalidFontScale"},
+      {"LetterSpacingJustBelowItsLimit",
+       [&] { return session.setLetterSpacing(TypographyLetterSpacingSelection::value(-0.051)); },
+       "ReaderTypographyFailure.invalidLetterSpacing"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    EXPECT_TRUE(failureKind(test.command()).has_value());
+    ASSERT_TRUE(session.error().value().has_value());
+    EXPECT_EQ(session.error().value()->diagnosticCause(), test.cause);
+  }
+  EXPECT_EQ(harness.runtime().calls.size(), calls);
+  EXPECT_EQ(session.fontScaleSelection().value(), TypographyFontScaleSelection::value(0.5));
+  EXPECT_EQ(harness.typography->value.fontScale, TypographyFontScaleSelection::value(0.5));
+  EXPECT_EQ(session.letterSpacingSelection().value(), TypographyLetterSpacingSelection::value(0.2));
 }
 
 TEST_F(ReaderSessionPreferencesTest, TypographyChangeRestoresThePlaceWithoutSavingIt) {
