@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <stop_token>
 #include <system_error>
 #include <vector>
 
 #include "async/RunUntilDone.h"
+#include "intake/EPUBArchiveSinglePass.h"
 #include "intake/IntakeFailures.h"
 #include "support/EpubBuilder.h"
 #include "support/TemporaryDirectory.h"
@@ -90,52 +92,11 @@ TEST_F(EPUBArchiveInspectorTest, ListsEveryEntryWithItsCentralValuesAndDataOffse
   EXPECT_EQ(inspection.totalUncompressedSize, total);
 }
 
-TEST_F(EPUBArchiveInspectorTest, MimetypeMayComeLastAndBeCompressed) {
-  EpubBuilder book;
-  book.archive().remove("mimetype");
-  book.archive().addDeflated("mimetype", "application/epub+zip");
-  EXPECT_EQ(failureOf(book), std::nullopt);
-}
-
 TEST_F(EPUBArchiveInspectorTest, RequiredNamesAreComparedFolded) {
   ZipArchiveBuilder archive;
   archive.addStored("MIMETYPE", "application/epub+zip");
   archive.addDeflated("META-INF/Container.XML", EpubBuilder::containerXML("a.opf"));
   EXPECT_EQ(failureOf(archive), std::nullopt);
-}
-
-TEST_F(EPUBArchiveInspectorTest, AcceptsDataDescriptors) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").dataDescriptor = true;
-  book.archive().entryNamed("mimetype").dataDescriptor = true;
-  EXPECT_EQ(failureOf(book), std::nullopt);
-}
-
-TEST_F(EPUBArchiveInspectorTest, AcceptsAnEmptyFileEntry) {
-  EpubBuilder book;
-  book.addFile("OEBPS/empty.css", "", ZipArchiveBuilder::kStored);
-  EXPECT_EQ(failureOf(book), std::nullopt);
-}
-
-// --- Missing required entries -------------------------------------------------
-
-TEST_F(EPUBArchiveInspectorTest, RefusesArchiveWithoutMimetype) {
-  EpubBuilder book;
-  book.archive().remove("mimetype");
-  EXPECT_EQ(failureOf(book), Failure::missingMimetype);
-}
-
-TEST_F(EPUBArchiveInspectorTest, ADirectoryNamedMimetypeDoesNotCount) {
-  EpubBuilder book;
-  book.archive().remove("mimetype");
-  book.archive().addDirectory("mimetype");
-  EXPECT_EQ(failureOf(book), Failure::missingMimetype);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesArchiveWithoutContainer) {
-  EpubBuilder book;
-  book.archive().remove("META-INF/container.xml");
-  EXPECT_EQ(failureOf(book), Failure::missingContainer);
 }
 
 TEST_F(EPUBArchiveInspectorTest, AnArchiveWithoutEntriesEndsInMissingMimetype) {
@@ -144,87 +105,16 @@ TEST_F(EPUBArchiveInspectorTest, AnArchiveWithoutEntriesEndsInMissingMimetype) {
 
 // --- Locating and checking the end record ---------------------------------------
 
-TEST_F(EPUBArchiveInspectorTest, RefusesFileOf21Bytes) {
-  const auto path = directory_ / "short.epub";
-  std::ofstream(path) << std::string(21, 'P');
-  EXPECT_THROW(
-      {
-        try {
-          inspect(path);
-        } catch (const EPUBArchiveInspectionFailureError& error) {
-          EXPECT_EQ(error.failure(), Failure::malformedArchive);
-          throw;
-        }
-      },
-      EPUBArchiveInspectionFailureError);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesFileThatCannotBeOpenedAsMalformed) {
-  try {
-    inspect(directory_ / "absent.epub");
-    FAIL() << "expected a refusal";
-  } catch (const EPUBArchiveInspectionFailureError& error) {
-    EXPECT_EQ(error.failure(), Failure::malformedArchive);
+TEST_F(EPUBArchiveInspectorTest, RefusesAFileOf21BytesAndOneThatCannotBeOpenedAsMalformed) {
+  std::ofstream(directory_ / "short.epub") << std::string(21, 'P');
+  for (const char* name : {"short.epub", "absent.epub"}) {
+    try {
+      inspect(directory_ / name);
+      ADD_FAILURE() << name << " was accepted";
+    } catch (const EPUBArchiveInspectionFailureError& error) {
+      EXPECT_EQ(error.failure(), Failure::malformedArchive) << name;
+    }
   }
-}
-
-TEST_F(EPUBArchiveInspectorTest, SkipsAnEndRecordSignatureInsideTheComment) {
-  EpubBuilder book;
-  // A false record whose comment length does not reach the end of the file.
-  std::string fake("PK\x05\x06", 4);
-  fake += std::string(16, '\0');
-  fake += std::string("\x05\x00", 2);
-  book.archive().setComment("before " + fake + " after, and more");
-  EXPECT_EQ(failureOf(book), std::nullopt);
-}
-
-TEST_F(EPUBArchiveInspectorTest, FindsTheRecordBehindA65535ByteComment) {
-  EpubBuilder book;
-  book.archive().setComment(std::string(65535, 'c'));
-  EXPECT_EQ(failureOf(book), std::nullopt);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesBytesAfterTheComment) {
-  EpubBuilder book;
-  book.archive().setBytesAfterEndRecord("junk");
-  EXPECT_EQ(failureOf(book), Failure::malformedArchive);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesMultipleDisks) {
-  EpubBuilder disk;
-  disk.archive().endRecord().diskNumber = 1;
-  EXPECT_EQ(failureOf(disk), Failure::malformedArchive);
-  EpubBuilder directoryDisk;
-  directoryDisk.archive().endRecord().centralDirectoryDisk = 1;
-  EXPECT_EQ(failureOf(directoryDisk), Failure::malformedArchive);
-  EpubBuilder counts;
-  counts.archive().endRecord().entriesOnDisk = 3;
-  EXPECT_EQ(failureOf(counts), Failure::malformedArchive);
-}
-
-TEST_F(EPUBArchiveInspectorTest, ZIP64SentinelsInTheEndRecordAreUnsupported) {
-  EpubBuilder count;
-  count.archive().endRecord().entriesOnDisk = 0xFFFF;
-  count.archive().endRecord().totalEntries = 0xFFFF;
-  EXPECT_EQ(failureOf(count), Failure::unsupportedZIP64);
-  EpubBuilder size;
-  size.archive().endRecord().centralDirectorySize = 0xFFFFFFFF;
-  EXPECT_EQ(failureOf(size), Failure::unsupportedZIP64);
-  EpubBuilder offset;
-  offset.archive().endRecord().centralDirectoryOffset = 0xFFFFFFFF;
-  EXPECT_EQ(failureOf(offset), Failure::unsupportedZIP64);
-}
-
-TEST_F(EPUBArchiveInspectorTest, ZIP64SentinelsInACentralRecordAreUnsupported) {
-  EpubBuilder compressed;
-  compressed.archive().entryNamed("OEBPS/chapter1.xhtml").centralCompressedSize = 0xFFFFFFFF;
-  EXPECT_EQ(failureOf(compressed), Failure::unsupportedZIP64);
-  EpubBuilder uncompressed;
-  uncompressed.archive().entryNamed("OEBPS/chapter1.xhtml").centralUncompressedSize = 0xFFFFFFFF;
-  EXPECT_EQ(failureOf(uncompressed), Failure::unsupportedZIP64);
-  EpubBuilder offset;
-  offset.archive().entryNamed("OEBPS/chapter1.xhtml").centralLocalHeaderOffset = 0xFFFFFFFF;
-  EXPECT_EQ(failureOf(offset), Failure::unsupportedZIP64);
 }
 
 TEST_F(EPUBArchiveInspectorTest, TenThousandEntriesPassAndOneMoreIsTooMany) {
@@ -233,21 +123,6 @@ TEST_F(EPUBArchiveInspectorTest, TenThousandEntriesPassAndOneMoreIsTooMany) {
     book.addFile("OEBPS/f" + std::to_string(index), "", ZipArchiveBuilder::kStored);
   }
   EXPECT_EQ(failureOf(book), std::nullopt);
-
-  EpubBuilder declared;
-  declared.archive().endRecord().entriesOnDisk = 10001;
-  declared.archive().endRecord().totalEntries = 10001;
-  EXPECT_EQ(failureOf(declared), Failure::tooManyEntries);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesCentralDirectoryAboveItsLimit) {
-  EpubBuilder over;
-  over.archive().endRecord().centralDirectorySize = 67108865;
-  EXPECT_EQ(failureOf(over), Failure::centralDirectoryTooLarge);
-  // Exactly the limit passes that check and fails the next: it runs past the file.
-  EpubBuilder limit;
-  limit.archive().endRecord().centralDirectorySize = 67108864;
-  EXPECT_EQ(failureOf(limit), Failure::malformedArchive);
 }
 
 TEST_F(EPUBArchiveInspectorTest, RefusesCentralDirectoryWithTrailingOrMissingBytes) {
@@ -270,184 +145,6 @@ TEST_F(EPUBArchiveInspectorTest, RefusesCentralDirectoryWithTrailingOrMissingByt
   EXPECT_EQ(failureOf(exact), std::nullopt);
 }
 
-// --- Entry flags and methods ----------------------------------------------------
-
-TEST_F(EPUBArchiveInspectorTest, RefusesTheEncryptedFlag) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").flags = 0x0001;
-  EXPECT_EQ(failureOf(book), Failure::encryptedEntry);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesMethod12) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").method = 12;
-  EXPECT_EQ(failureOf(book), Failure::unsupportedCompression);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesStoredEntryWhoseSizesDiffer) {
-  EpubBuilder book;
-  book.archive().entryNamed("mimetype").centralUncompressedSize = 21;
-  EXPECT_EQ(failureOf(book), Failure::malformedArchive);
-}
-
-TEST_F(EPUBArchiveInspectorTest, TheFirstBadEntryDecides) {
-  EpubBuilder book;
-  book.archive().entryNamed("META-INF/container.xml").method = 12;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").flags = 0x0001;
-  EXPECT_EQ(failureOf(book), Failure::unsupportedCompression);
-}
-
-// --- Local headers --------------------------------------------------------------
-
-TEST_F(EPUBArchiveInspectorTest, RefusesLocalHeaderThatDisagreesWithTheCentralDirectory) {
-  const auto failureWith = [&](auto change) {
-    EpubBuilder book;
-    change(book.archive().entryNamed("OEBPS/chapter1.xhtml"));
-    return failureOf(book);
-  };
-  EXPECT_EQ(failureWith([](auto& entry) { entry.localFlags = 0x0800; }), Failure::malformedArchive);
-  EXPECT_EQ(failureWith([](auto& entry) { entry.localMethod = 0; }), Failure::malformedArchive);
-  EXPECT_EQ(failureWith([](auto& entry) { entry.localName = "OEBPS/chapter2.xhtml"; }),
-            Failure::malformedArchive);
-  EXPECT_EQ(failureWith([](auto& entry) { entry.localName = ""; }), Failure::malformedArchive);
-  EXPECT_EQ(failureWith([](auto& entry) { entry.localSignature = 0x04034b51; }),
-            Failure::malformedArchive);
-  EXPECT_EQ(failureWith([](auto& entry) { entry.centralLocalHeaderOffset = 1; }),
-            Failure::malformedArchive);
-}
-
-TEST_F(EPUBArchiveInspectorTest, LocalSizesAndCRCAreNotCompared) {
-  EpubBuilder book;
-  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
-  entry.localCRC = 1;
-  entry.localCompressedSize = 2;
-  entry.localUncompressedSize = 3;
-  EXPECT_EQ(failureOf(book), std::nullopt);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesDataThatRunsIntoTheCentralDirectory) {
-  EpubBuilder book;
-  auto& entry = book.archive().entryNamed("OEBPS/chapter1.xhtml");
-  entry.centralCompressedSize = 100000;
-  EXPECT_EQ(failureOf(book), Failure::malformedArchive);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesLocalHeaderOffsetBeyondTheCentralDirectory) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").centralLocalHeaderOffset = 0x7FFFFFFF;
-  EXPECT_EQ(failureOf(book), Failure::malformedArchive);
-}
-
-// --- Paths ------------------------------------------------------------------------
-
-TEST_F(EPUBArchiveInspectorTest, RefusesTraversalAndAbsoluteNames) {
-  for (const std::string& name : std::vector<std::string>{
-           "../evil", "OEBPS/../../evil", "/etc/passwd", "OEBPS\\..\\evil", "a//b", "./a", "a/./b",
-           "C:/x", "C:x", "OEBPS/..", std::string("a\0b", 3)}) {
-    EXPECT_EQ(failureWithEntryNamed(name), Failure::invalidPath) << name;
-  }
-}
-
-TEST_F(EPUBArchiveInspectorTest, AcceptsAColonAfterTheFirstComponent) {
-  EXPECT_EQ(failureWithEntryNamed("x/C:"), std::nullopt);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesInvalidUTF8WhateverTheFlagsSay) {
-  EXPECT_EQ(failureWithEntryNamed("OEBPS/\xC3\x28.xhtml"), Failure::invalidPath);
-  EXPECT_EQ(failureWithEntryNamed("OEBPS/\xED\xA0\x80.xhtml"), Failure::invalidPath);
-  EpubBuilder book;
-  book.addFile("OEBPS/\xFF.xhtml", "x");
-  book.archive().entryNamed("OEBPS/\xFF.xhtml").flags = 0x0800;
-  EXPECT_EQ(failureOf(book), Failure::invalidPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesEmptyName) {
-  EXPECT_EQ(failureWithEntryNamed(""), Failure::invalidPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesNameThatRunsPastTheDirectory) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").centralNameLength = 4000;
-  EXPECT_EQ(failureOf(book), Failure::invalidPath);
-}
-
-// --- Symbolic links -----------------------------------------------------------------
-
-TEST_F(EPUBArchiveInspectorTest, RefusesSymbolicLinkAttributes) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").externalAttributes =
-      ZipArchiveBuilder::kSymbolicLinkAttributes;
-  EXPECT_EQ(failureOf(book), Failure::symbolicLink);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesSymbolicLinkAttributesOnADirectoryName) {
-  EpubBuilder book;
-  book.archive().addDirectory("OEBPS/link").externalAttributes =
-      ZipArchiveBuilder::kSymbolicLinkAttributes;
-  EXPECT_EQ(failureOf(book), Failure::symbolicLink);
-}
-
-// --- Collisions ---------------------------------------------------------------------
-
-TEST_F(EPUBArchiveInspectorTest, RefusesNamesThatDifferOnlyInCase) {
-  EpubBuilder book;
-  book.addFile("OEBPS/A.xhtml", "1").addFile("oebps/a.XHTML", "2");
-  EXPECT_EQ(failureOf(book), Failure::conflictingPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesNamesThatDifferOnlyInComposition) {
-  EpubBuilder book;
-  book.addFile("OEBPS/caf\xC3\xA9.xhtml", "precomposed")
-      .addFile("OEBPS/cafe\xCC\x81.xhtml", "decomposed");
-  EXPECT_EQ(failureOf(book), Failure::conflictingPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, FoldsBeyondASCII) {
-  EpubBuilder book;
-  book.addFile("OEBPS/\xC3\x89t\xC3\xA9.xhtml", "upper")
-      .addFile("OEBPS/\xC3\xA9t\xC3\xA9.xhtml", "lower");
-  EXPECT_EQ(failureOf(book), Failure::conflictingPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesAFileThenADirectoryThroughIt) {
-  EpubBuilder book;
-  book.addFile("OEBPS/a", "file").addFile("OEBPS/a/b", "below");
-  EXPECT_EQ(failureOf(book), Failure::conflictingPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesADirectoryThroughAPathThenAFileOfThatName) {
-  EpubBuilder book;
-  book.addFile("OEBPS/a/b", "below").addFile("OEBPS/A", "file");
-  EXPECT_EQ(failureOf(book), Failure::conflictingPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesAnExplicitDirectoryThenAFileOfThatName) {
-  EpubBuilder book;
-  book.archive().addDirectory("OEBPS/d");
-  book.addFile("OEBPS/d", "file");
-  EXPECT_EQ(failureOf(book), Failure::conflictingPath);
-}
-
-TEST_F(EPUBArchiveInspectorTest, ImpliedAndExplicitDirectoriesGoTogetherInEitherOrder) {
-  EpubBuilder later;
-  later.addFile("OEBPS/a/b", "x");
-  later.archive().addDirectory("OEBPS/a");
-  EXPECT_EQ(failureOf(later), std::nullopt);
-  EpubBuilder earlier;
-  earlier.archive().addDirectory("OEBPS/a");
-  earlier.addFile("OEBPS/a/b", "x");
-  EXPECT_EQ(failureOf(earlier), std::nullopt);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesTheSameDirectoryTwice) {
-  EpubBuilder book;
-  book.archive().addDirectory("OEBPS/a");
-  book.archive().addDirectory("OEBPS/A");
-  EXPECT_EQ(failureOf(book), Failure::conflictingPath);
-}
-
-// --- Expansion ----------------------------------------------------------------------
-
 // A book plus one deflated entry that declares these sizes; the inspector
 // never reads the data.
 EpubBuilder bookWithDeclaredSizes(std::uint32_t compressed, std::uint32_t uncompressed) {
@@ -460,31 +157,238 @@ EpubBuilder bookWithDeclaredSizes(std::uint32_t compressed, std::uint32_t uncomp
   return book;
 }
 
-TEST_F(EPUBArchiveInspectorTest, RatioOf200PassesAnd201IsRefused) {
-  EXPECT_EQ(failureOf(bookWithDeclaredSizes(10, 2000)), std::nullopt);
-  EXPECT_EQ(failureOf(bookWithDeclaredSizes(10, 2009)), std::nullopt);
-  EXPECT_EQ(failureOf(bookWithDeclaredSizes(10, 2010)), Failure::suspiciousExpansion);
-}
+// --- Each record of a book -----------------------------------------------------
 
-TEST_F(EPUBArchiveInspectorTest, RefusesNonEmptyEntryWithNoCompressedBytes) {
-  EXPECT_EQ(failureOf(bookWithDeclaredSizes(0, 1)), Failure::suspiciousExpansion);
-}
-
-TEST_F(EPUBArchiveInspectorTest, RefusesDeclaredTotalAboveOneGibibyte) {
-  // Two entries of 512 MiB each at a ratio under 200; with the book's own
-  // entries the sum passes 1 GiB. The data is declared, never written.
-  EpubBuilder book;
-  for (const char* name : {"OEBPS/one.bin", "OEBPS/two.bin"}) {
-    auto& entry = book.archive().add({});
-    entry.name = name;
-    entry.method = ZipArchiveBuilder::kDeflated;
-    entry.compressedData = "z";
-    entry.centralCompressedSize = 2800000;
-    entry.centralUncompressedSize = 512u * 1024 * 1024;
+// Each case changes a valid book: its end record, its central records, its local headers,
+// its names; the inspection ends in the case's failure, or passes.
+TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
+  using Entry = ZipArchiveBuilder::Entry;
+  const auto chapter = [](void (*change)(Entry&)) {
+    return
+        [change](EpubBuilder& book) { change(book.archive().entryNamed("OEBPS/chapter1.xhtml")); };
+  };
+  const auto files = [](std::vector<std::string> names) {
+    return [names](EpubBuilder& book) {
+      for (const auto& name : names) {
+        if (name.ends_with('/')) {
+          book.archive().addDirectory(name);
+        } else {
+          book.addFile(name, name);
+        }
+      }
+    };
+  };
+  const struct {
+    const char* name;
+    std::function<void(EpubBuilder&)> change;
+    std::optional<Failure> failure;
+  } cases[] = {
+      {"a mimetype that comes last and is compressed",
+       [](EpubBuilder& book) {
+         book.archive().remove("mimetype");
+         book.archive().addDeflated("mimetype", "application/epub+zip");
+       },
+       std::nullopt},
+      {"data descriptors",
+       [](EpubBuilder& book) {
+         book.archive().entryNamed("OEBPS/chapter1.xhtml").dataDescriptor = true;
+         book.archive().entryNamed("mimetype").dataDescriptor = true;
+       },
+       std::nullopt},
+      {"an empty file entry", [](EpubBuilder& book) { book.addFile("OEBPS/empty.css", "", 0); },
+       std::nullopt},
+      {"no mimetype", [](EpubBuilder& book) { book.archive().remove("mimetype"); },
+       Failure::missingMimetype},
+      {"a directory named mimetype",
+       [](EpubBuilder& book) {
+         book.archive().remove("mimetype");
+         book.archive().addDirectory("mimetype");
+       },
+       Failure::missingMimetype},
+      {"no container", [](EpubBuilder& book) { book.archive().remove("META-INF/container.xml"); },
+       Failure::missingContainer},
+      {"an end record signature inside the comment",
+       [](EpubBuilder& book) {
+         // A false record whose comment length does not reach the end of the file.
+         const std::string fake =
+             std::string("PK\x05\x06", 4) + std::string(16, '\0') + std::string("\x05\x00", 2);
+         book.archive().setComment("before " + fake + " after, and more");
+       },
+       std::nullopt},
+      {"a 65535-byte comment",
+       [](EpubBuilder& book) { book.archive().setComment(std::string(65535, 'c')); }, std::nullopt},
+      {"bytes after the comment",
+       [](EpubBuilder& book) { book.archive().setBytesAfterEndRecord("junk"); },
+       Failure::malformedArchive},
+      {"another disk", [](EpubBuilder& book) { book.archive().endRecord().diskNumber = 1; },
+       Failure::malformedArchive},
+      {"the directory on another disk",
+       [](EpubBuilder& book) { book.archive().endRecord().centralDirectoryDisk = 1; },
+       Failure::malformedArchive},
+      {"entries on other disks",
+       [](EpubBuilder& book) { book.archive().endRecord().entriesOnDisk = 3; },
+       Failure::malformedArchive},
+      {"the ZIP64 entry count",
+       [](EpubBuilder& book) {
+         book.archive().endRecord().entriesOnDisk = 0xFFFF;
+         book.archive().endRecord().totalEntries = 0xFFFF;
+       },
+       Failure::unsupportedZIP64},
+      {"the ZIP64 directory size",
+       [](EpubBuilder& book) { book.archive().endRecord().centralDirectorySize = 0xFFFFFFFF; },
+       Failure::unsupportedZIP64},
+      {"the ZIP64 directory offset",
+       [](EpubBuilder& book) { book.archive().endRecord().centralDirectoryOffset = 0xFFFFFFFF; },
+       Failure::unsupportedZIP64},
+      {"a ZIP64 compressed size",
+       chapter([](Entry& entry) { entry.centralCompressedSize = 0xFFFFFFFF; }),
+       Failure::unsupportedZIP64},
+      {"a ZIP64 uncompressed size",
+       chapter([](Entry& entry) { entry.centralUncompressedSize = 0xFFFFFFFF; }),
+       Failure::unsupportedZIP64},
+      {"a ZIP64 local header offset",
+       chapter([](Entry& entry) { entry.centralLocalHeaderOffset = 0xFFFFFFFF; }),
+       Failure::unsupportedZIP64},
+      {"10 001 entries declared",
+       [](EpubBuilder& book) {
+         book.archive().endRecord().entriesOnDisk = 10001;
+         book.archive().endRecord().totalEntries = 10001;
+       },
+       Failure::tooManyEntries},
+      {"a ratio of 200", [](EpubBuilder& book) { book = bookWithDeclaredSizes(10, 2000); },
+       std::nullopt},
+      {"a ratio of 200 in integer division",
+       [](EpubBuilder& book) { book = bookWithDeclaredSizes(10, 2009); }, std::nullopt},
+      {"a ratio of 201", [](EpubBuilder& book) { book = bookWithDeclaredSizes(10, 2010); },
+       Failure::suspiciousExpansion},
+      {"bytes out of no compressed bytes",
+       [](EpubBuilder& book) { book = bookWithDeclaredSizes(0, 1); }, Failure::suspiciousExpansion},
+      {"a declared total above one gibibyte",
+       [](EpubBuilder& book) {
+         // Two entries of 512 MiB each at a ratio under 200; with the book's own entries the
+         // sum passes 1 GiB. The data is declared, never written.
+         for (const char* name : {"OEBPS/one.bin", "OEBPS/two.bin"}) {
+           auto& entry = book.archive().add({});
+           entry.name = name;
+           entry.method = ZipArchiveBuilder::kDeflated;
+           entry.compressedData = "z";
+           entry.centralCompressedSize = 2800000;
+           entry.centralUncompressedSize = 512u * 1024 * 1024;
+         }
+         book.archive().setBytesBeforeCentralDirectory(std::string(2900000, '\0'));
+       },
+       Failure::suspiciousExpansion},
+      {"a central directory above its limit",
+       [](EpubBuilder& book) { book.archive().endRecord().centralDirectorySize = 67108865; },
+       Failure::centralDirectoryTooLarge},
+      // Exactly the limit passes that check and fails the next: it runs past the file.
+      {"a central directory at its limit",
+       [](EpubBuilder& book) { book.archive().endRecord().centralDirectorySize = 67108864; },
+       Failure::malformedArchive},
+      {"the encrypted flag", chapter([](Entry& entry) { entry.flags = 0x0001; }),
+       Failure::encryptedEntry},
+      {"method 12", chapter([](Entry& entry) { entry.method = 12; }),
+       Failure::unsupportedCompression},
+      {"a stored entry whose sizes differ",
+       [](EpubBuilder& book) {
+         book.archive().entryNamed("mimetype").centralUncompressedSize = 21;
+       },
+       Failure::malformedArchive},
+      {"the first bad entry decides",
+       [](EpubBuilder& book) {
+         book.archive().entryNamed("META-INF/container.xml").method = 12;
+         book.archive().entryNamed("OEBPS/chapter1.xhtml").flags = 0x0001;
+       },
+       Failure::unsupportedCompression},
+      {"local flags that differ", chapter([](Entry& entry) { entry.localFlags = 0x0800; }),
+       Failure::malformedArchive},
+      {"a local method that differs", chapter([](Entry& entry) { entry.localMethod = 0; }),
+       Failure::malformedArchive},
+      {"a local name that differs",
+       chapter([](Entry& entry) { entry.localName = "OEBPS/chapter2.xhtml"; }),
+       Failure::malformedArchive},
+      {"an empty local name", chapter([](Entry& entry) { entry.localName = ""; }),
+       Failure::malformedArchive},
+      {"a wrong local signature", chapter([](Entry& entry) { entry.localSignature = 0x04034b51; }),
+       Failure::malformedArchive},
+      {"a local header offset off by one",
+       chapter([](Entry& entry) { entry.centralLocalHeaderOffset = 1; }),
+       Failure::malformedArchive},
+      {"local sizes and CRC are not compared", chapter([](Entry& entry) {
+         entry.localCRC = 1;
+         entry.localCompressedSize = 2;
+         entry.localUncompressedSize = 3;
+       }),
+       std::nullopt},
+      {"data that runs into the central directory",
+       chapter([](Entry& entry) { entry.centralCompressedSize = 100000; }),
+       Failure::malformedArchive},
+      {"a local header beyond the central directory",
+       chapter([](Entry& entry) { entry.centralLocalHeaderOffset = 0x7FFFFFFF; }),
+       Failure::malformedArchive},
+      {"a name that runs past the directory",
+       chapter([](Entry& entry) { entry.centralNameLength = 4000; }), Failure::invalidPath},
+      {"invalid UTF-8 under the UTF-8 flag",
+       [](EpubBuilder& book) {
+         book.addFile("OEBPS/\xFF.xhtml", "x");
+         book.archive().entryNamed("OEBPS/\xFF.xhtml").flags = 0x0800;
+       },
+       Failure::invalidPath},
+      {"symbolic link attributes", chapter([](Entry& entry) {
+         entry.externalAttributes = ZipArchiveBuilder::kSymbolicLinkAttributes;
+       }),
+       Failure::symbolicLink},
+      {"symbolic link attributes on a directory name",
+       [](EpubBuilder& book) {
+         book.archive().addDirectory("OEBPS/link").externalAttributes =
+             ZipArchiveBuilder::kSymbolicLinkAttributes;
+       },
+       Failure::symbolicLink},
+      {"names that differ only in case", files({"OEBPS/A.xhtml", "oebps/a.XHTML"}),
+       Failure::conflictingPath},
+      {"names that differ only in composition",
+       files({"OEBPS/caf\xC3\xA9.xhtml", "OEBPS/cafe\xCC\x81.xhtml"}), Failure::conflictingPath},
+      {"folding beyond ASCII",
+       files({"OEBPS/\xC3\x89t\xC3\xA9.xhtml", "OEBPS/\xC3\xA9t\xC3\xA9.xhtml"}),
+       Failure::conflictingPath},
+      {"a file, then a directory through it", files({"OEBPS/a", "OEBPS/a/b"}),
+       Failure::conflictingPath},
+      {"a directory through a path, then a file of that name", files({"OEBPS/a/b", "OEBPS/A"}),
+       Failure::conflictingPath},
+      {"an explicit directory, then a file of that name", files({"OEBPS/d/", "OEBPS/d"}),
+       Failure::conflictingPath},
+      {"an implied directory, then the explicit one", files({"OEBPS/a/b", "OEBPS/a/"}),
+       std::nullopt},
+      {"an explicit directory, then one implied", files({"OEBPS/a/", "OEBPS/a/b"}), std::nullopt},
+      {"the same directory twice", files({"OEBPS/a/", "OEBPS/A/"}), Failure::conflictingPath},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    EpubBuilder book;
+    testCase.change(book);
+    EXPECT_EQ(failureOf(book), testCase.failure);
+    // The single pass, which checks local headers as its stream meets them, refuses alike.
+    if (!testCase.failure) continue;
+    const auto path = write(book);
+    EXPECT_THROW(EPUBArchiveSinglePass().extract(path, directory_ / "Extracted"),
+                 EPUBArchiveInspectionFailureError);
+    EXPECT_FALSE(std::filesystem::exists(directory_ / "Extracted"));
   }
-  book.archive().setBytesBeforeCentralDirectory(std::string(2900000, '\0'));
-  EXPECT_EQ(failureOf(book), Failure::suspiciousExpansion);
 }
+
+// --- Paths ------------------------------------------------------------------------
+
+TEST_F(EPUBArchiveInspectorTest, RefusesTraversalAndAbsoluteNames) {
+  for (const std::string& name : std::vector<std::string>{
+           "../evil", "OEBPS/../../evil", "/etc/passwd", "OEBPS\\..\\evil", "a//b", "./a", "a/./b",
+           "C:/x", "C:x", "OEBPS/..", std::string("a\0b", 3), "", "OEBPS/\xC3\x28.xhtml",
+           "OEBPS/\xED\xA0\x80.xhtml"}) {
+    EXPECT_EQ(failureWithEntryNamed(name), Failure::invalidPath) << name;
+  }
+  EXPECT_EQ(failureWithEntryNamed("x/C:"), std::nullopt);
+}
+
+// --- Expansion ----------------------------------------------------------------------
 
 TEST_F(EPUBArchiveInspectorTest, TotalExactlyAtTheLimitPasses) {
   EpubBuilder book;
@@ -497,18 +401,13 @@ TEST_F(EPUBArchiveInspectorTest, TotalExactlyAtTheLimitPasses) {
 
 // --- Cancellation and I/O failures --------------------------------------------------
 
+// Blocking, and through the awaiting task.
 TEST_F(EPUBArchiveInspectorTest, StopsAtTheHeadOfAnEntryWhenCancelled) {
   const auto path = write(EpubBuilder());
   std::stop_source source;
   source.request_stop();
   EXPECT_THROW(EPUBArchiveInspector().inspectBlocking(path, source.get_token()),
                async::OperationCancelled);
-}
-
-TEST_F(EPUBArchiveInspectorTest, CancellationOfTheAwaitingTaskReachesTheInspection) {
-  const auto path = write(EpubBuilder());
-  std::stop_source source;
-  source.request_stop();
   EXPECT_THROW(async::runUntilDone(EPUBArchiveInspector().inspect(path), 30s, source.get_token()),
                async::OperationCancelled);
 }

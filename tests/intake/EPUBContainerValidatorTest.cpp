@@ -78,36 +78,53 @@ TEST_F(EPUBContainerValidatorTest, ResolvesALinkedRootAndAStandardisedPath) {
   EXPECT_EQ(result.publicationRoot, fs::canonical(root_));
 }
 
-TEST_F(EPUBContainerValidatorTest, RefusesAMissingContainer) {
-  fs::remove(root_ / "META-INF/container.xml");
-  EXPECT_EQ(failure(), ValidationFailure::missingContainer);
-}
-
-TEST_F(EPUBContainerValidatorTest, RefusesAContainerThatIsADirectory) {
-  fs::remove(root_ / "META-INF/container.xml");
-  fs::create_directories(root_ / "META-INF/container.xml");
-  EXPECT_EQ(failure(), ValidationFailure::missingContainer);
-}
-
-TEST_F(EPUBContainerValidatorTest, RefusesAContainerThatIsASymbolicLink) {
+// Gone, a directory, or a symbolic link: the container is not there.
+TEST_F(EPUBContainerValidatorTest, RefusesAContainerThatIsNotAFileOfItsOwn) {
   writeFile("elsewhere.xml", EpubBuilder::containerXML("OEBPS/package.opf"));
-  fs::remove(root_ / "META-INF/container.xml");
-  fs::create_symlink(root_ / "elsewhere.xml", root_ / "META-INF/container.xml");
-  EXPECT_EQ(failure(), ValidationFailure::missingContainer);
+  const fs::path container = root_ / "META-INF/container.xml";
+  for (const auto& replace : std::vector<std::function<void()>>{
+           [] {}, [&] { fs::create_directories(container); },
+           [&] { fs::create_symlink(root_ / "elsewhere.xml", container); }}) {
+    fs::remove_all(container);
+    replace();
+    EXPECT_EQ(failure(), ValidationFailure::missingContainer);
+  }
 }
 
-TEST_F(EPUBContainerValidatorTest, AContainerOfExactlyOneMebibytePassesAndOneByteMoreDoesNot) {
-  std::string xml = EpubBuilder::containerXML("OEBPS/package.opf");
-  xml += std::string(1048576 - xml.size(), ' ');
-  EXPECT_EQ(failureWithContainer(xml), std::nullopt);
-  EXPECT_EQ(failureWithContainer(xml + " "), ValidationFailure::missingContainer);
-}
-
-TEST_F(EPUBContainerValidatorTest, RefusesBrokenXML) {
-  EXPECT_EQ(failureWithContainer("<container><rootfiles>"), ValidationFailure::malformedContainer);
-  EXPECT_EQ(failureWithContainer(""), ValidationFailure::malformedContainer);
-  EXPECT_EQ(failureWithContainer(rootfiles("<rootfile full-path=\"&undefined;\"/>")),
-            ValidationFailure::malformedContainer);
+// Containers as written: their size, their XML, their rootfiles.
+TEST_F(EPUBContainerValidatorTest, JudgesTheContainerDocument) {
+  std::string mebibyte = EpubBuilder::containerXML("OEBPS/package.opf");
+  mebibyte += std::string(1048576 - mebibyte.size(), ' ');
+  const struct {
+    const char* name;
+    std::string xml;
+    std::optional<ValidationFailure> failure;
+  } cases[] = {
+      {"exactly one mebibyte", mebibyte, std::nullopt},
+      {"one byte more", mebibyte + " ", ValidationFailure::missingContainer},
+      {"broken XML", "<container><rootfiles>", ValidationFailure::malformedContainer},
+      {"no XML at all", "", ValidationFailure::malformedContainer},
+      {"an undefined entity", rootfiles("<rootfile full-path=\"&undefined;\"/>"),
+       ValidationFailure::malformedContainer},
+      {"a doctype without entities",
+       "<!DOCTYPE container><container><rootfiles>"
+       "<rootfile full-path=\"OEBPS/package.opf\"/></rootfiles></container>",
+       std::nullopt},
+      {"no rootfiles", rootfiles(""), ValidationFailure::missingRootfile},
+      {"a rootfile without a full path",
+       rootfiles(R"(<rootfile media-type="application/oebps-package+xml"/>)"),
+       ValidationFailure::missingRootfile},
+      {"local names whatever the prefix",
+       R"(<c:container xmlns:c="urn:oasis:names:tc:opendocument:xmlns:container">)"
+       R"(<c:rootfiles><c:rootfile full-path="OEBPS/package.opf"/></c:rootfiles>)"
+       R"(</c:container>)",
+       std::nullopt},
+      {"a name in another letter case", rootfiles(R"(<RootFile full-path="OEBPS/package.opf"/>)"),
+       ValidationFailure::missingRootfile},
+  };
+  for (const auto& testCase : cases) {
+    EXPECT_EQ(failureWithContainer(testCase.xml), testCase.failure) << testCase.name;
+  }
 }
 
 // Ten levels of ten references each: 10^9 copies of "lol" if nothing stopped it.
@@ -192,23 +209,6 @@ TEST_F(EPUBContainerValidatorTest, EncryptionMetadataMayUseInternalEntitiesWithi
   EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata);
 }
 
-TEST_F(EPUBContainerValidatorTest, AcceptsADoctypeWithoutEntities) {
-  EXPECT_EQ(
-      failureWithContainer("<!DOCTYPE container><container><rootfiles>"
-                           "<rootfile full-path=\"OEBPS/package.opf\"/></rootfiles></container>"),
-      std::nullopt);
-}
-
-TEST_F(EPUBContainerValidatorTest, RefusesAContainerWithoutRootfiles) {
-  EXPECT_EQ(failureWithContainer(rootfiles("")), ValidationFailure::missingRootfile);
-}
-
-TEST_F(EPUBContainerValidatorTest, ARootfileWithoutFullPathDoesNotCount) {
-  EXPECT_EQ(
-      failureWithContainer(rootfiles(R"(<rootfile media-type="application/oebps-package+xml"/>)")),
-      ValidationFailure::missingRootfile);
-}
-
 TEST_F(EPUBContainerValidatorTest, PrefersTheRootfileOfThePackageType) {
   writeFile("OEBPS/second.opf", "<package/>");
   writeFile("META-INF/container.xml",
@@ -223,16 +223,6 @@ TEST_F(EPUBContainerValidatorTest, TakesTheFirstRootfileWhenNoneHasThePackageTyp
             rootfiles(R"(<rootfile full-path="OEBPS/package.opf" media-type="text/plain"/>)"
                       R"(<rootfile full-path="OEBPS/missing.opf"/>)"));
   EXPECT_EQ(EPUBContainerValidator().validate(root_).packageDocumentPath, "OEBPS/package.opf");
-}
-
-TEST_F(EPUBContainerValidatorTest, ComparesLocalNamesWhateverThePrefix) {
-  EXPECT_EQ(failureWithContainer(
-                R"(<c:container xmlns:c="urn:oasis:names:tc:opendocument:xmlns:container">)"
-                R"(<c:rootfiles><c:rootfile full-path="OEBPS/package.opf"/></c:rootfiles>)"
-                R"(</c:container>)"),
-            std::nullopt);
-  EXPECT_EQ(failureWithContainer(rootfiles(R"(<RootFile full-path="OEBPS/package.opf"/>)")),
-            ValidationFailure::missingRootfile);
 }
 
 TEST_F(EPUBContainerValidatorTest, RefusesRootfilePathsThatFailValidation) {
@@ -261,50 +251,50 @@ TEST_F(EPUBContainerValidatorTest, RefusesAPackageDocumentThatIsMissingOrADirect
             ValidationFailure::unavailablePackageDocument);
 }
 
-TEST_F(EPUBContainerValidatorTest, AnyRightsFileMeansDRM) {
-  writeFile("META-INF/rights.xml", "");
-  EXPECT_EQ(failure(), ValidationFailure::unsupportedDRM);
-}
-
 TEST_F(EPUBContainerValidatorTest, TheTwoObfuscationAlgorithmsMeanObfuscatedFonts) {
   writeFile("META-INF/encryption.xml", EpubBuilder::encryptionXML({kIDPF, kAdobe, kIDPF}));
   EXPECT_TRUE(EPUBContainerValidator().validate(root_).usesFontObfuscation);
 }
 
-TEST_F(EPUBContainerValidatorTest, OneForeignAlgorithmMeansDRM) {
-  writeFile("META-INF/encryption.xml",
-            EpubBuilder::encryptionXML({kIDPF, "http://www.w3.org/2001/04/xmlenc#aes128-cbc"}));
-  EXPECT_EQ(failure(), ValidationFailure::unsupportedDRM);
-  writeFile("META-INF/encryption.xml",
-            EpubBuilder::encryptionXML({"http://www.idpf.org/2008/embedding/"}));
-  EXPECT_EQ(failure(), ValidationFailure::unsupportedDRM);
-}
-
-TEST_F(EPUBContainerValidatorTest, AnEncryptionFileThatNamesNoMethodIsMalformed) {
-  writeFile("META-INF/encryption.xml", EpubBuilder::encryptionXML({}));
-  EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata);
-  writeFile("META-INF/encryption.xml",
-            R"(<encryption xmlns:enc="http://www.w3.org/2001/04/xmlenc#">)"
-            R"(<enc:EncryptedData><enc:EncryptionMethod/></enc:EncryptedData></encryption>)");
-  EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata);
-}
-
-TEST_F(EPUBContainerValidatorTest, RefusesAnEncryptionFileThatIsBrokenTooLargeOrNotAFile) {
-  writeFile("META-INF/encryption.xml", "<encryption>");
-  EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata);
+// Rights and encryption metadata: any rights file, an algorithm other than font obfuscation,
+// and encryption metadata that cannot be read all refuse the book; rights come first.
+TEST_F(EPUBContainerValidatorTest, RefusesDRMAndUnreadableEncryptionMetadata) {
   std::string large = EpubBuilder::encryptionXML({kIDPF});
   large += std::string(1048577 - large.size(), ' ');
-  writeFile("META-INF/encryption.xml", large);
-  EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata);
-  fs::remove(root_ / "META-INF/encryption.xml");
+  const struct {
+    const char* name;
+    std::optional<std::string> rights;
+    std::optional<std::string> encryption;
+    ValidationFailure failure;
+  } cases[] = {
+      {"an empty rights file", "", std::nullopt, ValidationFailure::unsupportedDRM},
+      {"rights before broken encryption", "<rights/>", "broken", ValidationFailure::unsupportedDRM},
+      {"a foreign algorithm", std::nullopt,
+       EpubBuilder::encryptionXML({kIDPF, "http://www.w3.org/2001/04/xmlenc#aes128-cbc"}),
+       ValidationFailure::unsupportedDRM},
+      {"an algorithm that only looks like obfuscation", std::nullopt,
+       EpubBuilder::encryptionXML({"http://www.idpf.org/2008/embedding/"}),
+       ValidationFailure::unsupportedDRM},
+      {"no method named", std::nullopt, EpubBuilder::encryptionXML({}),
+       ValidationFailure::malformedEncryptionMetadata},
+      {"a method without an algorithm", std::nullopt,
+       R"(<encryption xmlns:enc="http://www.w3.org/2001/04/xmlenc#">)"
+       R"(<enc:EncryptedData><enc:EncryptionMethod/></enc:EncryptedData></encryption>)",
+       ValidationFailure::malformedEncryptionMetadata},
+      {"broken XML", std::nullopt, "<encryption>", ValidationFailure::malformedEncryptionMetadata},
+      {"above one mebibyte", std::nullopt, large, ValidationFailure::malformedEncryptionMetadata},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    fs::remove_all(root_ / "META-INF/rights.xml");
+    fs::remove_all(root_ / "META-INF/encryption.xml");
+    if (testCase.rights) writeFile("META-INF/rights.xml", *testCase.rights);
+    if (testCase.encryption) writeFile("META-INF/encryption.xml", *testCase.encryption);
+    EXPECT_EQ(failure(), testCase.failure);
+  }
+  fs::remove_all(root_ / "META-INF/encryption.xml");
   fs::create_directories(root_ / "META-INF/encryption.xml");
-  EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata);
-}
-
-TEST_F(EPUBContainerValidatorTest, RightsAreCheckedBeforeEncryption) {
-  writeFile("META-INF/rights.xml", "<rights/>");
-  writeFile("META-INF/encryption.xml", "broken");
-  EXPECT_EQ(failure(), ValidationFailure::unsupportedDRM);
+  EXPECT_EQ(failure(), ValidationFailure::malformedEncryptionMetadata) << "a directory";
 }
 
 // Renames an entry of a builder book, as an archive made on a system that ignores case might.

@@ -110,22 +110,19 @@ TEST_F(OpenPublicationTest, AFailedPreparationLeavesAFingerprintThatBecameActive
 // A cache that extracts while it fingerprints spares the plain hash; when its pass fails the
 // plain hash runs, and an open that ends before its prepare drops what the pass staged.
 TEST_F(OpenPublicationTest, TheCachesSinglePassTakesThePlaceOfTheHash) {
-  using SinglePass = ScriptedCache::SinglePass;
+  using enum ScriptedCache::SinglePass;
+  const std::string otherBook(64, '0');
   const struct {
-    const char* name;
-    SinglePass singlePass;
+    ScriptedCache::SinglePass singlePass;
     std::optional<std::string> expectedFingerprint;
     int hashes;
     std::size_t discarded;
   } cases[] = {
-      {"a pass that succeeds", SinglePass::succeeds, std::nullopt, 0, 0},
-      {"a pass that fails", SinglePass::fails, std::nullopt, 1, 0},
-      {"a pass of another book than expected", SinglePass::succeeds, std::string(64, '0'), 0, 1},
-  };
+      {succeeds, std::nullopt, 0, 0}, {fails, std::nullopt, 1, 0}, {succeeds, otherBook, 0, 1}};
+  int index = 0;
   for (const auto& testCase : cases) {
-    SCOPED_TRACE(testCase.name);
-    const std::filesystem::path book = directory / (std::string(testCase.name) + ".epub");
-    writeFile(book, testCase.name);
+    const std::filesystem::path book = directory / (std::to_string(index++) + ".epub");
+    writeFile(book, book.string());
     cache->singlePass = testCase.singlePass;
     cache->discarded.clear();
     fingerprinter->calls = 0;
@@ -137,8 +134,8 @@ TEST_F(OpenPublicationTest, TheCachesSinglePassTakesThePlaceOfTheHash) {
     } catch (const DocumentOpenFailureError& error) {
       EXPECT_EQ(error.failure(), DocumentOpenFailure::relocatedContentMismatch);
     }
-    EXPECT_EQ(fingerprinter->calls, testCase.hashes);
-    EXPECT_EQ(cache->discarded.size(), testCase.discarded);
+    EXPECT_EQ(fingerprinter->calls, testCase.hashes) << book;
+    EXPECT_EQ(cache->discarded.size(), testCase.discarded) << book;
     expectLedgerBalanced();
   }
 }
