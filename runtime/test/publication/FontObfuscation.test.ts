@@ -9,8 +9,8 @@ import {
   parseEncryptionDocument,
   uuidBytes,
   type Digest,
+  type ObfuscationAlgorithm,
 } from '../../src/publication/FontObfuscation';
-import { sourceURLs, unquotedFamily } from '../../src/publication/ObfuscatedFonts';
 
 const nodeSha1: Digest = (data) => webcrypto.subtle.digest('SHA-1', data);
 
@@ -33,46 +33,40 @@ function obfuscate(bytes: Uint8Array, key: Uint8Array, length: number): ArrayBuf
   return copy.buffer;
 }
 
-describe('the key of the IDPF algorithm', () => {
-  it('is the SHA-1 of the unique identifier without its white space', async () => {
-    const key = await obfuscationKey(idpfObfuscationAlgorithm, { uniqueIdentifier: ' a b\tc\r\n', identifiers: [] }, nodeSha1);
+describe('the obfuscation key', () => {
+  it.each<[string, ObfuscationAlgorithm, string | undefined, string[], string | undefined]>([
     // SHA-1 of "abc", the first test vector of the SHA-1 standard.
-    expect(hex(key!)).toBe('a9993e364706816aba3e25717850c26c9cd0d89d');
+    ['IDPF: the SHA-1 of the unique identifier without its white space', idpfObfuscationAlgorithm, ' a b\tc\r\n', [], 'a9993e364706816aba3e25717850c26c9cd0d89d'],
+    [
+      'IDPF: characters that are not XML white space are kept',
+      idpfObfuscationAlgorithm,
+      'urn:isbn:978\u00a0000',
+      [],
+      createHash('sha1').update(Buffer.from('urn:isbn:978\u00a0000', 'utf8')).digest('hex'),
+    ],
+    ['IDPF: none for a book without a unique identifier', idpfObfuscationAlgorithm, undefined, ['abc'], undefined],
+    [
+      'Adobe: the 16 bytes of the urn:uuid identifier',
+      adobeObfuscationAlgorithm,
+      'urn:isbn:9780000000000',
+      ['urn:isbn:9780000000000', ' urn:uuid:2B0B8C1E-3f43-4a5e-9e55-0c3c1c8f2d10 '],
+      '2b0b8c1e3f434a5e9e550c3c1c8f2d10',
+    ],
+    [
+      'Adobe: the unique identifier first when it is a urn:uuid',
+      adobeObfuscationAlgorithm,
+      'urn:uuid:00000000-0000-0000-0000-000000000001',
+      ['urn:uuid:ffffffff-ffff-ffff-ffff-ffffffffffff'],
+      '00000000000000000000000000000001',
+    ],
+    ['Adobe: none without a urn:uuid identifier', adobeObfuscationAlgorithm, 'book-1', ['urn:uuid:1234'], undefined],
+  ])('%s', async (_name, algorithm, uniqueIdentifier, identifiers, expected) => {
+    const key = await obfuscationKey(algorithm, { uniqueIdentifier, identifiers }, nodeSha1);
+    expect(key === undefined ? undefined : hex(key)).toBe(expected);
   });
 
-  it('keeps characters that are not XML white space', async () => {
-    const identifier = 'urn:isbn:978\u00a0000';
-    const key = await obfuscationKey(idpfObfuscationAlgorithm, { uniqueIdentifier: identifier, identifiers: [] }, nodeSha1);
-    expect(hex(key!)).toBe(createHash('sha1').update(Buffer.from(identifier, 'utf8')).digest('hex'));
+  it('TakesOffOnlyXMLWhiteSpaceAndRefusesABadUuid', () => {
     expect(identifierWithoutWhiteSpace(' x\u00a0y ')).toBe('x\u00a0y');
-  });
-
-  it('is absent for a book without a unique identifier', async () => {
-    expect(await obfuscationKey(idpfObfuscationAlgorithm, { uniqueIdentifier: undefined, identifiers: ['abc'] }, nodeSha1)).toBeUndefined();
-  });
-});
-
-describe('the key of the Adobe algorithm', () => {
-  it('is the 16 bytes of the urn:uuid identifier', async () => {
-    const key = await obfuscationKey(
-      adobeObfuscationAlgorithm,
-      { uniqueIdentifier: 'urn:isbn:9780000000000', identifiers: ['urn:isbn:9780000000000', ' urn:uuid:2B0B8C1E-3f43-4a5e-9e55-0c3c1c8f2d10 '] },
-      nodeSha1,
-    );
-    expect(hex(key!)).toBe('2b0b8c1e3f434a5e9e550c3c1c8f2d10');
-  });
-
-  it('prefers the unique identifier when it is a urn:uuid', async () => {
-    const key = await obfuscationKey(
-      adobeObfuscationAlgorithm,
-      { uniqueIdentifier: 'urn:uuid:00000000-0000-0000-0000-000000000001', identifiers: ['urn:uuid:ffffffff-ffff-ffff-ffff-ffffffffffff'] },
-      nodeSha1,
-    );
-    expect(hex(key!)).toBe('00000000000000000000000000000001');
-  });
-
-  it('is absent without a urn:uuid identifier', async () => {
-    expect(await obfuscationKey(adobeObfuscationAlgorithm, { uniqueIdentifier: 'book-1', identifiers: ['urn:uuid:1234'] }, nodeSha1)).toBeUndefined();
     expect(uuidBytes('urn:uuid:not-hex-at-all-not-hex-at-all-00')).toBeUndefined();
   });
 });
@@ -122,21 +116,5 @@ describe('the encryption metadata', () => {
       { algorithm: idpfObfuscationAlgorithm, uri: 'EPUB/fonts/a.otf' },
       { algorithm: adobeObfuscationAlgorithm, uri: 'EPUB/fonts/b%20c.ttf' },
     ]);
-  });
-});
-
-describe('reading @font-face rules', () => {
-  it('finds every URL of a src value', () => {
-    expect(sourceURLs(`url("a.woff2") format("woff2"), url('b c.otf'), url(d.ttf) format("truetype"), local(Serif)`)).toEqual([
-      'a.woff2',
-      'b c.otf',
-      'd.ttf',
-    ]);
-  });
-
-  it('takes the quotes off a family name', () => {
-    expect(unquotedFamily('"OldStandard"')).toBe('OldStandard');
-    expect(unquotedFamily("'Old Standard'")).toBe('Old Standard');
-    expect(unquotedFamily('Plain')).toBe('Plain');
   });
 });
