@@ -108,12 +108,24 @@ describe('CfiDocument', () => {
     expect(cfi).toBe('epubcfi(/6/4[c1]!/4/2/3:2[abcde,next])');
   });
 
-  it('RoundTripsEveryPositionThroughNestedElements', () => {
-    const document = xhtml(
+  it.each([
+    [
+      'RoundTripsEveryPositionThroughNestedElements',
       '<div id="d"><section><h1>Title <span>with <b>nested <i>deep</i></b> words</span></h1>' +
         '<p>Para<a href="#x">link</a>graph<br/>line two</p><ul><li>one</li><li><p>two <em>three</em></p></li></ul></section></div>',
-    );
-    expectEveryTextPositionRoundTrips(document);
+      undefined,
+      undefined,
+    ],
+    [
+      'RoundTripsEveryPositionInVerticalTextWithRuby',
+      '<div style="writing-mode: vertical-rl"><p>賢治の<ruby>夢<rt>ゆめ</rt></ruby>の世界</p>' +
+        '<p class="tcy">第<span style="text-combine-upright: all">12</span>章</p></div>',
+      '<title>t</title><style>html { writing-mode: vertical-rl; -epub-writing-mode: vertical-rl; }</style>',
+      'xml:lang="ja"',
+    ],
+    ['RoundTripsCharactersOutsideTheBasicPlane', '<p>a😀b<span>𠮷野</span>c</p>', undefined, undefined],
+  ])('%s', (_name, body, head, rootAttributes) => {
+    expectEveryTextPositionRoundTrips(xhtml(body, head, rootAttributes));
   });
 
   it('RoundTripsEveryPositionInRightToLeftText', () => {
@@ -126,21 +138,6 @@ describe('CfiDocument', () => {
     const cfi = cfiForPoint({ node: textNodeContaining(document, 'الحقيقي'), offset: 3 }, spine);
     expect(cfi).toBe('epubcfi(/6/4[c1]!/4/2/3:3[الغذائي ال,حقيقي ضد ا])');
     expect(resolveCfiPoint(document, cfi).point).toEqual({ node: textNodeContaining(document, 'الحقيقي'), offset: 3 });
-  });
-
-  it('RoundTripsEveryPositionInVerticalTextWithRuby', () => {
-    const document = xhtml(
-      '<div style="writing-mode: vertical-rl"><p>賢治の<ruby>夢<rt>ゆめ</rt></ruby>の世界</p>' +
-        '<p class="tcy">第<span style="text-combine-upright: all">12</span>章</p></div>',
-      '<title>t</title><style>html { writing-mode: vertical-rl; -epub-writing-mode: vertical-rl; }</style>',
-      'xml:lang="ja"',
-    );
-    expectEveryTextPositionRoundTrips(document);
-  });
-
-  it('RoundTripsCharactersOutsideTheBasicPlane', () => {
-    const document = xhtml('<p>a😀b<span>𠮷野</span>c</p>');
-    expectEveryTextPositionRoundTrips(document);
   });
 
   it('FollowsTheIdWhenAnElementWasInsertedBefore', () => {
@@ -164,27 +161,14 @@ describe('CfiDocument', () => {
     expect(resolved.point.offset).toBe(text.data.indexOf('jumps'));
   });
 
-  it('ChoosesTheAssertedTextNearestToThePath', () => {
-    const document = xhtml('<p>la la la la la la</p>');
-    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:12[ la ,la])');
-    expect(resolved.quality).toBe('exact');
-    const moved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:10[ la ,la])');
-    expect(moved.quality).toBe('textAssertion');
-    expect(moved.point.offset).toBe(9);
-  });
-
-  it('ReportsATextAssertionThatIsNowhere', () => {
-    const document = xhtml('<p>completely different</p>');
-    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:3[abc,def])');
-    expect(resolved.quality).toBe('textAssertionMismatch');
-    expect(resolved.point.offset).toBe(3);
-  });
-
-  it('ClampsAnOffsetBeyondTheText', () => {
-    const document = xhtml('<p>short</p>');
-    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4!/4/2/1:99)');
-    expect(resolved.quality).toBe('clamped');
-    expect(resolved.point.offset).toBe(5);
+  it.each([
+    ['KeepsAnAssertionThatAgreesWithThePath', '<p>la la la la la la</p>', 'epubcfi(/6/4!/4/2/1:12[ la ,la])', 'exact', 12],
+    ['ChoosesTheAssertedTextNearestToThePath', '<p>la la la la la la</p>', 'epubcfi(/6/4!/4/2/1:10[ la ,la])', 'textAssertion', 9],
+    ['ReportsATextAssertionThatIsNowhere', '<p>completely different</p>', 'epubcfi(/6/4!/4/2/1:3[abc,def])', 'textAssertionMismatch', 3],
+    ['ClampsAnOffsetBeyondTheText', '<p>short</p>', 'epubcfi(/6/4!/4/2/1:99)', 'clamped', 5],
+  ])('%s', (_name, body, cfi, quality, offset) => {
+    const resolved = resolveCfiPoint(xhtml(body), cfi);
+    expect([resolved.quality, resolved.point.offset]).toEqual([quality, offset]);
   });
 
   it('RefusesAPathThatLeadsNowhere', () => {
