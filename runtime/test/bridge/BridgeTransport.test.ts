@@ -58,32 +58,21 @@ describe('BridgeTransport', () => {
     expect(captured[0]?.detail).toMatchObject({ ok: true, result: {} });
   });
 
-  it('AnswersAnUnknownMethodWithAnErrorCode', async () => {
-    const { transport, captured } = makeTransport({});
-    await transport.receive(envelope('flyToTheMoon'));
-    expect(captured).toHaveLength(1);
-    expect(captured[0]?.detail).toMatchObject({ version: 1, ok: false, generation: 3, error: { code: 'unknown-method' } });
-    expect(typeof (captured[0]?.detail.error as { message: unknown }).message).toBe('string');
-  });
-
-  it('AnswersACatalogueMethodWithoutHandlerAsUnsupported', async () => {
-    const { transport, captured } = makeTransport({});
-    await transport.receive(envelope('startSearch', { searchID: 'x', query: 'y' }));
-    expect(captured[0]?.detail).toMatchObject({ ok: false, error: { code: 'unsupported-method' } });
-  });
-
-  it('RefusesAnotherProtocolVersionWithoutRunningTheHandler', async () => {
+  // A request the runtime cannot run is answered once, with the protocol's version and the
+  // request's generation, and its handler never runs.
+  it.each<[string, Record<string, unknown>, Record<string, unknown>]>([
+    ['AnswersAnUnknownMethodWithAnErrorCode', envelope('flyToTheMoon'), { code: 'unknown-method' }],
+    ['AnswersACatalogueMethodWithoutHandlerAsUnsupported', envelope('startSearch', { searchID: 'x', query: 'y' }), { code: 'unsupported-method' }],
+    ['RefusesAnotherProtocolVersionWithoutRunningTheHandler', { ...envelope('next'), version: 2 }, { code: 'unsupported-protocol-version' }],
+    ['RefusesAPayloadThatIsNotAnObject', envelope('next', [1, 2]), { code: 'malformed-request' }],
+  ])('%s', async (_name, request, error) => {
     let ran = false;
     const { transport, captured } = makeTransport({ next: () => ((ran = true), {}) });
-    await transport.receive({ ...envelope('next'), version: 2 });
+    await transport.receive(request);
     expect(ran).toBe(false);
-    expect(captured[0]?.detail).toMatchObject({ version: 1, ok: false, error: { code: 'unsupported-protocol-version' } });
-  });
-
-  it('RefusesAPayloadThatIsNotAnObject', async () => {
-    const { transport, captured } = makeTransport({ next: () => ({}) });
-    await transport.receive(envelope('next', [1, 2]));
-    expect(captured[0]?.detail).toMatchObject({ ok: false, error: { code: 'malformed-request' } });
+    expect(captured).toHaveLength(1);
+    expect(captured[0]?.detail).toMatchObject({ version: 1, ok: false, generation: 3, error });
+    expect(typeof (captured[0]?.detail.error as { message: unknown }).message).toBe('string');
   });
 
   it('RejectsAnEnvelopeWithoutIdSoTheCallFailsAtOnce', async () => {
@@ -94,27 +83,25 @@ describe('BridgeTransport', () => {
     expect(captured).toHaveLength(0);
   });
 
-  it('ReportsAHandlerErrorWithItsCodeAndDiagnostic', async () => {
-    const { transport, captured } = makeTransport({
-      goTo: () => {
+  it.each<[string, MethodHandler, Record<string, unknown>]>([
+    [
+      'ReportsAHandlerErrorWithItsCodeAndDiagnostic',
+      () => {
         throw new BridgeRequestError('href-not-found', 'no such section', 'missing.xhtml');
       },
-    });
-    await transport.receive(envelope('goTo', { href: 'missing.xhtml' }));
-    expect(captured[0]?.detail).toMatchObject({
-      ok: false,
-      error: { code: 'href-not-found', message: 'no such section', diagnostic: 'missing.xhtml' },
-    });
-  });
-
-  it('ReportsAnUnexpectedExceptionAsInternalError', async () => {
-    const { transport, captured } = makeTransport({
-      next: async () => {
+      { code: 'href-not-found', message: 'no such section', diagnostic: 'missing.xhtml' },
+    ],
+    [
+      'ReportsAnUnexpectedExceptionAsInternalError',
+      async () => {
         throw new RangeError('boom');
       },
-    });
-    await transport.receive(envelope('next'));
-    expect(captured[0]?.detail).toMatchObject({ ok: false, error: { code: 'internal-error', diagnostic: 'RangeError: boom' } });
+      { code: 'internal-error', diagnostic: 'RangeError: boom' },
+    ],
+  ])('%s', async (_name, handler, error) => {
+    const { transport, captured } = makeTransport({ goTo: handler });
+    await transport.receive(envelope('goTo', { href: 'missing.xhtml' }));
+    expect(captured[0]?.detail).toMatchObject({ ok: false, error });
   });
 
   it('AnswersEachRequestExactlyOnceInArrivalOrder', async () => {
