@@ -298,46 +298,53 @@ void ReaderRuntimeLayoutDisplayTest::walkToTheEndAndBack(const std::string& what
   EXPECT_EQ(backward, forward) << what;
 }
 
-TEST_F(ReaderRuntimeLayoutDisplayTest, ARightToLeftBookPagesToItsEndAndBackWithoutDrift) {
-  openBook(rightToLeftBook());
-  saveScreenshot("right-to-left");
-  walkToTheEndAndBack("right to left");
+// A right-to-left and a vertical book, each paged to its end and back without drift, then kept
+// in place through larger type and two pages a spread from the middle of the book.
+struct DirectionalCase {
+  const char* name;
+  std::string (*book)();
+  const char* writingMode;
+};
+
+void PrintTo(const DirectionalCase& directional, std::ostream* stream) {
+  *stream << directional.name;
 }
 
-TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookPagesToItsEndAndBackWithoutDrift) {
-  openBook(verticalBook());
+class DirectionalBookDisplayTest : public ReaderRuntimeLayoutDisplayTest,
+                                   public ::testing::WithParamInterface<DirectionalCase> {};
+
+TEST_P(DirectionalBookDisplayTest, PagesToItsEndAndBackAndKeepsItsPlaceThroughPresentationChanges) {
+  const std::string what = GetParam().name;
+  openBook(GetParam().book());
   const json writing = evaluate(R"(
     const frame = document.querySelector('iframe.section-frame:not(.preparing)');
     return frame.contentWindow.getComputedStyle(frame.contentDocument.body).writingMode;
   )");
-  EXPECT_EQ(writing, "vertical-rl");
-  saveScreenshot("vertical");
-  walkToTheEndAndBack("vertical");
-}
+  EXPECT_EQ(writing, GetParam().writingMode);
+  saveScreenshot(what);
+  walkToTheEndAndBack(what);
 
-TEST_F(ReaderRuntimeLayoutDisplayTest, ARightToLeftBookKeepsItsPlaceThroughPresentationChanges) {
-  const Locator before = standInTheMiddleOfTheBook(rightToLeftBook());
+  run(bridge().nextSection());
+  run(bridge().next());
+  ASSERT_EQ(run(bridge().next()).page, 3);
+  const Locator before = run(bridge().currentLocator());
   ConfigureTypographyRequest typography;
   typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
   typography.fontScale.value = 1.4;
   run(bridge().configureTypography(typography));
-  expectStillShown(before, "right to left, font scale 1.4");
+  expectStillShown(before, what + ", font scale 1.4");
   const Locator larger = run(bridge().currentLocator());
   run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
-  expectStillShown(larger, "right to left, double page");
+  expectStillShown(larger, what + ", double page");
 }
 
-TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookKeepsItsPlaceThroughPresentationChanges) {
-  const Locator before = standInTheMiddleOfTheBook(verticalBook());
-  ConfigureTypographyRequest typography;
-  typography.fontScale.mode = ResolvedTypographyFontScale::Mode::value;
-  typography.fontScale.value = 1.4;
-  run(bridge().configureTypography(typography));
-  expectStillShown(before, "vertical, font scale 1.4");
-  const Locator larger = run(bridge().currentLocator());
-  run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
-  expectStillShown(larger, "vertical, double page");
-}
+INSTANTIATE_TEST_SUITE_P(
+    Books, DirectionalBookDisplayTest,
+    ::testing::Values(DirectionalCase{"RightToLeft", rightToLeftBook, "horizontal-tb"},
+                      DirectionalCase{"Vertical", verticalBook, "vertical-rl"}),
+    [](const ::testing::TestParamInfo<DirectionalCase>& info) {
+      return std::string(info.param.name);
+    });
 
 TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookScrollsSidewaysAndKeepsItsPlace) {
   const Locator before = standInTheMiddleOfTheBook(verticalBook());
