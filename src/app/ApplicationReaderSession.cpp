@@ -4,20 +4,13 @@
 
 #include "app/GtkShellPlatform.h"
 #include "async/Spawn.h"
+#include "platform/GLibString.h"
 #include "session/ReadingStateDirectory.h"
 #include "session/WebViewReaderHost.h"
 #include "views/ExternalLinkConsent.h"
+#include "views/HighlightMenu.h"
 
 namespace tomekeeper {
-
-namespace {
-
-ReaderNavigationDirection navigationDirection(PageKeyDirection direction) {
-  return direction == PageKeyDirection::previous ? ReaderNavigationDirection::previous
-                                                 : ReaderNavigationDirection::next;
-}
-
-}  // namespace
 
 ApplicationReaderSession::ApplicationReaderSession(std::shared_ptr<ReaderSession> session,
                                                    GtkWidget* webView,
@@ -68,7 +61,11 @@ std::optional<PublicationTitle> ApplicationReaderSession::publicationTitle() con
 }
 
 bool ApplicationReaderSession::handlePaginationKey(PageKeyDirection direction) {
-  return session_->handlePaginationKey(navigationDirection(direction));
+  return session_->handlePaginationKey(direction);
+}
+
+void ApplicationReaderSession::handleNavigationKey(ReaderNavigationDirection direction) {
+  session_->handleNavigationKey(direction);
 }
 
 ApplicationSessionFactory::ApplicationSessionFactory(std::filesystem::path supportDirectory)
@@ -79,11 +76,11 @@ std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
     const std::string& fingerprint) {
   // Read for each book, so that a folder chosen in Settings holds the books opened after it.
   const auto settings = applicationSettings();
-  gchar* setting = settings ? g_settings_get_string(settings.get(), "state-directory") : nullptr;
+  const GLibString setting(settings ? g_settings_get_string(settings.get(), "state-directory")
+                                    : nullptr);
   stateRepositories_.publicationsRoot =
-      (readingStateDirectory(setting != nullptr ? setting : "", supportDirectory_) / "Publications")
+      (readingStateDirectory(setting.string(), supportDirectory_) / "Publications")
           .lexically_normal();
-  g_free(setting);
   PublicationStateRepositories repositories = stateRepositories_.makeRepositories(fingerprint);
   if (!typographyRepository_) {
     typographyRepository_ = std::make_shared<JSONTypographyPreferencesRepository>(
@@ -99,6 +96,11 @@ std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
   }
   std::shared_ptr<WebViewReaderHost> host = makeWebViewReaderHost();
   GtkWidget* webView = host->webView();
+  // The menu holds the view; the host holds the menu, until the session lets the host go.
+  host->onAnnotationMenuRequest = [menu = std::make_shared<views::HighlightMenu>(webView)](
+                                      const AnnotationMenuRequest& request) {
+    menu->present(request);
+  };
 
   ReaderSessionDependencies dependencies;
   dependencies.host = std::move(host);

@@ -31,6 +31,8 @@ class ApplicationReaderSession final : public ReaderSessionHandle {
   void close() override;
   std::optional<PublicationTitle> publicationTitle() const override;
   bool handlePaginationKey(PageKeyDirection direction) override;
+  // Space, Left and Right in the web view: a page that way while the book is ready.
+  void handleNavigationKey(ReaderNavigationDirection direction);
 
   const std::shared_ptr<ReaderSession>& session() const { return session_; }
   // The web view; owned by the session's host and alive as long as this object.

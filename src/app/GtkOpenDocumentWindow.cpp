@@ -1,6 +1,5 @@
 #include "app/GtkOpenDocumentWindow.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -8,6 +7,8 @@
 #include "app/GtkShellPlatform.h"
 #include "app/GtkShellWindow.h"
 #include "async/Spawn.h"
+#include "platform/EPUBFileName.h"
+#include "platform/GLibString.h"
 
 namespace tomekeeper {
 
@@ -15,16 +16,6 @@ namespace {
 
 constexpr int kOpenDocumentWindowWidth = 560;
 constexpr int kOpenDocumentWindowHeight = 380;
-
-bool isEPUBFile(GFile* file) {
-  char* name = g_file_get_basename(file);
-  if (name == nullptr) return false;
-  std::string extension = std::filesystem::path(name).extension().string();
-  g_free(name);
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char character) { return g_ascii_tolower(character); });
-  return extension == ".epub";
-}
 
 // The empty window: a large title, a line that invites a drop and a button that opens the panel.
 class GtkOpenDocumentWindow final : public GtkShellWindow {
@@ -85,7 +76,8 @@ class GtkOpenDocumentWindow final : public GtkShellWindow {
 
   static void handleOpenClicked(GtkButton*, gpointer data) {
     auto* self = static_cast<GtkOpenDocumentWindow*>(data);
-    async::spawn(chooseAndOpen(GObjectHandle<GtkWindow>::retain(self->window()), self->open_));
+    async::spawn(chooseAndOpen(GObjectHandle<GtkWindow>::retain(self->window()), self->open_),
+                 self->lifetime());
   }
 
   // While a drag is over the window it shows it: "isTargeted".
@@ -103,13 +95,13 @@ class GtkOpenDocumentWindow final : public GtkShellWindow {
     auto* self = static_cast<GtkOpenDocumentWindow*>(data);
     gtk_widget_remove_css_class(self->statusPage_, "accent");
     if (!G_VALUE_HOLDS(value, GDK_TYPE_FILE_LIST)) return FALSE;
-    GSList* files = gdk_file_list_get_files(static_cast<GdkFileList*>(g_value_get_boxed(value)));
-    GFile* first = files != nullptr ? static_cast<GFile*>(files->data) : nullptr;
-    char* path = first != nullptr && isEPUBFile(first) ? g_file_get_path(first) : nullptr;
-    g_slist_free(files);
-    if (path == nullptr) return FALSE;
-    const std::filesystem::path dropped(path);
-    g_free(path);
+    // The list is the value's; only its links are ours.
+    const std::unique_ptr<GSList, decltype(&g_slist_free)> files(
+        gdk_file_list_get_files(static_cast<GdkFileList*>(g_value_get_boxed(value))), g_slist_free);
+    GFile* first = files ? static_cast<GFile*>(files->data) : nullptr;
+    const GLibString path(first != nullptr ? g_file_get_path(first) : nullptr);
+    if (!path || !hasEPUBExtension(path.get())) return FALSE;
+    const std::filesystem::path dropped(path.get());
     // The open may close this very window; it runs after the drop has finished.
     g_idle_add_full(
         G_PRIORITY_DEFAULT,

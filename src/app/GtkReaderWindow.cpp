@@ -9,7 +9,7 @@
 
 #include "app/ApplicationReaderSession.h"
 #include "app/GtkShellWindow.h"
-#include "app/PaginationKeyFilter.h"
+#include "app/ReaderWindowKeys.h"
 #include "app/ReadingCommands.h"
 #include "app/ReadingControls.h"
 #include "app/ReadingDataDialogs.h"
@@ -21,6 +21,7 @@
 #include "views/BookSafetyDialog.h"
 #include "views/BookmarkButton.h"
 #include "views/ReaderScreen.h"
+#include "views/SessionCommand.h"
 #include "views/ViewSupport.h"
 
 namespace tomekeeper {
@@ -41,18 +42,6 @@ void logReaderWindowEvent(const std::string& message) {
   g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
 }
 
-// Runs one session command on its own task; its failure is already in the session's error.
-async::Task<void> runSessionCommand(std::weak_ptr<ReaderSession> weakSession,
-                                    std::function<async::Task<void>(ReaderSession&)> command) {
-  const auto session = weakSession.lock();
-  if (!session) co_return;
-  try {
-    co_await command(*session);
-  } catch (...) {
-    // Recorded by the session, which shows it in the window's banner.
-  }
-}
-
 // The reader window: header bar, web view, page label and error banner, the page keys and the
 // window actions of the Reading menu.
 class GtkReaderWindow final : public GtkShellWindow {
@@ -60,8 +49,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   GtkReaderWindow(ShellWindowDelegate& delegate, GtkApplication* application,
                   GMenuModel* primaryMenu, ReaderWindowRequest request)
       : GtkShellWindow(delegate, request.fingerprint,
-                       GTK_WINDOW(adw_application_window_new(application))),
-        handlePaginationKey_(std::move(request.handlePaginationKey)) {
+                       GTK_WINDOW(adw_application_window_new(application))) {
     const auto applicationSession =
         std::dynamic_pointer_cast<ApplicationReaderSession>(request.session);
     if (applicationSession) session_ = applicationSession->session();
@@ -114,20 +102,23 @@ class GtkReaderWindow final : public GtkShellWindow {
     controlsConnection_ = controls_->changed().connect([this] { showReadingControlsState(); });
     adw_application_window_set_content(ADW_APPLICATION_WINDOW(gtkWindow), controls_->root());
 
-    // Before the web view sees them: Page Up and Page Down turn pages in paginated mode.
-    GtkEventController* keys = gtk_event_controller_key_new();
-    gtk_event_controller_set_propagation_phase(keys, GTK_PHASE_CAPTURE);
-    g_signal_connect(keys, "key-pressed", G_CALLBACK(handleKeyPressed), this);
-    g_signal_connect(keys, "key-released", G_CALLBACK(handleKeyReleased), this);
-    gtk_widget_add_controller(GTK_WIDGET(gtkWindow), keys);
-    keyController_ = keys;
+    keys_ = std::make_unique<ReaderWindowKeys>(
+        gtkWindow, screen_ ? applicationSession->webView() : nullptr,
+        ReaderWindowKeys::Handlers{
+            [this] { return showHiddenControls(); },
+            [pageKey = std::move(request.handlePaginationKey)](
+                ReaderNavigationDirection direction) { return pageKey && pageKey(direction); },
+            [weak = std::weak_ptr<ApplicationReaderSession>(applicationSession)](
+                ReaderNavigationDirection direction) {
+              if (const auto locked = weak.lock()) locked->handleNavigationKey(direction);
+            }});
 
     installActions();
     if (session_) observeSession();
   }
 
   ~GtkReaderWindow() override {
-    g_signal_handlers_disconnect_by_data(keyController_, this);
+    keys_.reset();
     windowClosing();
   }
 
@@ -157,12 +148,14 @@ class GtkReaderWindow final : public GtkShellWindow {
         title && title->title && !title->title->empty() ? *title->title : std::string("Highlights");
     std::replace(name.begin(), name.end(), '/', ' ');
     async::spawn(runHighlightExport(window(), session_,
-                                    applicationSession_->readingDataMaintenance(), name));
+                                    applicationSession_->readingDataMaintenance(), name),
+                 lifetime());
   }
   void restoreReadingData() {
     if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
     async::spawn(
-        runReadingDataRestore(window(), session_, applicationSession_->readingDataMaintenance()));
+        runReadingDataRestore(window(), session_, applicationSession_->readingDataMaintenance()),
+        lifetime());
   }
 
   // Shows the panel of a toolbar menu button, or hides it when it is up.
@@ -190,7 +183,7 @@ class GtkReaderWindow final : public GtkShellWindow {
     if (action != nullptr) {
       g_simple_action_set_state(G_SIMPLE_ACTION(action), g_variant_new_boolean(hidden));
     }
-    const char* state = !hidden                        ? "shown"
+    const char* state = !hidden                         ? "shown"
                         : controls_->headerIsOnScreen() ? "hidden, header revealed"
                                                         : "hidden";
     logReaderWindowEvent("Reading controls of " + identifier() + " are " + state);
@@ -313,14 +306,15 @@ class GtkReaderWindow final : public GtkShellWindow {
       actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
     }
     // Its state says whether the controls are hidden; the toolbar's menu shows it checked.
-    GSimpleAction* controls =
-        g_simple_action_new_stateful("toggle-reading-controls", nullptr, g_variant_new_boolean(FALSE));
-    g_signal_connect(controls, "activate", G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
+    GSimpleAction* controls = g_simple_action_new_stateful("toggle-reading-controls", nullptr,
+                                                           g_variant_new_boolean(FALSE));
+    g_signal_connect(controls, "activate",
+                     G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
                        auto* self = static_cast<GtkReaderWindow*>(data);
-                       self->controls_->setVisibility(
-                           self->controls_->visibility() == ReadingControlsVisibility::shown
-                               ? ReadingControlsVisibility::hidden
-                               : ReadingControlsVisibility::shown);
+                       self->controls_->setVisibility(self->controls_->visibility() ==
+                                                              ReadingControlsVisibility::shown
+                                                          ? ReadingControlsVisibility::hidden
+                                                          : ReadingControlsVisibility::shown);
                      }),
                      this);
     g_action_map_add_action(map, G_ACTION(controls));
@@ -493,7 +487,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   }
 
   void runCommand(std::function<async::Task<void>(ReaderSession&)> command) {
-    async::spawn(runSessionCommand(session_, std::move(command)));
+    if (session_) views::runSessionCommand(session_, std::move(command), lifetime());
   }
 
   void addScreenControls() {
@@ -550,46 +544,15 @@ class GtkReaderWindow final : public GtkShellWindow {
     logSidebarVisibility("has the sidebar");
   }
 
-  static KeyEventDescription describe(KeyTransition transition, guint keyValue, guint keyCode,
-                                      GdkModifierType state) {
-    const GdkModifierType modifiers = static_cast<GdkModifierType>(
-        GDK_SHIFT_MASK | GDK_CONTROL_MASK | GDK_ALT_MASK | GDK_SUPER_MASK | GDK_META_MASK);
-    return KeyEventDescription{transition, keyValue, keyCode, (state & modifiers) != 0};
-  }
-
   // Escape brings hidden controls back; otherwise it goes on to the page.
-  bool showHiddenControls(guint keyValue, GdkModifierType state) {
-    if (keyValue != GDK_KEY_Escape || (state & gtk_accelerator_get_default_mod_mask()) != 0) {
-      return false;
-    }
+  bool showHiddenControls() {
     if (controls_->visibility() != ReadingControlsVisibility::hidden) return false;
     controls_->setVisibility(ReadingControlsVisibility::shown);
     return true;
   }
 
-  bool filterKey(const KeyEventDescription& event) {
-    return paginationKeys_.filter(event, [this](PageKeyDirection direction) {
-      return handlePaginationKey_ && handlePaginationKey_(direction);
-    }) == KeyDisposition::taken;
-  }
-
-  static gboolean handleKeyPressed(GtkEventControllerKey*, guint keyValue, guint keyCode,
-                                   GdkModifierType state, gpointer data) {
-    auto* self = static_cast<GtkReaderWindow*>(data);
-    if (self->showHiddenControls(keyValue, state)) return TRUE;
-    return self->filterKey(describe(KeyTransition::down, keyValue, keyCode, state));
-  }
-
-  static void handleKeyReleased(GtkEventControllerKey*, guint keyValue, guint keyCode,
-                                GdkModifierType state, gpointer data) {
-    auto* self = static_cast<GtkReaderWindow*>(data);
-    self->filterKey(describe(KeyTransition::up, keyValue, keyCode, state));
-  }
-
   std::shared_ptr<ReaderSession> session_;
   std::shared_ptr<ApplicationReaderSession> applicationSession_;
-  std::function<bool(PageKeyDirection)> handlePaginationKey_;
-  PaginationKeyFilter paginationKeys_;
   GtkWidget* headerBar_ = nullptr;
   std::unique_ptr<ReadingControls> controls_;
   sigc::connection controlsConnection_;
@@ -597,7 +560,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   sigc::connection bookmarkConnection_;
   GtkWidget* searchButton_ = nullptr;
   GtkWidget* fontButton_ = nullptr;
-  GtkEventController* keyController_ = nullptr;
+  std::unique_ptr<ReaderWindowKeys> keys_;
   std::vector<GObjectHandle<GSimpleAction>> actions_;
   std::unique_ptr<ReaderScreen> screen_;
   sigc::connection sidebarConnection_;

@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "async/Completion.h"
+#include "platform/EPUBFileName.h"
+#include "platform/GLibString.h"
 
 namespace tomekeeper {
 
@@ -57,10 +59,7 @@ void handlePanelResponse(GtkNativeDialog* dialog, int response, gpointer data) {
     for (guint index = 0; index < count; ++index) {
       auto file = GObjectHandle<GFile>::adopt(
           static_cast<GFile*>(g_list_model_get_item(files.get(), index)));
-      if (char* path = g_file_get_path(file.get())) {
-        chosen.emplace_back(path);
-        g_free(path);
-      }
+      if (const GLibString path(g_file_get_path(file.get())); path) chosen.emplace_back(path.get());
     }
   }
   panel->completion->resolve(std::move(chosen));
@@ -101,13 +100,6 @@ class OpenProgressWindow final : public ShownIndicator {
  private:
   GObjectHandle<GtkWindow> window_;
 };
-
-bool isEPUBFileName(const std::filesystem::path& path) {
-  std::string extension = path.extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char character) { return g_ascii_tolower(character); });
-  return extension == ".epub";
-}
 
 }  // namespace
 
@@ -193,15 +185,14 @@ async::Task<std::vector<std::filesystem::path>> GtkShellPlatform::chooseEPUBFile
 }
 
 void GtkShellPlatform::noteRecentDocument(const std::filesystem::path& file) {
-  char* uri = g_filename_to_uri(file.c_str(), nullptr, nullptr);
-  if (uri == nullptr) return;
+  const GLibString uri(g_filename_to_uri(file.c_str(), nullptr, nullptr));
+  if (!uri) return;
   const std::string exec = std::string(g_get_prgname() ? g_get_prgname() : "tomekeeper") + " %u";
   GtkRecentData data{};
   data.mime_type = const_cast<char*>(kEPUBMimeType);
   data.app_name = const_cast<char*>(g_get_application_name());
   data.app_exec = const_cast<char*>(exec.c_str());
-  gtk_recent_manager_add_full(gtk_recent_manager_get_default(), uri, &data);
-  g_free(uri);
+  gtk_recent_manager_add_full(gtk_recent_manager_get_default(), uri.get(), &data);
 }
 
 std::vector<std::filesystem::path> GtkShellPlatform::recentDocuments() const {
@@ -212,18 +203,17 @@ std::vector<std::filesystem::path> GtkShellPlatform::recentDocuments() const {
     const char* mimeType = gtk_recent_info_get_mime_type(info);
     if (mimeType == nullptr || std::string(mimeType) != kEPUBMimeType) continue;
     if (!gtk_recent_info_has_application(info, g_get_application_name())) continue;
-    char* path = g_filename_from_uri(gtk_recent_info_get_uri(info), nullptr, nullptr);
-    if (path == nullptr) continue;
+    const GLibString path(g_filename_from_uri(gtk_recent_info_get_uri(info), nullptr, nullptr));
+    if (!path) continue;
     GDateTime* modified = gtk_recent_info_get_modified(info);
-    entries.emplace_back(path, modified ? g_date_time_to_unix(modified) : 0);
-    g_free(path);
+    entries.emplace_back(path.get(), modified ? g_date_time_to_unix(modified) : 0);
   }
   g_list_free_full(items, reinterpret_cast<GDestroyNotify>(gtk_recent_info_unref));
   std::stable_sort(entries.begin(), entries.end(),
                    [](const auto& left, const auto& right) { return left.second > right.second; });
   std::vector<std::filesystem::path> documents;
   for (auto& entry : entries) {
-    if (isEPUBFileName(entry.first)) documents.push_back(std::move(entry.first));
+    if (hasEPUBExtension(entry.first)) documents.push_back(std::move(entry.first));
   }
   return documents;
 }
@@ -231,10 +221,9 @@ std::vector<std::filesystem::path> GtkShellPlatform::recentDocuments() const {
 void GtkShellPlatform::clearRecentDocuments() {
   GtkRecentManager* manager = gtk_recent_manager_get_default();
   for (const auto& document : recentDocuments()) {
-    char* uri = g_filename_to_uri(document.c_str(), nullptr, nullptr);
-    if (uri == nullptr) continue;
-    gtk_recent_manager_remove_item(manager, uri, nullptr);
-    g_free(uri);
+    const GLibString uri(g_filename_to_uri(document.c_str(), nullptr, nullptr));
+    if (!uri) continue;
+    gtk_recent_manager_remove_item(manager, uri.get(), nullptr);
   }
 }
 

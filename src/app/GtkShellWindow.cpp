@@ -19,6 +19,7 @@ GtkShellWindow::GtkShellWindow(ShellWindowDelegate& delegate, std::string identi
 }
 
 GtkShellWindow::~GtkShellWindow() {
+  lifetime_.request_stop();
   g_signal_handlers_disconnect_by_data(window_.get(), this);
   if (!closed_) gtk_window_destroy(window_.get());
 }
@@ -51,6 +52,7 @@ bool GtkShellWindow::isVisible() const {
 
 void GtkShellWindow::announceClose() {
   closed_ = true;
+  lifetime_.request_stop();
   windowClosing();
   delegate_.windowWillClose(*this);
 }

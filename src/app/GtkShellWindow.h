@@ -3,6 +3,7 @@
 #include <gtk/gtk.h>
 
 #include <memory>
+#include <stop_token>
 #include <string>
 
 #include "app/ShellWindow.h"
@@ -11,7 +12,9 @@
 namespace tomekeeper {
 
 // A top-level window of the coordinator. It holds its GtkWindow for as long as the coordinator
-// holds it, and tells the delegate once that it closes, whichever way it closes.
+// holds it, and tells the delegate once that it closes, whichever way it closes. It is the one
+// cancellation owner of the window: every task the window starts takes lifetime(), which is
+// stopped when the window closes (or goes without closing). Main thread only.
 class GtkShellWindow : public ShellWindow, public std::enable_shared_from_this<GtkShellWindow> {
  public:
   // Takes its own reference to `window`.
@@ -30,8 +33,9 @@ class GtkShellWindow : public ShellWindow, public std::enable_shared_from_this<G
   GtkWindow* window() const { return window_.get(); }
 
  protected:
-  // The window is going: views let go of what they observe.
+  // The window is going: views let go of what they observe. Its tasks are stopped already.
   virtual void windowClosing() {}
+  std::stop_token lifetime() const { return lifetime_.get_token(); }
 
  private:
   void announceClose();
@@ -41,6 +45,7 @@ class GtkShellWindow : public ShellWindow, public std::enable_shared_from_this<G
   ShellWindowDelegate& delegate_;
   std::string identifier_;
   GObjectHandle<GtkWindow> window_;
+  std::stop_source lifetime_;
   bool closed_ = false;
 };
 

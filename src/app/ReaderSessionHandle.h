@@ -8,11 +8,12 @@
 
 #include "async/Task.h"
 #include "opening/PreparedPublicationResources.h"
+#include "session/ReaderNavigationDirection.h"
 
 namespace tomekeeper {
 
-// The direction of a page key (Page Up, Page Down).
-enum class PageKeyDirection { previous, next };
+// The direction of a page key (Page Up, Page Down): previous or next, in reading order.
+using PageKeyDirection = ReaderNavigationDirection;
 
 // The publication's names as the reader runtime reported them.
 struct PublicationTitle {

@@ -2,6 +2,9 @@
 
 #include <string>
 
+#include "platform/GLibString.h"
+#include "platform/GObjectHandle.h"
+
 namespace tomekeeper {
 
 std::span<const ReadingCommand> readingCommands() {
@@ -14,7 +17,9 @@ std::span<const ReadingCommand> readingCommands() {
       {"Toggle Sidebar", "win.toggle-sidebar", {"<Control><Alt>s", "F9"}, panels},
       {"Show Contents", "win.show-contents", {"<Control>1"}, panels},
       {"Decrease Text Size", "win.decrease-text-size", {"<Control>minus"}, reading},
-      {"Increase Text Size", "win.increase-text-size", {"<Control>plus", "<Control>equal"},
+      {"Increase Text Size",
+       "win.increase-text-size",
+       {"<Control>plus", "<Control>equal"},
        reading},
       {"Search Book", "win.search", {"<Control>f"}, panels},
       {"Toggle Full Screen", "win.toggle-fullscreen", {"F11"}, reading},
@@ -76,33 +81,33 @@ GtkShortcutsWindow* makeShortcutsWindow() {
       "1</property><child><object class=\"GtkShortcutsSection\"><property name=\"section-name\">"
       "shortcuts</property>";
   const std::span<const ReadingCommand> tables[] = {applicationCommands(), readingCommands(),
-                                                     readerWindowKeys()};
+                                                    readerWindowKeys()};
   for (const GroupTitle& group : kGroupTitles) {
-    gchar* opening = g_markup_printf_escaped(
-        "<child><object class=\"GtkShortcutsGroup\"><property name=\"title\">%s</property>",
-        group.title);
-    definition += opening;
-    g_free(opening);
+    definition +=
+        GLibString(g_markup_printf_escaped(
+                       "<child><object class=\"GtkShortcutsGroup\"><property name=\"title\">%s"
+                       "</property>",
+                       group.title))
+            .string();
     for (const std::span<const ReadingCommand>& table : tables) {
       for (const ReadingCommand& command : table) {
         if (command.group != group.group) continue;
         std::string keys;
         for (const char* key : command.keys) keys += (keys.empty() ? "" : " ") + std::string(key);
-        gchar* shortcut = g_markup_printf_escaped(
-            "<child><object class=\"GtkShortcutsShortcut\"><property name=\"title\">%s</property>"
-            "<property name=\"accelerator\">%s</property></object></child>",
-            command.title, keys.c_str());
-        definition += shortcut;
-        g_free(shortcut);
+        definition += GLibString(g_markup_printf_escaped(
+                                     "<child><object class=\"GtkShortcutsShortcut\"><property "
+                                     "name=\"title\">%s</property><property name=\"accelerator\">%s"
+                                     "</property></object></child>",
+                                     command.title, keys.c_str()))
+                          .string();
       }
     }
     definition += "</object></child>";
   }
   definition += "</object></child></object></interface>";
-  GtkBuilder* builder = gtk_builder_new_from_string(definition.c_str(), -1);
-  auto* window = GTK_SHORTCUTS_WINDOW(g_object_ref(gtk_builder_get_object(builder, "window")));
-  g_object_unref(builder);
-  return window;
+  const auto builder =
+      GObjectHandle<GtkBuilder>::adopt(gtk_builder_new_from_string(definition.c_str(), -1));
+  return GTK_SHORTCUTS_WINDOW(g_object_ref(gtk_builder_get_object(builder.get(), "window")));
 }
 
 }  // namespace tomekeeper

@@ -1,6 +1,7 @@
 #include "app/SidebarVisibilitySetting.h"
 
 #include "app/GtkShellPlatform.h"
+#include "platform/GVariantHandle.h"
 
 namespace tomekeeper {
 
@@ -14,20 +15,21 @@ SidebarVisibility storedSidebarVisibility(const std::string& fingerprint) {
   const GObjectHandle<GSettings> settings = applicationSettings();
   if (!settings) return SidebarVisibility::hidden;
   gboolean visible = FALSE;
-  GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
-  const bool found = g_variant_lookup(stored, fingerprint.c_str(), "b", &visible);
-  g_variant_unref(stored);
+  const auto stored =
+      GVariantHandle::adopt(g_settings_get_value(settings.get(), kSidebarVisibilityKey));
+  const bool found = g_variant_lookup(stored.get(), fingerprint.c_str(), "b", &visible);
   return found && visible ? SidebarVisibility::visible : SidebarVisibility::hidden;
 }
 
 void storeSidebarVisibility(const std::string& fingerprint, SidebarVisibility visibility) {
   const GObjectHandle<GSettings> settings = applicationSettings();
   if (!settings) return;
-  GVariant* stored = g_settings_get_value(settings.get(), kSidebarVisibilityKey);
+  const auto stored =
+      GVariantHandle::adopt(g_settings_get_value(settings.get(), kSidebarVisibilityKey));
   GVariantBuilder builder;
   g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sb}"));
   GVariantIter entries;
-  g_variant_iter_init(&entries, stored);
+  g_variant_iter_init(&entries, stored.get());
   const char* storedFingerprint = nullptr;
   gboolean visible = FALSE;
   while (g_variant_iter_next(&entries, "{&sb}", &storedFingerprint, &visible)) {
@@ -37,7 +39,6 @@ void storeSidebarVisibility(const std::string& fingerprint, SidebarVisibility vi
   }
   g_variant_builder_add(&builder, "{sb}", fingerprint.c_str(),
                         visibility == SidebarVisibility::visible ? TRUE : FALSE);
-  g_variant_unref(stored);
   g_settings_set_value(settings.get(), kSidebarVisibilityKey, g_variant_builder_end(&builder));
 }
 

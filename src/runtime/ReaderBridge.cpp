@@ -343,90 +343,95 @@ void ReaderBridge::receiveEvent(const nlohmann::json& body, std::int64_t version
 
 // ---- Typed methods ----
 
-#define TOMEKEEPER_BRIDGE_CALL(Method, Payload, Result, payloadValue)                            \
-  co_return co_await query<Payload, Result>(std::string(methodName(ReaderBridgeMethod::Method)), \
-                                            payloadValue, kReaderBridgeRequestTimeout,           \
-                                            Uuid::random(), generation_)
+template <typename Payload, typename Result>
+async::Task<Result> ReaderBridge::call(ReaderBridgeMethod method, Payload payload) {
+  // A coroutine, so that the generation is read when the request starts, not when it is made.
+  co_return co_await query<Payload, Result>(std::string(methodName(method)), std::move(payload),
+                                            kReaderBridgeRequestTimeout, Uuid::random(),
+                                            generation_);
+}
 
 async::Task<OpenPublicationResult> ReaderBridge::open(OpenPublicationRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(open, OpenPublicationRequest, OpenPublicationResult, std::move(request));
+  return call<OpenPublicationRequest, OpenPublicationResult>(ReaderBridgeMethod::open,
+                                                             std::move(request));
 }
 async::Task<TableOfContentsResult> ReaderBridge::tableOfContents() {
-  TOMEKEEPER_BRIDGE_CALL(tableOfContents, EmptyBridgePayload, TableOfContentsResult, {});
+  return call<EmptyBridgePayload, TableOfContentsResult>(ReaderBridgeMethod::tableOfContents, {});
 }
 async::Task<ReaderPositionResult> ReaderBridge::next() {
-  TOMEKEEPER_BRIDGE_CALL(next, EmptyBridgePayload, ReaderPositionResult, {});
+  return call<EmptyBridgePayload, ReaderPositionResult>(ReaderBridgeMethod::next, {});
 }
 async::Task<ReaderPositionResult> ReaderBridge::previous() {
-  TOMEKEEPER_BRIDGE_CALL(previous, EmptyBridgePayload, ReaderPositionResult, {});
+  return call<EmptyBridgePayload, ReaderPositionResult>(ReaderBridgeMethod::previous, {});
 }
 async::Task<ReaderPositionResult> ReaderBridge::nextSection() {
-  TOMEKEEPER_BRIDGE_CALL(nextSection, EmptyBridgePayload, ReaderPositionResult, {});
+  return call<EmptyBridgePayload, ReaderPositionResult>(ReaderBridgeMethod::nextSection, {});
 }
 async::Task<ReaderPositionResult> ReaderBridge::previousSection() {
-  TOMEKEEPER_BRIDGE_CALL(previousSection, EmptyBridgePayload, ReaderPositionResult, {});
+  return call<EmptyBridgePayload, ReaderPositionResult>(ReaderBridgeMethod::previousSection, {});
 }
 async::Task<ReaderPositionResult> ReaderBridge::goTo(GoToRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(goTo, GoToRequest, ReaderPositionResult, std::move(request));
+  return call<GoToRequest, ReaderPositionResult>(ReaderBridgeMethod::goTo, std::move(request));
 }
 async::Task<ReaderPositionResult> ReaderBridge::goTo(GoToLocatorRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(goTo, GoToLocatorRequest, ReaderPositionResult, std::move(request));
+  return call<GoToLocatorRequest, ReaderPositionResult>(ReaderBridgeMethod::goTo,
+                                                        std::move(request));
 }
 async::Task<Locator> ReaderBridge::currentLocator() {
-  TOMEKEEPER_BRIDGE_CALL(currentLocator, EmptyBridgePayload, Locator, {});
+  return call<EmptyBridgePayload, Locator>(ReaderBridgeMethod::currentLocator, {});
 }
 async::Task<CurrentSelectionResult> ReaderBridge::currentSelection() {
-  TOMEKEEPER_BRIDGE_CALL(currentSelection, EmptyBridgePayload, CurrentSelectionResult, {});
+  return call<EmptyBridgePayload, CurrentSelectionResult>(ReaderBridgeMethod::currentSelection, {});
 }
 async::Task<ConfigureTypographyResult> ReaderBridge::configureTypography(
     ConfigureTypographyRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(configureTypography, ConfigureTypographyRequest, ConfigureTypographyResult,
-                         std::move(request));
+  return call<ConfigureTypographyRequest, ConfigureTypographyResult>(
+      ReaderBridgeMethod::configureTypography, std::move(request));
 }
 async::Task<ConfigureThemeResult> ReaderBridge::configureTheme(ConfigureThemeRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(configureTheme, ConfigureThemeRequest, ConfigureThemeResult,
-                         std::move(request));
+  return call<ConfigureThemeRequest, ConfigureThemeResult>(ReaderBridgeMethod::configureTheme,
+                                                           std::move(request));
 }
 async::Task<ConfigureReadingModeResult> ReaderBridge::configureReadingMode(
     ConfigureReadingModeRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(configureReadingMode, ConfigureReadingModeRequest,
-                         ConfigureReadingModeResult, std::move(request));
+  return call<ConfigureReadingModeRequest, ConfigureReadingModeResult>(
+      ReaderBridgeMethod::configureReadingMode, std::move(request));
 }
 async::Task<ConfigurePageLayoutResult> ReaderBridge::configurePageLayout(
     ConfigurePageLayoutRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(configurePageLayout, ConfigurePageLayoutRequest, ConfigurePageLayoutResult,
-                         std::move(request));
+  return call<ConfigurePageLayoutRequest, ConfigurePageLayoutResult>(
+      ReaderBridgeMethod::configurePageLayout, std::move(request));
 }
 async::Task<ConfigureScrolledContentWidthResult> ReaderBridge::configureScrolledContentWidth(
     ConfigureScrolledContentWidthRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(configureScrolledContentWidth, ConfigureScrolledContentWidthRequest,
-                         ConfigureScrolledContentWidthResult, std::move(request));
+  return call<ConfigureScrolledContentWidthRequest, ConfigureScrolledContentWidthResult>(
+      ReaderBridgeMethod::configureScrolledContentWidth, std::move(request));
 }
 async::Task<BookmarkVisibilityResult> ReaderBridge::configureBookmarkVisibility(
     ConfigureBookmarkVisibilityRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(configureBookmarkVisibility, ConfigureBookmarkVisibilityRequest,
-                         BookmarkVisibilityResult, std::move(request));
+  return call<ConfigureBookmarkVisibilityRequest, BookmarkVisibilityResult>(
+      ReaderBridgeMethod::configureBookmarkVisibility, std::move(request));
 }
 async::Task<AnnotationRenderResult> ReaderBridge::addAnnotation(AnnotationRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(addAnnotation, AnnotationRequest, AnnotationRenderResult,
-                         std::move(request));
+  return call<AnnotationRequest, AnnotationRenderResult>(ReaderBridgeMethod::addAnnotation,
+                                                         std::move(request));
 }
 async::Task<AnnotationRenderResult> ReaderBridge::removeAnnotation(
     RemoveAnnotationRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(removeAnnotation, RemoveAnnotationRequest, AnnotationRenderResult,
-                         std::move(request));
+  return call<RemoveAnnotationRequest, AnnotationRenderResult>(ReaderBridgeMethod::removeAnnotation,
+                                                               std::move(request));
 }
 async::Task<AnnotationRenderResult> ReaderBridge::pulseAnnotation(AnnotationPulseRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(pulseAnnotation, AnnotationPulseRequest, AnnotationRenderResult,
-                         std::move(request));
+  return call<AnnotationPulseRequest, AnnotationRenderResult>(ReaderBridgeMethod::pulseAnnotation,
+                                                              std::move(request));
 }
 async::Task<StartSearchResult> ReaderBridge::startSearch(StartSearchRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(startSearch, StartSearchRequest, StartSearchResult, std::move(request));
+  return call<StartSearchRequest, StartSearchResult>(ReaderBridgeMethod::startSearch,
+                                                     std::move(request));
 }
 async::Task<EmptyBridgePayload> ReaderBridge::cancelSearch(CancelSearchRequest request) {
-  TOMEKEEPER_BRIDGE_CALL(cancelSearch, CancelSearchRequest, EmptyBridgePayload, std::move(request));
+  return call<CancelSearchRequest, EmptyBridgePayload>(ReaderBridgeMethod::cancelSearch,
+                                                       std::move(request));
 }
-
-#undef TOMEKEEPER_BRIDGE_CALL
 
 }  // namespace tomekeeper

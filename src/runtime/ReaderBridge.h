@@ -142,6 +142,10 @@ class ReaderBridge : public std::enable_shared_from_this<ReaderBridge> {
 
   explicit ReaderBridge(std::weak_ptr<ReaderBridgeTransport> transport);
 
+  // One typed method of the catalogue, in this generation, with the catalogue's timeout.
+  template <typename Payload, typename Result>
+  async::Task<Result> call(ReaderBridgeMethod method, Payload payload);
+
   async::Task<nlohmann::json> queryValue(std::string method, std::optional<nlohmann::json> payload,
                                          std::chrono::steady_clock::duration timeout, Uuid id,
                                          std::uint64_t generation);

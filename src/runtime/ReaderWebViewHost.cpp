@@ -88,14 +88,14 @@ void ReaderWebViewHost::configure() {
   const std::string world(kReaderBridgeScriptWorld);
   const std::string handlerName(kReaderBridgeMessageHandler);
 
-  // 1. The content controller of this window alone.
+  // The content controller of this window alone.
   contentManager_ =
       GObjectHandle<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
 
-  // 2. The scheme handler; it is attached to the view as soon as the view exists.
+  // The scheme handler; it is attached to the view as soon as the view exists.
   schemeHandler_ = PublicationSchemeHandler::create();
 
-  // 3. The forwarder, at document start, main frame only, in its own world.
+  // The forwarder, at document start, main frame only, in its own world.
   const std::string source(kReaderBridgeForwarderScript);
   WebKitUserScript* script = webkit_user_script_new_for_world(
       source.c_str(), WEBKIT_USER_CONTENT_INJECT_TOP_FRAME,
@@ -103,23 +103,23 @@ void ReaderWebViewHost::configure() {
   webkit_user_content_manager_add_script(contentManager_.get(), script);
   webkit_user_script_unref(script);
 
-  // 4. The web view with that controller.
+  // The web view with that controller.
   webView_ = GObjectHandle<WebKitWebView>::retain(WEBKIT_WEB_VIEW(
       g_object_new(WEBKIT_TYPE_WEB_VIEW, "user-content-manager", contentManager_.get(), nullptr)));
   schemeHandler_->attach(webView_.get());
 
-  // 5. The bridge, which reaches the view weakly.
+  // The bridge, which reaches the view weakly.
   transport_ = std::make_shared<WebViewBridgeTransport>(webView_.get());
   bridge_ = ReaderBridge::create(transport_);
 
-  // 6. The message handler, in the forwarder's world only.
+  // The message handler, in the forwarder's world only.
   messageHandlerRegistered_ =
       webkit_user_content_manager_register_script_message_handler(
           contentManager_.get(), handlerName.c_str(), world.c_str()) != FALSE;
   g_signal_connect(contentManager_.get(), ("script-message-received::" + handlerName).c_str(),
                    G_CALLBACK(handleScriptMessage), this);
 
-  // 7. This host decides the view's navigations and follows its life.
+  // This host decides the view's navigations and follows its life.
   g_signal_connect(webView_.get(), "decide-policy", G_CALLBACK(handleDecidePolicy), this);
   g_signal_connect(webView_.get(), "load-changed", G_CALLBACK(handleLoadChanged), this);
   g_signal_connect(webView_.get(), "load-failed", G_CALLBACK(handleLoadFailed), this);
@@ -130,11 +130,6 @@ void ReaderWebViewHost::configure() {
 
 ReaderWebViewHost::~ReaderWebViewHost() {
   close();
-  if (highlightMenu_ != nullptr) {
-    // The view may outlive its host in a window; its actions must not call into a dead host.
-    gtk_widget_insert_action_group(GTK_WIDGET(webView_.get()), "highlight", nullptr);
-    gtk_widget_unparent(GTK_WIDGET(highlightMenu_));
-  }
   g_signal_handlers_disconnect_by_data(webView_.get(), this);
   g_signal_handlers_disconnect_by_data(contentManager_.get(), this);
 }
@@ -299,56 +294,10 @@ gboolean ReaderWebViewHost::handleDecidePolicy(WebKitWebView*, WebKitPolicyDecis
   return TRUE;
 }
 
-bool ReaderWebViewHost::presentHighlightMenu(double x, double y, HighlightMenuNoteItem noteItem,
-                                             std::function<void()> editNote,
-                                             std::function<void()> removeHighlight) {
+ReaderWebViewSize ReaderWebViewHost::viewSize() const {
   GtkWidget* view = GTK_WIDGET(webView_.get());
-  // GTK's coordinates grow downwards from the view's own origin, as the runtime's do.
-  const double width = gtk_widget_get_width(view);
-  const double height = gtk_widget_get_height(view);
-  if (gtk_widget_get_root(view) == nullptr || !(x >= 0 && y >= 0 && x < width && y < height)) {
-    return false;
-  }
-  if (highlightMenu_ == nullptr) {
-    static const GActionEntry entries[] = {
-        {"edit-note", activateHighlightAction, nullptr, nullptr, nullptr, {}},
-        {"remove", activateHighlightAction, nullptr, nullptr, nullptr, {}},
-    };
-    const auto actions = GObjectHandle<GSimpleActionGroup>::adopt(g_simple_action_group_new());
-    g_action_map_add_action_entries(G_ACTION_MAP(actions.get()), entries, G_N_ELEMENTS(entries),
-                                    this);
-    gtk_widget_insert_action_group(view, "highlight", G_ACTION_GROUP(actions.get()));
-    highlightMenu_ = GTK_POPOVER_MENU(gtk_popover_menu_new_from_model(nullptr));
-    gtk_widget_set_parent(GTK_WIDGET(highlightMenu_), view);
-    gtk_popover_set_has_arrow(GTK_POPOVER(highlightMenu_), FALSE);
-    gtk_widget_set_halign(GTK_WIDGET(highlightMenu_), GTK_ALIGN_START);
-  }
-  // Two sections draw the separator between the note item and the removal.
-  const auto noteSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append(noteSection.get(),
-                noteItem == HighlightMenuNoteItem::editNote ? "Edit Note…" : "Add Note…",
-                "highlight.edit-note");
-  const auto removeSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append(removeSection.get(), "Remove Highlight", "highlight.remove");
-  const auto menu = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(noteSection.get()));
-  g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(removeSection.get()));
-  gtk_popover_menu_set_menu_model(highlightMenu_, G_MENU_MODEL(menu.get()));
-
-  editNote_ = std::move(editNote);
-  removeHighlight_ = std::move(removeHighlight);
-  const GdkRectangle point{static_cast<int>(x), static_cast<int>(y), 1, 1};
-  gtk_popover_set_pointing_to(GTK_POPOVER(highlightMenu_), &point);
-  gtk_popover_popup(GTK_POPOVER(highlightMenu_));
-  return true;
-}
-
-void ReaderWebViewHost::activateHighlightAction(GSimpleAction* action, GVariant*, gpointer data) {
-  auto* host = static_cast<ReaderWebViewHost*>(data);
-  const std::string_view name = g_action_get_name(G_ACTION(action));
-  // Copied first: the function may present another menu, which replaces the stored ones.
-  const std::function<void()> chosen = name == "remove" ? host->removeHighlight_ : host->editNote_;
-  if (chosen) chosen();
+  return {static_cast<double>(gtk_widget_get_width(view)),
+          static_cast<double>(gtk_widget_get_height(view))};
 }
 
 gboolean ReaderWebViewHost::handleContextMenu(WebKitWebView*, WebKitContextMenu*,

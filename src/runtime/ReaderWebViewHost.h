@@ -61,8 +61,11 @@ inline constexpr std::string_view kReaderBridgeForwarderScript =
 inline constexpr std::string_view kReaderBridgeRequestFunctionBody =
     "window.readerRuntime.receive(JSON.parse(request))";
 
-// The first item of the highlight menu: a highlight without a note offers to add one.
-enum class HighlightMenuNoteItem { addNote, editNote };
+// The size of the web view's bounds, in its own units; zero before it is laid out.
+struct ReaderWebViewSize {
+  double width = 0;
+  double height = 0;
+};
 
 // Opens a web address in the desktop's browser; returns whether it was opened.
 bool openExternalURL(const std::string& url);
@@ -72,7 +75,8 @@ bool openExternalURL(const std::string& url);
 // per view, every navigation decided), loads the reader runtime, and turns the view's life
 // events into the bridge's generation resets: a provisional navigation fails pending requests
 // with navigationReset, a dead web process with webContentProcessTerminated, close with
-// readerClosed. The standard context menu never shows.
+// readerClosed. The standard context menu never shows: the page asks for the highlight menu
+// over the bridge, with the point, and the shell shows it.
 //
 // Made with create() and owned by the session; confined to the main executor. Tasks that
 // outlive a call hold it weakly. Releasing it closes it.
@@ -107,14 +111,7 @@ class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost>
   async::Task<void> prepareRuntime(std::filesystem::path runtimeDirectory,
                                    std::chrono::steady_clock::duration timeout);
 
-  // Pops up the highlight menu at (x, y) in the web view's coordinates: the note item ("Add
-  // Note…" or "Edit Note…"), a separator, and "Remove Highlight". Shows nothing and returns
-  // false when the view is in no window or the point lies outside its bounds. The chosen item
-  // runs its function; a later menu replaces the functions of an earlier one.
-  bool presentHighlightMenu(double x, double y, HighlightMenuNoteItem noteItem,
-                            std::function<void()> editNote, std::function<void()> removeHighlight);
-  // The menu while it is shown, for tests; null before the first one.
-  GtkPopoverMenu* highlightMenu() const noexcept { return highlightMenu_; }
+  ReaderWebViewSize viewSize() const;
 
   // Stops loading, cancels the scheme's loads, fails pending requests with readerClosed, ends
   // a runtime load with closed and removes the message handler. Idempotent. From then on every
@@ -139,7 +136,6 @@ class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost>
                                     WebKitHitTestResult* hit, gpointer data);
   static void handleScriptMessage(WebKitUserContentManager* manager, JSCValue* value,
                                   gpointer data);
-  static void activateHighlightAction(GSimpleAction* action, GVariant* parameter, gpointer data);
 
   GObjectHandle<WebKitUserContentManager> contentManager_;
   GObjectHandle<WebKitWebView> webView_;
@@ -152,10 +148,6 @@ class ReaderWebViewHost : public std::enable_shared_from_this<ReaderWebViewHost>
   bool currentLoadFailed_ = false;
   std::shared_ptr<async::Completion<void>> runtimeLoadCompletion_;
   std::optional<std::stop_source> runtimeLoadTimeout_;
-  // Made on first use and parented to the web view until the host goes.
-  GtkPopoverMenu* highlightMenu_ = nullptr;
-  std::function<void()> editNote_;
-  std::function<void()> removeHighlight_;
 };
 
 }  // namespace tomekeeper

@@ -9,12 +9,8 @@
 
 namespace tomekeeper {
 
-GSettingsLocationDiagnosticsSetting::~GSettingsLocationDiagnosticsSetting() {
-  if (settings_ != nullptr) g_object_unref(settings_);
-}
-
 bool GSettingsLocationDiagnosticsSetting::isEnabled() {
-  if (settings_ == nullptr) {
+  if (!settings_) {
     // g_settings_new aborts on a schema that is not installed, so look it up first; the
     // schema may appear later (a run from the build tree), hence no negative caching.
     GSettingsSchemaSource* source = g_settings_schema_source_get_default();
@@ -23,11 +19,13 @@ bool GSettingsLocationDiagnosticsSetting::isEnabled() {
         g_settings_schema_source_lookup(source, std::string(kSchemaID).c_str(), TRUE);
     if (schema == nullptr) return false;
     const bool hasKey = g_settings_schema_has_key(schema, std::string(kKey).c_str()) == TRUE;
-    if (hasKey) settings_ = g_settings_new_full(schema, nullptr, nullptr);
+    if (hasKey) {
+      settings_ = GObjectHandle<GSettings>::adopt(g_settings_new_full(schema, nullptr, nullptr));
+    }
     g_settings_schema_unref(schema);
-    if (settings_ == nullptr) return false;
+    if (!settings_) return false;
   }
-  return g_settings_get_boolean(settings_, std::string(kKey).c_str()) == TRUE;
+  return g_settings_get_boolean(settings_.get(), std::string(kKey).c_str()) == TRUE;
 }
 
 void GLibLocationLog::write(const std::string& line) {

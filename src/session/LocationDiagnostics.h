@@ -9,6 +9,7 @@
 #include "model/Locator.h"
 #include "model/PageLayout.h"
 #include "model/ReadingMode.h"
+#include "platform/GObjectHandle.h"
 #include "runtime/BridgeMessages.h"
 #include "session/ReaderHosting.h"
 
@@ -29,16 +30,11 @@ class GSettingsLocationDiagnosticsSetting final : public LocationDiagnosticsSett
   static constexpr std::string_view kSchemaID = "org.tomekeeper.Tomekeeper";
   static constexpr std::string_view kKey = "reader-location-diagnostics";
 
-  GSettingsLocationDiagnosticsSetting() = default;
-  ~GSettingsLocationDiagnosticsSetting() override;
-  GSettingsLocationDiagnosticsSetting(const GSettingsLocationDiagnosticsSetting&) = delete;
-  GSettingsLocationDiagnosticsSetting& operator=(const GSettingsLocationDiagnosticsSetting&) =
-      delete;
-
   bool isEnabled() override;
 
  private:
-  GSettings* settings_ = nullptr;
+  // Made at the first read that finds the schema installed.
+  GObjectHandle<GSettings> settings_;
 };
 
 // Where the lines of the location log go. Main executor.

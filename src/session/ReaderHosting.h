@@ -10,7 +10,6 @@
 #include "model/Uuid.h"
 #include "runtime/BridgeMessages.h"
 #include "runtime/ReaderBridge.h"
-#include "session/ReaderNavigationDirection.h"
 
 namespace tomekeeper {
 
@@ -25,9 +24,10 @@ struct ReaderViewportSize {
 enum class AnnotationNotePresence { withoutNote, withNote };
 
 // What a reading session needs of the web view host that it owns: the bridge, the publication
-// registration, the runtime load, close, and the view's key and menu callbacks. The web view
-// host implements it over WebKitGTK (WebViewReaderHost); tests implement it without a display.
-// Main executor only. The session sets the callbacks once, at its construction.
+// registration, the runtime load, close, the highlight menu and the view's callbacks. The web
+// view host implements it over WebKitGTK (WebViewReaderHost); tests implement it without a
+// display. The keys are the shell's: it hands them to the session's navigation commands. Main
+// executor only. The session sets the callbacks once, at its construction.
 class ReaderHosting {
  public:
   virtual ~ReaderHosting() = default;
@@ -57,10 +57,6 @@ class ReaderHosting {
   // ---- Set by the session ----
   // A web address clicked in a book; the navigation itself was cancelled.
   std::function<void(std::string url)> onExternalLink;
-  // Arrow and space keys.
-  std::function<void(ReaderNavigationDirection direction)> onNavigationKey;
-  // Page keys; answers whether the key was taken.
-  std::function<bool(ReaderNavigationDirection direction)> onPaginationKey;
   // The menu's "Remove Highlight".
   std::function<void(Uuid annotationID)> onRemoveAnnotation;
   // The menu's note item.

@@ -110,13 +110,6 @@ ReaderSession::~ReaderSession() {
 void ReaderSession::connectCallbacks() {
   const std::weak_ptr<ReaderSession> weak = weak_from_this();
   ReaderHosting& host = *host_;
-  host.onNavigationKey = [weak](ReaderNavigationDirection direction) {
-    if (auto session = weak.lock()) session->handleNavigationKey(direction);
-  };
-  host.onPaginationKey = [weak](ReaderNavigationDirection direction) {
-    auto session = weak.lock();
-    return session ? session->handlePaginationKey(direction) : false;
-  };
   host.onExternalLink = [weak](std::string url) {
     if (auto session = weak.lock()) session->handleExternalLink(url);
   };
@@ -220,7 +213,8 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
   // The runtime page loads in the web view.
   TraceStage runtimePreparation(trace, OpenPerformanceTrace::Stage::runtimePreparation);
   try {
-    co_await host_->prepareRuntime(runtimeRoot, kBridgeTimeout);
+    // The runtime page gets as long to load as a bridge request gets to answer.
+    co_await host_->prepareRuntime(runtimeRoot, kReaderBridgeRequestTimeout);
   } catch (...) {
     failure = std::current_exception();
   }
@@ -417,7 +411,8 @@ void ReaderSession::close() {
   if (locatorPersistenceTask_) locatorPersistenceTask_->request_stop();
   locatorPersistenceTask_.reset();
 
-  // The place is saved: the save owns its values and the session until its log line, and nobody awaits it.
+  // The place is saved: the save owns its values and the session until its log line, and nobody
+  // awaits it.
   if (shouldPersistCurrentLocatorOnClose_ && fingerprint_ && locator_.value() &&
       positionRepository_) {
     async::spawn(

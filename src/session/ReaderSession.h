@@ -44,6 +44,7 @@
 #include "session/NavigationHistory.h"
 #include "session/ObservableProperty.h"
 #include "session/ReaderHosting.h"
+#include "session/ReaderNavigationDirection.h"
 
 namespace tomekeeper {
 
@@ -85,8 +86,6 @@ enum class BookmarkToggle { added, removed };
 class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
  public:
   enum class State { idle, loading, ready, failed, closed };
-
-  static constexpr std::chrono::seconds kBridgeTimeout{10};
 
   static std::shared_ptr<ReaderSession> create(ReaderSessionDependencies dependencies = {});
   // Disconnects the font-set observer and cancels the delayed save and the font-set refresh.
@@ -283,9 +282,9 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   // with `locator` when given.
   void logLocation(std::string_view stage);
   void logLocation(std::string_view stage, const std::optional<Locator>& locator);
-  // Key callbacks of the view: a page in `direction` when `ready`. The pagination key is only
-  // taken in paginated mode; the answer says whether it was. A direction toward a side reads on
-  // or back as the book's page progression says.
+  // The view's keys, which the shell reads: a page in `direction` when `ready`. The pagination key
+  // is only taken in paginated mode; the answer says whether it was. A direction toward a side
+  // reads on or back as the book's page progression says.
   void handleNavigationKey(ReaderNavigationDirection direction);
   bool handlePaginationKey(ReaderNavigationDirection direction);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "session/ReaderHosting.h"
@@ -9,15 +10,28 @@ using GtkWidget = struct _GtkWidget;
 
 namespace tomekeeper {
 
-// The session's host over a WebKitGTK web view (ReaderWebViewHost). It also hands the window
-// the web view to show, and turns the view's own keys into the session's callbacks: Escape
-// gives up the keyboard focus; Space, Left and Right go to `onNavigationKey`. Page Up and Page
-// Down are the window's (a window-wide key filter takes them before the view). Main executor
-// only. Only in builds with the web view.
+// A request for the highlight menu at a point of the web view (in the view's own coordinates),
+// with what its two items do. The functions hold the host weakly: chosen after the host went,
+// they do nothing.
+struct AnnotationMenuRequest {
+  double x = 0;
+  double y = 0;
+  AnnotationNotePresence notePresence = AnnotationNotePresence::withoutNote;
+  std::function<void()> editNote;
+  std::function<void()> removeHighlight;
+};
+
+// The session's host over a WebKitGTK web view (ReaderWebViewHost), and the web view the window
+// shows. It draws nothing itself: the shell shows the highlight menu (onAnnotationMenuRequest)
+// and reads the view's keys. Main executor only. Only in builds with the web view.
 class WebViewReaderHost : public ReaderHosting {
  public:
   // The web view, owned by this host and alive as long as it. Never null.
   virtual GtkWidget* webView() const = 0;
+
+  // Set by the shell, which shows the highlight menu over webView(); without it the session's
+  // menu requests show nothing.
+  std::function<void(AnnotationMenuRequest request)> onAnnotationMenuRequest;
 };
 
 // A new host with a new web view; `webView()` is ready to be put in a window.

@@ -19,8 +19,9 @@ async::Task<void> runCommand(std::shared_ptr<ReaderSession> session,
 }  // namespace
 
 void runSessionCommand(std::shared_ptr<ReaderSession> session,
-                       std::function<async::Task<void>(ReaderSession&)> command) {
-  async::spawn(runCommand(std::move(session), std::move(command)));
+                       std::function<async::Task<void>(ReaderSession&)> command,
+                       std::stop_token stopToken) {
+  async::spawn(runCommand(std::move(session), std::move(command)), std::move(stopToken));
 }
 
 }  // namespace tomekeeper::views

@@ -117,7 +117,7 @@ TEST_F(ReaderSessionHistoryTest, SideKeysFollowTheBooksPageProgression) {
       return RuntimeAnswer::result(result);
     };
     ASSERT_EQ(book.open(), std::nullopt);
-    book.host->onNavigationKey(testCase.key);
+    book.session->handleNavigationKey(testCase.key);
     ASSERT_TRUE(iterateUntil([&] { return book.runtime().count(testCase.method) == 1; }));
   }
 }

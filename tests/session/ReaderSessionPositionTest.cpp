@@ -143,22 +143,22 @@ TEST_F(ReaderSessionPositionTest, FailedImmediateSaveKeepsTheNewLocatorAndWrites
 
 TEST_F(ReaderSessionPositionTest, PaginationKeyIsTakenOnlyWhenReadyAndPaginated) {
   harness.create();
-  EXPECT_FALSE(harness.host->onPaginationKey(ReaderNavigationDirection::next));
+  EXPECT_FALSE(harness.session->handlePaginationKey(ReaderNavigationDirection::next));
   ASSERT_EQ(harness.open(), std::nullopt);
 
-  EXPECT_TRUE(harness.host->onPaginationKey(ReaderNavigationDirection::next));
+  EXPECT_TRUE(harness.session->handlePaginationKey(ReaderNavigationDirection::next));
   ASSERT_TRUE(iterateUntil([&] { return harness.positions->saves.size() == 1; }));
   EXPECT_EQ(harness.runtime().count("next"), 1u);
 
   runToEnd(harness.session->setReadingMode(ReadingMode::scrolled));
-  EXPECT_FALSE(harness.host->onPaginationKey(ReaderNavigationDirection::previous));
-  harness.host->onNavigationKey(ReaderNavigationDirection::previous);
+  EXPECT_FALSE(harness.session->handlePaginationKey(ReaderNavigationDirection::previous));
+  harness.session->handleNavigationKey(ReaderNavigationDirection::previous);
   ASSERT_TRUE(iterateUntil([&] { return harness.runtime().count("previous") == 1; }));
 }
 
 TEST_F(ReaderSessionPositionTest, NavigationKeyOutsideReadyTurnsNoPage) {
   harness.create();
-  harness.host->onNavigationKey(ReaderNavigationDirection::next);
+  harness.session->handleNavigationKey(ReaderNavigationDirection::next);
   iterateFor(std::chrono::milliseconds(20));
   EXPECT_EQ(harness.runtime().count("next"), 0u);
 }
