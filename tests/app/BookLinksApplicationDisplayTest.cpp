@@ -1,0 +1,211 @@
+// A book's own links in the real application under Xvfb: a link to another chapter is followed in
+// the reader and Alt+Left comes back; a link out of the book asks first, and a hostile book (an
+// SVG chapter with a script and a remote image) reaches nothing. A web server on the loopback
+// address hears every request; the desktop's handler for web addresses is, for the test, curl.
+#include <gio/gio.h>
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "AccessibilityBus.h"
+#include "ApplicationDisplaySupport.h"
+#include "support/EpubBuilder.h"
+#include "support/LoopbackListener.h"
+#include "support/TemporaryDirectory.h"
+
+namespace tomekeeper::testing {
+namespace {
+
+// A chapter whose first element is a link that covers the page, so that a click in the middle of
+// the window follows it, and whose paragraphs are numbered (`c<chapter>p<n>`).
+std::string chapter(int number, const std::string& link = "") {
+  std::string body;
+  if (!link.empty()) {
+    body += "<p><a href=\"" + link +
+            "\" style=\"display: block; height: 90vh\">Onward, past the shelves</a></p>\n";
+  }
+  for (int paragraph = 0; paragraph < 12; ++paragraph) {
+    body += "<p id=\"c" + std::to_string(number) + "p" + std::to_string(paragraph) +
+            "\">The keeper of tomes counted the shelves of the long corridor.</p>\n";
+  }
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><title>Chapter</title></head>\n"
+         "<body>\n" +
+         body + "</body></html>\n";
+}
+
+class BookLinksApplicationDisplayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!hasDisplay()) GTEST_SKIP() << "needs a display (run under xvfb-run)";
+    for (const char* tool : {"xdotool", "gdbus", "curl"}) {
+      if (!hasProgram(tool)) GTEST_SKIP() << "needs " << tool;
+    }
+    if (g_getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
+      GTEST_SKIP() << "needs a session bus (run under dbus-run-session)";
+    }
+    accessibility = AccessibilityBus::connect();
+    if (!accessibility) GTEST_SKIP() << "needs the accessibility bus (at-spi-bus-launcher)";
+    std::filesystem::create_directories(home / "books");
+    installWebHandler();
+  }
+
+  // The desktop's default handler for http addresses, in the application's own directories:
+  // curl, so that an address the reader agreed to open reaches the listener.
+  void installWebHandler() {
+    std::filesystem::create_directories(home / "data" / "applications");
+    std::filesystem::create_directories(home / "config");
+    std::ofstream(home / "data" / "applications" / "fetch-link.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Fetch Link\nExec=curl --silent %u\n"
+           "MimeType=x-scheme-handler/http;\nNoDisplay=true\n";
+    std::ofstream(home / "config" / "mimeapps.list")
+        << "[Default Applications]\nx-scheme-handler/http=fetch-link.desktop\n";
+  }
+
+  void start() {
+    application = std::make_unique<ApplicationProcess>(home, std::vector<std::string>{book.string()},
+                                                       logFile);
+    ASSERT_TRUE(waitUntil([&] { return !visibleWindowOf(application->pid()).empty(); })) << log();
+  }
+
+  std::string log() const { return readFile(logFile); }
+
+  // The saved reading positions of every book, as the stores hold them.
+  std::string savedPosition() const {
+    const std::filesystem::path publications = home / "data" / "tomekeeper" / "Publications";
+    std::string positions;
+    if (!std::filesystem::is_directory(publications)) return positions;
+    for (const auto& entry : std::filesystem::directory_iterator(publications)) {
+      positions += readFile(entry.path() / "reading-position.json");
+    }
+    return positions;
+  }
+
+  bool waitForSavedPosition(const std::string& part) {
+    return waitUntil([&] { return savedPosition().find(part) != std::string::npos; });
+  }
+
+  // Clicks the middle of the application's window, where each chapter's link lies.
+  bool clickTheMiddle() {
+    const std::string window = visibleWindowOf(application->pid());
+    std::string geometry;
+    if (window.empty() || !runTool({"xdotool", "getwindowgeometry", "--shell", window}, &geometry))
+      return false;
+    int width = 0;
+    int height = 0;
+    std::istringstream lines(geometry);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("WIDTH=", 0) == 0) width = std::stoi(line.substr(6));
+      if (line.rfind("HEIGHT=", 0) == 0) height = std::stoi(line.substr(7));
+    }
+    return runTool({"xdotool", "mousemove", "--window", window, "--sync",
+                    std::to_string(width / 2), std::to_string(height / 2), "click", "1"});
+  }
+
+  // The button of the consent dialog whose label is `label` (a response button's accessible name
+  // repeats its label).
+  std::optional<AccessibleElement> waitForDialogButton(const std::string& label) {
+    std::optional<AccessibleElement> found;
+    waitUntil([&] {
+      for (const AccessibleElement& element : accessibility->elementsOf(application->pid())) {
+        if (element.role == "button" && element.name.rfind(label, 0) == 0) {
+          found = element;
+          return true;
+        }
+      }
+      return false;
+    });
+    return found;
+  }
+
+  bool dialogIsShown() {
+    return find(accessibility->elementsOf(application->pid()), "dialog", "Open Link?").has_value();
+  }
+
+  TemporaryDirectory home;
+  std::filesystem::path book = home / "books" / "book.epub";
+  std::filesystem::path logFile = home / "application.log";
+  std::unique_ptr<AccessibilityBus> accessibility;
+  std::unique_ptr<ApplicationProcess> application;
+};
+
+TEST_F(BookLinksApplicationDisplayTest, ALinkIsFollowedInTheReaderAndAltLeftComesBack) {
+  EpubBuilder()
+      .withPackageDocument(
+          PackageDescription{.identifier = "urn:uuid:5e1c7a2d-8b3f-4c6e-9d0a-2f4b6c8e0a13",
+                             .title = "Linked",
+                             .creators = {"Author"}}
+              .withChapters(2))
+      .replaceFile("OEBPS/chapter1.xhtml", chapter(1, "chapter2.xhtml#c2p9"))
+      .addFile("OEBPS/chapter2.xhtml", chapter(2))
+      .writeTo(book);
+  start();
+  ASSERT_TRUE(waitUntil([&] { return log().find(" is ready") != std::string::npos; })) << log();
+  ASSERT_TRUE(clickTheMiddle());
+  EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPosition() << log();
+  // Back is a window action with its key; the place before the link comes back and is saved.
+  ASSERT_TRUE(typeInto(application->pid(), {"alt+Left"}));
+  EXPECT_TRUE(waitForSavedPosition("chapter1.xhtml")) << savedPosition() << log();
+  ASSERT_TRUE(typeInto(application->pid(), {"alt+Right"}));
+  EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPosition() << log();
+}
+
+TEST_F(BookLinksApplicationDisplayTest, AHostileBookReachesNothingAndAWebLinkOpensOnlyOnConsent) {
+  LoopbackListener listener;
+  // The first item of the spine is an SVG document that tries to script and to load from the web.
+  const std::string hostileChapter = R"(<?xml version="1.0" encoding="UTF-8"?>
+<svg xmlns="http://www.w3.org/2000/svg" xmlns:xlink="http://www.w3.org/1999/xlink"
+     width="600" height="400" viewBox="0 0 600 400">
+  <text x="20" y="40">The quiet chapter</text>
+  <image x="0" y="60" width="10" height="10" xlink:href=")" +
+                                     listener.url("/svg-image") + R"("/>
+  <script>fetch(")" + listener.url("/svg-script") +
+                                     R"(");</script>
+</svg>
+)";
+  PackageDescription package{.identifier = "urn:uuid:1b2d3f4a-5c6e-4f80-9a1b-2c3d4e5f6a7b",
+                             .title = "Hostile",
+                             .creators = {"Author"}};
+  package.manifest.push_back({"svg", "chapter.svg", "image/svg+xml"});
+  package.spine.push_back("svg");
+  package.withChapters(1);
+  EpubBuilder()
+      .withPackageDocument(package)
+      .addFile("OEBPS/chapter.svg", hostileChapter)
+      .replaceFile("OEBPS/chapter1.xhtml", chapter(1, listener.url("/link")))
+      .writeTo(book);
+  start();
+  ASSERT_TRUE(waitUntil([&] { return log().find(" is ready") != std::string::npos; })) << log();
+  // The SVG chapter is never framed: the book opens on the first chapter it can show.
+  ASSERT_TRUE(waitForSavedPosition("chapter1.xhtml")) << savedPosition() << log();
+
+  // A click on the web link asks first; Cancel opens nothing.
+  ASSERT_TRUE(clickTheMiddle());
+  std::optional<AccessibleElement> cancel = waitForDialogButton("Cancel");
+  ASSERT_TRUE(cancel.has_value()) << log();
+  ASSERT_TRUE(accessibility->performAction(cancel->reference));
+  ASSERT_TRUE(waitUntil([&] { return !dialogIsShown(); }));
+  // Asked again, the reader agrees: the one request the listener hears is the link's, the
+  // sentinel after which anything the book or the refused link sent would have arrived.
+  ASSERT_TRUE(clickTheMiddle());
+  std::optional<AccessibleElement> open = waitForDialogButton("Open Link");
+  ASSERT_TRUE(open.has_value()) << log();
+  ASSERT_TRUE(accessibility->performAction(open->reference));
+  ASSERT_TRUE(waitUntil([&] {
+    listener.serve();
+    return std::find(listener.paths().begin(), listener.paths().end(), "/link") !=
+           listener.paths().end();
+  })) << log();
+  EXPECT_EQ(listener.paths(), std::vector<std::string>{"/link"});
+}
+
+}  // namespace
+}  // namespace tomekeeper::testing
