@@ -110,7 +110,8 @@ TEST_F(HostileBookDisplayTest, NothingOfTheBookRunsOrReachesTheWeb) {
   std::vector<std::string> externalLinks;
   host_->onExternalLink = [&](std::string url) { externalLinks.push_back(std::move(url)); };
 
-  // The SVG and XML items of the spine are not framed: two sections are left.
+  // The SVG and XML items of the spine are not framed: two sections are left, each with a notice
+  // of the item left out before it.
   const OpenPublicationResult opened = openBook(hostileBook());
   EXPECT_EQ(opened.spineItemCount, 2);
 
@@ -119,6 +120,7 @@ TEST_F(HostileBookDisplayTest, NothingOfTheBookRunsOrReachesTheWeb) {
   EXPECT_EQ(first["title"], "Hostile");
   EXPECT_NE(first["text"].dump().find("The untouched words of the hostile chapter."),
             std::string::npos);
+  EXPECT_NE(first["text"].dump().find("“chapter.svg” (image/svg+xml)"), std::string::npos);
 
   // What a reader could click: a javascript: link, links out of the book and a form.
   evaluate(R"(
@@ -132,6 +134,7 @@ TEST_F(HostileBookDisplayTest, NothingOfTheBookRunsOrReachesTheWeb) {
   EXPECT_NE(second["src"].dump().find("chapter2.xhtml"), std::string::npos);
   EXPECT_EQ(second["title"], "Chapter 2");
   EXPECT_NE(second["text"].dump().find(paragraphText(2, 0)), std::string::npos);
+  EXPECT_NE(second["text"].dump().find("“data.xml” (application/xml)"), std::string::npos);
   run(bridge().previousSection());
   EXPECT_EQ(shownSection()["title"], "Hostile");
 

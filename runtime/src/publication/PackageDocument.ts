@@ -30,6 +30,14 @@ export interface ManifestItem {
   fallback?: string;
 }
 
+// A spine item of a type the reader does not show, without a fallback that it does.
+export interface SkippedSpineItem {
+  idref: string;
+  // Relative to the package directory, or the idref where the manifest has no such item.
+  href: string;
+  mediaType: string | undefined;
+}
+
 export interface SpineItem {
   index: number;
   idref: string;
@@ -42,6 +50,8 @@ export interface SpineItem {
   linear: boolean;
   properties: string[];
   layout: RenditionLayout;
+  // The items of the spine between the previous shown item and this one that cannot be shown.
+  skippedBefore: SkippedSpineItem[];
 }
 
 export interface PackageDocument {
@@ -61,6 +71,8 @@ export interface PackageDocument {
   coverURL: string | undefined;
   manifest: ManifestItem[];
   spine: SpineItem[];
+  // The items after the last shown one that cannot be shown.
+  skippedAtEnd: SkippedSpineItem[];
   // The spine element's step in an EPUB CFI.
   spineCfiStep: number;
   pageProgressionDirection: PageProgressionDirection;
@@ -195,12 +207,18 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
 
   const layout: RenditionLayout = metaProperty(metadata, 'rendition:layout') === 'pre-paginated' ? 'pre-paginated' : 'reflowable';
   const spine: SpineItem[] = [];
+  let skipped: SkippedSpineItem[] = [];
   childElements(spineElement).forEach((element, elementIndex) => {
     if (element.localName !== 'itemref') return;
     const idref = element.getAttribute('idref');
+    if (idref === null) return;
     // An item of a type the reader does not frame is shown through its manifest fallback.
-    const item = idref === null ? undefined : renderedFallback(manifestByID.get(idref), manifestByID, renderedSpineMediaTypes);
-    if (idref === null || item === undefined) return;
+    const named = manifestByID.get(idref);
+    const item = renderedFallback(named, manifestByID, renderedSpineMediaTypes);
+    if (item === undefined) {
+      skipped.push({ idref, href: named === undefined ? idref : relativeHref(named.url, resourceBaseURL), mediaType: named?.mediaType });
+      return;
+    }
     const properties = tokens(element.getAttribute('properties'));
     let itemLayout = layout;
     if (properties.includes('rendition:layout-pre-paginated')) itemLayout = 'pre-paginated';
@@ -215,7 +233,9 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
       linear: (element.getAttribute('linear') ?? 'yes').trim() !== 'no',
       properties,
       layout: itemLayout,
+      skippedBefore: skipped,
     });
+    skipped = [];
   });
   if (spine.length === 0) throw new PublicationFormatError('empty-spine', 'the spine names no manifest item');
 
@@ -249,6 +269,7 @@ export function parsePackageDocument(text: string, packageURL: string, resourceB
     coverURL: readCover(metadata, manifest, manifestByHref),
     manifest,
     spine,
+    skippedAtEnd: skipped,
     spineCfiStep: 2 * (childElements(root).indexOf(spineElement) + 1),
     pageProgressionDirection,
     layout,

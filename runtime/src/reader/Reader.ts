@@ -36,6 +36,7 @@ import { TextCache, type BinaryLoader, type BlobLoader, type TextLoader } from '
 import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
 import { SectionClickHandler } from './SectionClicks';
+import { insertSkippedItemNotice } from './SkippedItemNotice';
 
 // Where to show a section: a page, and the point whose line should stand first when it scrolls.
 interface SectionPlace {
@@ -266,7 +267,12 @@ export class Reader implements ReaderOperations {
       .load(item.url, this.environment.stage)
       .then(async () => {
         this.clicks.attach(view.document, view.frame, item.url);
-        await applyImageFallbacks(view.document, item.url, this.opened().packageDocument.imageFallbacks);
+        const packageDocument = this.opened().packageDocument;
+        await applyImageFallbacks(view.document, item.url, packageDocument.imageFallbacks);
+        if (!view.fixedLayout) {
+          insertSkippedItemNotice(view.document, item.skippedBefore, 'start');
+          if (spineIndex === packageDocument.spine.length - 1) insertSkippedItemNotice(view.document, packageDocument.skippedAtEnd, 'end');
+        }
         const loadBlob = this.environment.loadBlob;
         if (loadBlob !== undefined) {
           // Not awaited: the text shows while the media is read.

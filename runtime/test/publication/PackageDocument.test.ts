@@ -151,7 +151,20 @@ describe('PackageDocument', () => {
       const spine = parsePackageDocument(text, packageURL, base).spine;
       expect(spine.slice(0, -1).map((item) => `${item.idref}:${item.href}`), name).toEqual(expected);
       expect(spine[spine.length - 1]?.cfiStep, name).toBe(4);
+      // What is skipped is told to the section that follows it, for its notice.
+      expect(spine[spine.length - 1]?.skippedBefore.map((item) => item.href), name).toEqual(expected.length === 0 ? ['a.json'] : []);
     }
+    const atTheEnd = parsePackageDocument(
+      `<package xmlns="http://www.idpf.org/2007/opf"><metadata/><manifest>
+        <item id="x" href="x.xhtml" media-type="application/xhtml+xml"/><item id="j" href="j.json" media-type="application/json"/>
+      </manifest><spine><itemref idref="x"/><itemref idref="j"/><itemref idref="gone"/></spine></package>`,
+      packageURL,
+      base,
+    );
+    expect(atTheEnd.skippedAtEnd).toEqual([
+      { idref: 'j', href: 'j.json', mediaType: 'application/json' },
+      { idref: 'gone', href: 'gone', mediaType: undefined },
+    ]);
   });
 
   it('MapsImagesOfAnUndrawnTypeToTheirImageFallback', () => {
