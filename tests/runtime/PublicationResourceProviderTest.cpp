@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "support/TemporaryDirectory.h"
 
@@ -63,51 +64,45 @@ TEST_F(PublicationResourceProviderTest, ServesAFileInsideTheRootWithItsType) {
   EXPECT_EQ(resource.contentSecurityPolicy, std::nullopt);
 }
 
-TEST_F(PublicationResourceProviderTest, RefusesEmptyAndAbsolutePaths) {
-  EXPECT_EQ(refusal(provider(), ""), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "/OEBPS/a.xhtml"), PublicationResourceError::invalidPath);
-}
-
-TEST_F(PublicationResourceProviderTest, RefusesABackslashBeforeDecoding) {
-  EXPECT_EQ(refusal(provider(), "OEBPS\\a.xhtml"), PublicationResourceError::invalidPath);
-  // An encoded backslash decodes into a plain character of a name, which does not exist.
-  EXPECT_EQ(refusal(provider(), "OEBPS%5Ca.xhtml"), PublicationResourceError::unavailable);
-}
-
-TEST_F(PublicationResourceProviderTest, RefusesBadPercentSequences) {
-  EXPECT_EQ(refusal(provider(), "OEBPS/%zz.xhtml"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS/a.xhtml%"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS/a.xhtml%4"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS/%00a.xhtml"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS/%FF.xhtml"), PublicationResourceError::invalidPath);
-}
-
-TEST_F(PublicationResourceProviderTest, RefusesEmptyDotAndDotDotComponents) {
-  EXPECT_EQ(refusal(provider(), "OEBPS//a.xhtml"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS/"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "./a.html"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS/../a.html"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), ".."), PublicationResourceError::invalidPath);
-}
-
-TEST_F(PublicationResourceProviderTest, RefusesEncodedSlashesThatHideDotDot) {
-  EXPECT_EQ(refusal(provider(), "a%2F..%2Fb"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS%2F..%2F..%2Fsecret.txt"),
-            PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "%2E%2E/secret.txt"), PublicationResourceError::invalidPath);
-  EXPECT_EQ(refusal(provider(), "OEBPS%2F"), PublicationResourceError::invalidPath);
+// Paths that name no file inside the root, each under the behaviour it shows.
+TEST_F(PublicationResourceProviderTest, RefusesPathsThatNameNoFileInsideTheRoot) {
+  constexpr auto kInvalid = PublicationResourceError::invalidPath;
+  constexpr auto kUnavailable = PublicationResourceError::unavailable;
+  const struct {
+    const char* behaviour;
+    PublicationResourceError expected;
+    std::vector<const char*> paths;
+  } cases[] = {
+      {"RefusesEmptyAndAbsolutePaths", kInvalid, {"", "/OEBPS/a.xhtml"}},
+      {"RefusesABackslashBeforeDecoding", kInvalid, {"OEBPS\\a.xhtml"}},
+      // An encoded backslash decodes into a plain character of a name, which does not exist.
+      {"AnEncodedBackslashIsPartOfAName", kUnavailable, {"OEBPS%5Ca.xhtml"}},
+      {"RefusesBadPercentSequences",
+       kInvalid,
+       {"OEBPS/%zz.xhtml", "OEBPS/a.xhtml%", "OEBPS/a.xhtml%4", "OEBPS/%00a.xhtml",
+        "OEBPS/%FF.xhtml"}},
+      {"RefusesEmptyDotAndDotDotComponents",
+       kInvalid,
+       {"OEBPS//a.xhtml", "OEBPS/", "./a.html", "OEBPS/../a.html", ".."}},
+      {"RefusesEncodedSlashesThatHideDotDot",
+       kInvalid,
+       {"a%2F..%2Fb", "OEBPS%2F..%2F..%2Fsecret.txt", "%2E%2E/secret.txt", "OEBPS%2F"}},
+      {"DirectoriesAndMissingFilesAreUnavailable",
+       kUnavailable,
+       {"OEBPS", "OEBPS/missing.xhtml", "missing/deeper/a.css"}},
+  };
+  for (const auto& [behaviour, expected, paths] : cases) {
+    for (const char* path : paths) {
+      SCOPED_TRACE(std::string(behaviour) + ": \"" + path + "\"");
+      EXPECT_EQ(refusal(provider(), path), expected);
+    }
+  }
 }
 
 TEST_F(PublicationResourceProviderTest, DecodesABlankInAName) {
   const PublicationResource resource =
       provider().resource("OEBPS/a%20b.xhtml", ContentSecurityPolicyUse::omitted);
   EXPECT_EQ(resource.fileURL.filename(), "a b.xhtml");
-}
-
-TEST_F(PublicationResourceProviderTest, DirectoriesAndMissingFilesAreUnavailable) {
-  EXPECT_EQ(refusal(provider(), "OEBPS"), PublicationResourceError::unavailable);
-  EXPECT_EQ(refusal(provider(), "OEBPS/missing.xhtml"), PublicationResourceError::unavailable);
-  EXPECT_EQ(refusal(provider(), "missing/deeper/a.css"), PublicationResourceError::unavailable);
 }
 
 TEST_F(PublicationResourceProviderTest, RefusesASymbolicLinkThatLeadsOutside) {
@@ -186,26 +181,21 @@ TEST_F(PublicationResourceProviderTest, FindsAPathInAnyLetterCaseOnlyInsideTheRo
   }
 }
 
-TEST_F(PublicationResourceProviderTest, MatchesExtensionsWhateverTheirCase) {
-  EXPECT_EQ(provider().resource("A.XHTML", ContentSecurityPolicyUse::omitted).mimeType,
-            "application/xhtml+xml");
-  EXPECT_EQ(provider().resource("picture.JPEG", ContentSecurityPolicyUse::omitted).mimeType,
-            "image/jpeg");
-}
-
-TEST_F(PublicationResourceProviderTest, ServesPackageAndNCXAsPlainXML) {
-  EXPECT_EQ(provider().resource("content.opf", ContentSecurityPolicyUse::omitted).mimeType,
-            "application/xml");
-  EXPECT_EQ(provider().resource("toc.ncx", ContentSecurityPolicyUse::omitted).mimeType,
-            "application/xml");
-}
-
-TEST_F(PublicationResourceProviderTest, AsksTheTypeDatabaseForOtherExtensions) {
-  EXPECT_EQ(provider().resource("LICENSE", ContentSecurityPolicyUse::omitted).mimeType,
-            "application/octet-stream");
-  EXPECT_EQ(
-      provider().resource("data.unknownextensionxyz", ContentSecurityPolicyUse::omitted).mimeType,
-      "application/octet-stream");
+// Extensions match whatever their case; the package and the NCX are served as plain XML; other
+// extensions go to the type database.
+TEST_F(PublicationResourceProviderTest, ServesEachFileWithTheTypeOfItsExtension) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"A.XHTML", "application/xhtml+xml"},
+      {"picture.JPEG", "image/jpeg"},
+      {"content.opf", "application/xml"},
+      {"toc.ncx", "application/xml"},
+      {"LICENSE", "application/octet-stream"},
+      {"data.unknownextensionxyz", "application/octet-stream"},
+  };
+  for (const auto& [path, mimeType] : cases) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(provider().resource(path, ContentSecurityPolicyUse::omitted).mimeType, mimeType);
+  }
 }
 
 TEST_F(PublicationResourceProviderTest, AttachesThePolicyByServedTypeWhenAsked) {
