@@ -257,25 +257,57 @@ void LibraryView::setLayout(LibraryLayout layout) {
 }
 
 void LibraryView::showBooks() {
+  // The first screen's books go in now and the rest after that screen has been painted: a view
+  // makes the items of many rows ahead at once, which would hold the first frame back.
+  afterPaint_.disconnect();
+  const std::size_t count = model_.visibleBooks().size();
+  const std::size_t now = std::min(count, kFirstScreenBooks);
+  replaceShownBooks(0, g_list_model_get_n_items(G_LIST_MODEL(books_)), 0, now);
+  showEmptyOrBooks();
+  if (now == count) return;
+  GdkFrameClock* clock = gtk_widget_get_frame_clock(root_.get());
+  if (clock == nullptr) {
+    // Not on a screen yet: nothing is painted before all of them are in.
+    replaceShownBooks(static_cast<guint>(now), 0, now, count);
+    return;
+  }
+  afterPaint_ = views::connectSignal(clock, "after-paint", G_CALLBACK(onAfterPaint), this);
+}
+
+void LibraryView::onAfterPaint(GdkFrameClock*, gpointer self) {
+  auto* view = static_cast<LibraryView*>(self);
+  view->afterPaint_.disconnect();
+  const auto shown = static_cast<std::size_t>(g_list_model_get_n_items(G_LIST_MODEL(view->books_)));
+  view->replaceShownBooks(static_cast<guint>(shown), 0, shown, view->model_.visibleBooks().size());
+}
+
+void LibraryView::replaceShownBooks(guint position, guint removed, std::size_t from,
+                                    std::size_t to) {
   const std::vector<LibraryBook>& books = model_.visibleBooks();
   std::vector<GObjectHandle<TomekeeperViewRow>> rows;
-  rows.reserve(books.size());
   std::vector<gpointer> items;
-  items.reserve(books.size());
-  for (const LibraryBook& book : books) {
-    rows.push_back(views::makeViewRow(book));
+  rows.reserve(to - from);
+  items.reserve(to - from);
+  for (std::size_t index = from; index < to; ++index) {
+    rows.push_back(views::makeViewRow(books[index]));
     items.push_back(rows.back().get());
   }
-  g_list_store_splice(books_, 0, g_list_model_get_n_items(G_LIST_MODEL(books_)), items.data(),
-                      static_cast<guint>(items.size()));
-  showEmptyOrBooks();
+  g_list_store_splice(books_, position, removed, items.data(), static_cast<guint>(items.size()));
 }
 
 void LibraryView::showEmptyOrBooks() {
   const bool nothingMatches = model_.visibleBooks().empty() && model_.bookCount() > 0;
-  gtk_stack_set_visible_child_name(GTK_STACK(stack_), nothingMatches                   ? "empty"
-                                                      : layout_ == LibraryLayout::grid ? "grid"
-                                                                                       : "list");
+  const bool grid = layout_ == LibraryLayout::grid;
+  if (grid && gtk_grid_view_get_model(GTK_GRID_VIEW(gridView_)) == nullptr) {
+    gtk_list_view_set_model(GTK_LIST_VIEW(listView_), nullptr);
+    gtk_grid_view_set_model(GTK_GRID_VIEW(gridView_), gridSelection_.get());
+  } else if (!grid && gtk_list_view_get_model(GTK_LIST_VIEW(listView_)) == nullptr) {
+    gtk_grid_view_set_model(GTK_GRID_VIEW(gridView_), nullptr);
+    gtk_list_view_set_model(GTK_LIST_VIEW(listView_), listSelection_.get());
+  }
+  gtk_stack_set_visible_child_name(GTK_STACK(stack_), nothingMatches ? "empty"
+                                                      : grid         ? "grid"
+                                                                     : "list");
 }
 
 void LibraryView::activate(const std::string& fingerprint) {

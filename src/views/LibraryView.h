@@ -72,6 +72,8 @@ class LibraryView {
   GtkWidget* makeToolbar();
   GtkWidget* makeBookView(LibraryLayout layout);
   void showBooks();
+  // Puts visibleBooks()[from, to) in place of `removed` shown books at `position`.
+  void replaceShownBooks(guint position, guint removed, std::size_t from, std::size_t to);
   void showEmptyOrBooks();
 
   static void onSearchChanged(GtkSearchEntry* entry, gpointer self);
@@ -81,6 +83,7 @@ class LibraryView {
   static void onSetUpGridItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
   static void onSetUpListItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
   static void onBindItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
+  static void onAfterPaint(GdkFrameClock* clock, gpointer self);
   static void onRemoveResponse(GtkWidget* dialog, const char* response, gpointer self);
 
   LibraryLocations locations_;
@@ -90,6 +93,10 @@ class LibraryView {
   LibraryCoverCache covers_;
   LibraryLayout layout_ = LibraryLayout::grid;
   std::string pendingRemoval_;
+  // Books shown at once; the rest follow after the first frame. More than a screen holds.
+  static constexpr std::size_t kFirstScreenBooks = 48;
+  // Until the frame that shows the first screen's books has been painted.
+  views::SignalConnection afterPaint_;
 
   views::WidgetHandle root_;
   GtkWidget* searchEntry_ = nullptr;
