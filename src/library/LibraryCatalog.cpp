@@ -119,6 +119,21 @@ std::vector<LibraryBook> loadLibraryBooks(const LibraryLocations& locations,
   return books;
 }
 
+bool hasLibraryBooks(const fs::path& recordsRoot) {
+  std::error_code error;
+  for (fs::directory_iterator entries(recordsRoot, error), end; !error && entries != end;
+       entries.increment(error)) {
+    const fs::path& directory = entries->path();
+    if (!isFingerprint(directory.filename().string())) continue;
+    std::error_code ignored;
+    if (fs::exists(directory / kLibraryRecordFileName, ignored) ||
+        fs::exists(directory / kSourceBookmarkFileName, ignored)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 async::Task<void> removeFromLibrary(LibraryLocations locations, std::string fingerprint) {
   const PublicationStateRepositories repositories =
       PublicationStateRepositoryFactory{locations.readingStateRoot}.makeRepositories(fingerprint);

@@ -60,6 +60,11 @@ struct LibraryLocations {
 std::vector<LibraryBook> loadLibraryBooks(const LibraryLocations& locations,
                                           SecurityScopedBookmarkCoding& codec);
 
+// Whether loadLibraryBooks would find a book: a directory of `recordsRoot` named by a
+// fingerprint that holds a library record or a source bookmark. Stops at the first one and
+// reads no file, so that the shell can choose its window before loading. Blocking.
+bool hasLibraryBooks(const std::filesystem::path& recordsRoot);
+
 // Takes a book out of the library: its reading position, bookmarks, highlights and notes go
 // through the stores' own delete operations (as "Delete Reading History" does for an open
 // book), then its library record, cover thumbnail and source bookmark are removed, so that it

@@ -164,7 +164,11 @@ TEST_F(LibraryCatalogTest, PassesOverWhatIsNotABook) {
   writeFile(recordDirectory('4') / "reading-position.json", "{}");
   writeFile(locations().recordsRoot / fingerprintOf('5'), "a file, not a directory");
   EXPECT_TRUE(loadLibraryBooks(locations(), codec_).empty());
+  EXPECT_FALSE(hasLibraryBooks(locations().recordsRoot));
   EXPECT_TRUE(loadLibraryBooks({books_ / "missing", books_ / "missing"}, codec_).empty());
+  EXPECT_FALSE(hasLibraryBooks(books_ / "missing"));
+  addSource('6', "six.epub");
+  EXPECT_TRUE(hasLibraryBooks(locations().recordsRoot));
 }
 
 TEST_F(LibraryCatalogTest, RemovingABookDeletesItsReadingDataAndItsEntry) {
