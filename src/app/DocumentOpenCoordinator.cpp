@@ -113,7 +113,7 @@ void logOpenEvent(const std::string& message) {
 DocumentOpenCoordinator::DocumentOpenCoordinator(
     Environment environment, std::shared_ptr<ShellPlatform> platform,
     std::shared_ptr<ReaderWindowFactory> windowFactory,
-    std::shared_ptr<ReaderSessionFactory> sessionFactory)
+    std::shared_ptr<WindowSessionFactory> sessionFactory)
     : environment_(std::move(environment)),
       platform_(std::move(platform)),
       windowFactory_(std::move(windowFactory)),
@@ -124,7 +124,7 @@ DocumentOpenCoordinator::DocumentOpenCoordinator(
 std::shared_ptr<DocumentOpenCoordinator> DocumentOpenCoordinator::create(
     Environment environment, std::shared_ptr<ShellPlatform> platform,
     std::shared_ptr<ReaderWindowFactory> windowFactory,
-    std::shared_ptr<ReaderSessionFactory> sessionFactory) {
+    std::shared_ptr<WindowSessionFactory> sessionFactory) {
   return std::shared_ptr<DocumentOpenCoordinator>(
       new DocumentOpenCoordinator(std::move(environment), std::move(platform),
                                   std::move(windowFactory), std::move(sessionFactory)));
@@ -300,7 +300,7 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
   const std::filesystem::path runtimeRoot = *environment_.runtimeRoot;
   const std::string fingerprint = decision.fingerprint;
 
-  std::shared_ptr<ReaderSessionHandle> session = sessionFactory_->makeSession(fingerprint);
+  std::shared_ptr<WindowSession> session = sessionFactory_->makeSession(fingerprint);
 
   ReaderWindowRequest request;
   request.sourceURL = decision.sourceURL;
@@ -309,7 +309,7 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
   request.frame =
       ReaderWindowFrame::place(platform_->storedReaderWindowFrame(), platform_->screens());
   request.handlePaginationKey =
-      [weakSession = std::weak_ptr<ReaderSessionHandle>(session)](PageKeyDirection direction) {
+      [weakSession = std::weak_ptr<WindowSession>(session)](PageKeyDirection direction) {
         const auto strongSession = weakSession.lock();
         return strongSession && strongSession->handlePaginationKey(direction);
       };

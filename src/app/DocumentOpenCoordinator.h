@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "app/ReaderSessionHandle.h"
 #include "app/ReaderWindowFactory.h"
 #include "app/ReadingCacheMaintenanceError.h"
 #include "app/ShellPlatform.h"
 #include "app/ShellWindow.h"
+#include "app/WindowSession.h"
 #include "async/Task.h"
 #include "intake/PublicationExtractionCache.h"
 #include "opening/DocumentOpenRegistry.h"
@@ -32,7 +32,7 @@ enum class RecentDocumentUse { remember, skip };
 // One open book: its window and its session.
 struct ReaderWindowEntry {
   std::shared_ptr<ShellWindow> controller;
-  std::shared_ptr<ReaderSessionHandle> session;
+  std::shared_ptr<WindowSession> session;
 };
 
 // The application's one long-lived controller. It makes the stores of the open road lazily, owns
@@ -69,7 +69,7 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
   static std::shared_ptr<DocumentOpenCoordinator> create(
       Environment environment, std::shared_ptr<ShellPlatform> platform,
       std::shared_ptr<ReaderWindowFactory> windowFactory,
-      std::shared_ptr<ReaderSessionFactory> sessionFactory);
+      std::shared_ptr<WindowSessionFactory> sessionFactory);
 
   // The user's data and cache directories (XDG variables honoured) and `runtimeRoot`.
   static Environment standardEnvironment(std::optional<std::filesystem::path> runtimeRoot);
@@ -151,7 +151,7 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
  private:
   DocumentOpenCoordinator(Environment environment, std::shared_ptr<ShellPlatform> platform,
                           std::shared_ptr<ReaderWindowFactory> windowFactory,
-                          std::shared_ptr<ReaderSessionFactory> sessionFactory);
+                          std::shared_ptr<WindowSessionFactory> sessionFactory);
 
   async::Task<void> createWindow(CreateWindow decision);
   void rememberRecentDocument(const std::filesystem::path& url);
@@ -165,7 +165,7 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
   Environment environment_;
   std::shared_ptr<ShellPlatform> platform_;
   std::shared_ptr<ReaderWindowFactory> windowFactory_;
-  std::shared_ptr<ReaderSessionFactory> sessionFactory_;
+  std::shared_ptr<WindowSessionFactory> sessionFactory_;
 
   std::shared_ptr<SecurityScopedAccessLedger> accessLedger_;
   std::shared_ptr<SourceBookmarkStore> bookmarkStore_;

@@ -7,7 +7,7 @@
 
 #include <sigc++/connection.h>
 
-#include "app/ApplicationReaderSession.h"
+#include "app/ApplicationWindowSession.h"
 #include "app/GtkShellWindow.h"
 #include "app/ReaderWindowKeys.h"
 #include "app/ReadingCommands.h"
@@ -51,7 +51,7 @@ class GtkReaderWindow final : public GtkShellWindow {
       : GtkShellWindow(delegate, request.fingerprint,
                        GTK_WINDOW(adw_application_window_new(application))) {
     const auto applicationSession =
-        std::dynamic_pointer_cast<ApplicationReaderSession>(request.session);
+        std::dynamic_pointer_cast<ApplicationWindowSession>(request.session);
     if (applicationSession) session_ = applicationSession->session();
     applicationSession_ = applicationSession;
     GtkWindow* gtkWindow = window();
@@ -108,7 +108,7 @@ class GtkReaderWindow final : public GtkShellWindow {
             [this] { return showHiddenControls(); },
             [pageKey = std::move(request.handlePaginationKey)](
                 ReaderNavigationDirection direction) { return pageKey && pageKey(direction); },
-            [weak = std::weak_ptr<ApplicationReaderSession>(applicationSession)](
+            [weak = std::weak_ptr<ApplicationWindowSession>(applicationSession)](
                 ReaderNavigationDirection direction) {
               if (const auto locked = weak.lock()) locked->handleNavigationKey(direction);
             }});
@@ -147,9 +147,9 @@ class GtkReaderWindow final : public GtkShellWindow {
     std::string name =
         title && title->title && !title->title->empty() ? *title->title : std::string("Highlights");
     std::replace(name.begin(), name.end(), '/', ' ');
-    async::spawn(runHighlightExport(window(), session_,
-                                    applicationSession_->readingDataMaintenance(), name),
-                 lifetime());
+    async::spawn(
+        runHighlightExport(window(), session_, applicationSession_->readingDataMaintenance(), name),
+        lifetime());
   }
   void restoreReadingData() {
     if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
@@ -552,7 +552,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   }
 
   std::shared_ptr<ReaderSession> session_;
-  std::shared_ptr<ApplicationReaderSession> applicationSession_;
+  std::shared_ptr<ApplicationWindowSession> applicationSession_;
   GtkWidget* headerBar_ = nullptr;
   std::unique_ptr<ReadingControls> controls_;
   sigc::connection controlsConnection_;

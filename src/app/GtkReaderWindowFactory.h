@@ -19,7 +19,7 @@ class GtkReaderWindowFactory final : public ReaderWindowFactory {
 
   std::shared_ptr<ShellWindow> makeOpenDocumentWindow(
       ShellWindowDelegate& delegate, std::function<void(std::filesystem::path)> open) override;
-  // `request.session` must be an ApplicationReaderSession.
+  // `request.session` must be an ApplicationWindowSession.
   std::shared_ptr<ShellWindow> makeReaderWindow(ShellWindowDelegate& delegate,
                                                 ReaderWindowRequest request) override;
 

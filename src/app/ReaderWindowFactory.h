@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "app/ReaderSessionHandle.h"
 #include "app/ShellWindow.h"
+#include "app/WindowSession.h"
 
 namespace tomekeeper {
 
@@ -15,7 +15,7 @@ namespace tomekeeper {
 struct ReaderWindowRequest {
   std::filesystem::path sourceURL;
   std::string fingerprint;  // The window's identifier.
-  std::shared_ptr<ReaderSessionHandle> session;
+  std::shared_ptr<WindowSession> session;
   WindowFrame frame;
   // Page Up and Page Down that the window's key filter classified; answers whether the key was
   // taken. Holds the session weakly.

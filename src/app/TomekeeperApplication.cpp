@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "app/AboutWindow.h"
-#include "app/ApplicationReaderSession.h"
 #include "app/ApplicationResources.h"
+#include "app/ApplicationWindowSession.h"
 #include "app/GtkReaderWindowFactory.h"
 #include "app/ReadingCommands.h"
 #include "app/SettingsWindow.h"
@@ -86,7 +86,7 @@ void TomekeeperApplication::start() {
   if (!environment.runtimeRoot) {
     g_warning("The reader runtime page was not found beside the executable; books cannot open");
   }
-  auto sessions = std::make_shared<ApplicationSessionFactory>(environment.supportDirectory);
+  auto sessions = std::make_shared<ApplicationWindowSessionFactory>(environment.supportDirectory);
   auto windows =
       std::make_shared<GtkReaderWindowFactory>(application, G_MENU_MODEL(primaryMenu_.get()));
   coordinator_ = DocumentOpenCoordinator::create(std::move(environment), platform_,

@@ -25,7 +25,7 @@ enum class AnnotationNotePresence { withoutNote, withNote };
 
 // What a reading session needs of the web view host that it owns: the bridge, the publication
 // registration, the runtime load, close, the highlight menu and the view's callbacks. The web
-// view host implements it over WebKitGTK (WebViewReaderHost); tests implement it without a
+// view host implements it over WebKitGTK (WebKitReaderHosting); tests implement it without a
 // display. The keys are the shell's: it hands them to the session's navigation commands. Main
 // executor only. The session sets the callbacks once, at its construction.
 class ReaderHosting {

@@ -9,7 +9,7 @@
 #include "persistence/PersistenceFailures.h"
 
 #ifdef TOMEKEEPER_SESSION_HAS_WEB_VIEW_HOST
-#include "session/WebViewReaderHost.h"
+#include "session/WebKitReaderHosting.h"
 #endif
 
 namespace tomekeeper {
@@ -44,7 +44,7 @@ async::Task<void> countBlockedAttempts(std::weak_ptr<ReaderSession> weak,
 
 std::shared_ptr<ReaderHosting> defaultHost() {
 #ifdef TOMEKEEPER_SESSION_HAS_WEB_VIEW_HOST
-  return makeWebViewReaderHost();
+  return makeWebKitReaderHosting();
 #else
   throw std::invalid_argument("a reader session needs a host in a build without a web view");
 #endif

@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "platform/GObjectHandle.h"
-#include "session/WebViewReaderHost.h"
+#include "session/WebKitReaderHosting.h"
 
 namespace tomekeeper::views {
 

@@ -69,7 +69,7 @@ class FakeWindow final : public ShellWindow, public std::enable_shared_from_this
   std::string identifier_;
 };
 
-class FakeSession final : public ReaderSessionHandle {
+class FakeSession final : public WindowSession {
  public:
   async::Task<void> open(PreparedPublicationResources resources, std::filesystem::path runtimeRoot,
                          std::string fingerprint) override {
@@ -106,9 +106,9 @@ class FakeSession final : public ReaderSessionHandle {
   std::string openedFingerprint;
 };
 
-class FakeSessionFactory final : public ReaderSessionFactory {
+class FakeSessionFactory final : public WindowSessionFactory {
  public:
-  std::shared_ptr<ReaderSessionHandle> makeSession(const std::string& fingerprint) override {
+  std::shared_ptr<WindowSession> makeSession(const std::string& fingerprint) override {
     if (failure) std::rethrow_exception(failure);
     auto session = std::make_shared<FakeSession>();
     if (configure) configure(*session);

@@ -23,7 +23,7 @@
 #include "persistence/JSONTypographyPreferencesRepository.h"
 #include "persistence/PublicationStateRepositoryFactory.h"
 #include "session/ReaderSession.h"
-#include "session/WebViewReaderHost.h"
+#include "session/WebKitReaderHosting.h"
 
 namespace tomekeeper {
 namespace {
@@ -133,7 +133,7 @@ class ReaderSessionDisplayTest : public ::testing::Test {
     const std::filesystem::path support = directory_ / "Support";
     PublicationStateRepositories repositories =
         PublicationStateRepositoryFactory{support / "Publications"}.makeRepositories(fingerprint_);
-    std::shared_ptr<WebViewReaderHost> host = makeWebViewReaderHost();
+    std::shared_ptr<WebKitReaderHosting> host = makeWebKitReaderHosting();
 
     ReaderWindow entry;
     entry.webView = WEBKIT_WEB_VIEW(host->webView());

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "app/ReaderSessionHandle.h"
+#include "app/WindowSession.h"
 #include "persistence/JSONPreferenceValueRepository.h"
 #include "persistence/JSONTypographyPreferencesRepository.h"
 #include "persistence/PublicationStateRepositoryFactory.h"
@@ -19,11 +19,11 @@ namespace tomekeeper {
 
 // The reading session of one reader window: a ReaderSession over a web view host whose view the
 // window shows. Main executor only; owned by the window's entry in the coordinator.
-class ApplicationReaderSession final : public ReaderSessionHandle {
+class ApplicationWindowSession final : public WindowSession {
  public:
   // `webView` is the widget of the host inside `dependencies.host`.
   // `publicationsRoot` holds the books' store directories (Publications/).
-  ApplicationReaderSession(std::shared_ptr<ReaderSession> session, GtkWidget* webView,
+  ApplicationWindowSession(std::shared_ptr<ReaderSession> session, GtkWidget* webView,
                            std::filesystem::path publicationsRoot);
 
   async::Task<void> open(PreparedPublicationResources resources, std::filesystem::path runtimeRoot,
@@ -54,11 +54,11 @@ class ApplicationReaderSession final : public ReaderSessionHandle {
 // Makes each window's session with the book's own position, bookmark and annotation stores and
 // the five global preference stores, all under the application support directory. The global
 // stores are made at first use and shared by every session. Main executor only.
-class ApplicationSessionFactory final : public ReaderSessionFactory {
+class ApplicationWindowSessionFactory final : public WindowSessionFactory {
  public:
-  explicit ApplicationSessionFactory(std::filesystem::path supportDirectory);
+  explicit ApplicationWindowSessionFactory(std::filesystem::path supportDirectory);
 
-  std::shared_ptr<ReaderSessionHandle> makeSession(const std::string& fingerprint) override;
+  std::shared_ptr<WindowSession> makeSession(const std::string& fingerprint) override;
 
  private:
   std::filesystem::path supportDirectory_;

@@ -1,4 +1,4 @@
-#include "app/ApplicationReaderSession.h"
+#include "app/ApplicationWindowSession.h"
 
 #include <utility>
 
@@ -6,20 +6,20 @@
 #include "async/Spawn.h"
 #include "platform/GLibString.h"
 #include "session/ReadingStateDirectory.h"
-#include "session/WebViewReaderHost.h"
+#include "session/WebKitReaderHosting.h"
 #include "views/ExternalLinkConsent.h"
 #include "views/HighlightMenu.h"
 
 namespace tomekeeper {
 
-ApplicationReaderSession::ApplicationReaderSession(std::shared_ptr<ReaderSession> session,
+ApplicationWindowSession::ApplicationWindowSession(std::shared_ptr<ReaderSession> session,
                                                    GtkWidget* webView,
                                                    std::filesystem::path publicationsRoot)
     : session_(std::move(session)),
       webView_(webView),
       publicationsRoot_(std::move(publicationsRoot)) {}
 
-async::Task<void> ApplicationReaderSession::open(PreparedPublicationResources resources,
+async::Task<void> ApplicationWindowSession::open(PreparedPublicationResources resources,
                                                  std::filesystem::path runtimeRoot,
                                                  std::string fingerprint) {
   const std::shared_ptr<ReaderSession> session = session_;
@@ -48,31 +48,32 @@ async::Task<void> ApplicationReaderSession::open(PreparedPublicationResources re
   }
 }
 
-void ApplicationReaderSession::close() {
+void ApplicationWindowSession::close() {
   storeMonitor_.reset();
   session_->close();
 }
 
-std::optional<PublicationTitle> ApplicationReaderSession::publicationTitle() const {
+std::optional<PublicationTitle> ApplicationWindowSession::publicationTitle() const {
   const std::optional<OpenPublicationResult>& publication = session_->publication().value();
   if (!publication) return std::nullopt;
   return PublicationTitle{publication->title, publication->authors, publication->titleDirection,
                           publication->authorsDirection};
 }
 
-bool ApplicationReaderSession::handlePaginationKey(PageKeyDirection direction) {
+bool ApplicationWindowSession::handlePaginationKey(PageKeyDirection direction) {
   return session_->handlePaginationKey(direction);
 }
 
-void ApplicationReaderSession::handleNavigationKey(ReaderNavigationDirection direction) {
+void ApplicationWindowSession::handleNavigationKey(ReaderNavigationDirection direction) {
   session_->handleNavigationKey(direction);
 }
 
-ApplicationSessionFactory::ApplicationSessionFactory(std::filesystem::path supportDirectory)
+ApplicationWindowSessionFactory::ApplicationWindowSessionFactory(
+    std::filesystem::path supportDirectory)
     : supportDirectory_(std::move(supportDirectory)),
       stateRepositories_{(supportDirectory_ / "Publications").lexically_normal()} {}
 
-std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
+std::shared_ptr<WindowSession> ApplicationWindowSessionFactory::makeSession(
     const std::string& fingerprint) {
   // Read for each book, so that a folder chosen in Settings holds the books opened after it.
   const auto settings = applicationSettings();
@@ -94,7 +95,7 @@ std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
     scrolledContentWidthRepository_ = std::make_shared<JSONScrolledContentWidthRepository>(
         JSONScrolledContentWidthRepository::fileURLIn(supportDirectory_));
   }
-  std::shared_ptr<WebViewReaderHost> host = makeWebViewReaderHost();
+  std::shared_ptr<WebKitReaderHosting> host = makeWebKitReaderHosting();
   GtkWidget* webView = host->webView();
   // The menu holds the view; the host holds the menu, until the session lets the host go.
   host->onAnnotationMenuRequest = [menu = std::make_shared<views::HighlightMenu>(webView)](
@@ -115,7 +116,7 @@ std::shared_ptr<ReaderSessionHandle> ApplicationSessionFactory::makeSession(
   // A link out of the book asks the reader first.
   dependencies.externalURLOpener =
       std::make_shared<ExternalLinkConsent>(webView, std::make_shared<SystemExternalURLOpener>());
-  return std::make_shared<ApplicationReaderSession>(ReaderSession::create(std::move(dependencies)),
+  return std::make_shared<ApplicationWindowSession>(ReaderSession::create(std::move(dependencies)),
                                                     webView, stateRepositories_.publicationsRoot);
 }
 

@@ -28,9 +28,9 @@ struct PublicationTitle {
 // What the coordinator needs of the reading session of one window: open it, close it, read its
 // publication's names, and hand it the page keys. The application's implementation wraps a
 // ReaderSession; tests use fakes. Main executor only.
-class ReaderSessionHandle {
+class WindowSession {
  public:
-  virtual ~ReaderSessionHandle() = default;
+  virtual ~WindowSession() = default;
 
   // Opens the prepared publication. Throws the session's ReaderError (or any failure).
   virtual async::Task<void> open(PreparedPublicationResources resources,
@@ -46,10 +46,10 @@ class ReaderSessionHandle {
 
 // Makes the session of a new window with the book's own repositories and the global ones.
 // Throws when the book's repositories cannot be made, before anything else has happened.
-class ReaderSessionFactory {
+class WindowSessionFactory {
  public:
-  virtual ~ReaderSessionFactory() = default;
-  virtual std::shared_ptr<ReaderSessionHandle> makeSession(const std::string& fingerprint) = 0;
+  virtual ~WindowSessionFactory() = default;
+  virtual std::shared_ptr<WindowSession> makeSession(const std::string& fingerprint) = 0;
 };
 
 }  // namespace tomekeeper

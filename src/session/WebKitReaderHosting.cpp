@@ -1,4 +1,4 @@
-#include "session/WebViewReaderHost.h"
+#include "session/WebKitReaderHosting.h"
 
 #include <utility>
 
@@ -10,11 +10,11 @@ namespace {
 
 // The session's view of a ReaderWebViewHost. The host's own callbacks forward to the slots of
 // ReaderHosting, holding this adapter weakly.
-class RuntimeWebViewReaderHost final
-    : public WebViewReaderHost,
-      public std::enable_shared_from_this<RuntimeWebViewReaderHost> {
+class RuntimeWebKitReaderHosting final
+    : public WebKitReaderHosting,
+      public std::enable_shared_from_this<RuntimeWebKitReaderHosting> {
  public:
-  RuntimeWebViewReaderHost() : host_(ReaderWebViewHost::create()) {}
+  RuntimeWebKitReaderHosting() : host_(ReaderWebViewHost::create()) {}
 
   void connect() {
     host_->onExternalLink = [weak = weak_from_this()](std::string url) {
@@ -49,7 +49,7 @@ class RuntimeWebViewReaderHost final
                              AnnotationNotePresence notePresence) override {
     if (!onAnnotationMenuRequest) return;
     // The items call back through the adapter, which may be gone by the time one is chosen.
-    const std::weak_ptr<RuntimeWebViewReaderHost> weak = weak_from_this();
+    const std::weak_ptr<RuntimeWebKitReaderHosting> weak = weak_from_this();
     onAnnotationMenuRequest(AnnotationMenuRequest{request.x, request.y, notePresence,
                                                   [weak, request] {
                                                     const auto self = weak.lock();
@@ -69,8 +69,8 @@ class RuntimeWebViewReaderHost final
 
 }  // namespace
 
-std::shared_ptr<WebViewReaderHost> makeWebViewReaderHost() {
-  auto host = std::make_shared<RuntimeWebViewReaderHost>();
+std::shared_ptr<WebKitReaderHosting> makeWebKitReaderHosting() {
+  auto host = std::make_shared<RuntimeWebKitReaderHosting>();
   host->connect();
   return host;
 }

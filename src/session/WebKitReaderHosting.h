@@ -24,7 +24,7 @@ struct AnnotationMenuRequest {
 // The session's host over a WebKitGTK web view (ReaderWebViewHost), and the web view the window
 // shows. It draws nothing itself: the shell shows the highlight menu (onAnnotationMenuRequest)
 // and reads the view's keys. Main executor only. Only in builds with the web view.
-class WebViewReaderHost : public ReaderHosting {
+class WebKitReaderHosting : public ReaderHosting {
  public:
   // The web view, owned by this host and alive as long as it. Never null.
   virtual GtkWidget* webView() const = 0;
@@ -35,6 +35,6 @@ class WebViewReaderHost : public ReaderHosting {
 };
 
 // A new host with a new web view; `webView()` is ready to be put in a window.
-std::shared_ptr<WebViewReaderHost> makeWebViewReaderHost();
+std::shared_ptr<WebKitReaderHosting> makeWebKitReaderHosting();
 
 }  // namespace tomekeeper

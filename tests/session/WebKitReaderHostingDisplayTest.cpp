@@ -1,4 +1,4 @@
-#include "session/WebViewReaderHost.h"
+#include "session/WebKitReaderHosting.h"
 
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
@@ -13,12 +13,12 @@ const Uuid kAnnotationID = *Uuid::fromString("3B241101-E2BB-4255-8CAF-4136C566A9
 
 // The host hands the shell each highlight menu request; the shell draws it (views::HighlightMenu)
 // and runs the functions of the item chosen.
-class WebViewReaderHostDisplayTest : public ::testing::Test {
+class WebKitReaderHostingDisplayTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { gtk_init(); }
 
   void SetUp() override {
-    host_ = makeWebViewReaderHost();
+    host_ = makeWebKitReaderHosting();
     ASSERT_NE(host_->webView(), nullptr);
     host_->onRemoveAnnotation = [this](Uuid id) { removed_.push_back(id); };
     host_->onEditAnnotation = [this](ReaderAnnotationContextMenuRequest request) {
@@ -29,13 +29,13 @@ class WebViewReaderHostDisplayTest : public ::testing::Test {
     };
   }
 
-  std::shared_ptr<WebViewReaderHost> host_;
+  std::shared_ptr<WebKitReaderHosting> host_;
   std::vector<AnnotationMenuRequest> menus_;
   std::vector<Uuid> removed_;
   std::optional<ReaderAnnotationContextMenuRequest> edited_;
 };
 
-TEST_F(WebViewReaderHostDisplayTest, TheMenuRequestCarriesThePointAndTheNote) {
+TEST_F(WebKitReaderHostingDisplayTest, TheMenuRequestCarriesThePointAndTheNote) {
   host_->presentAnnotationMenu({kAnnotationID, 50, 40}, AnnotationNotePresence::withNote);
   ASSERT_EQ(menus_.size(), 1u);
   EXPECT_EQ(menus_[0].x, 50);
@@ -43,7 +43,7 @@ TEST_F(WebViewReaderHostDisplayTest, TheMenuRequestCarriesThePointAndTheNote) {
   EXPECT_EQ(menus_[0].notePresence, AnnotationNotePresence::withNote);
 }
 
-TEST_F(WebViewReaderHostDisplayTest, TheRemoveItemRemovesTheRequestedHighlight) {
+TEST_F(WebKitReaderHostingDisplayTest, TheRemoveItemRemovesTheRequestedHighlight) {
   host_->presentAnnotationMenu({kAnnotationID, 50, 40}, AnnotationNotePresence::withoutNote);
   ASSERT_EQ(menus_.size(), 1u);
   menus_[0].removeHighlight();
@@ -51,7 +51,7 @@ TEST_F(WebViewReaderHostDisplayTest, TheRemoveItemRemovesTheRequestedHighlight) 
   EXPECT_FALSE(edited_.has_value());
 }
 
-TEST_F(WebViewReaderHostDisplayTest, TheNoteItemHandsTheWholeRequestToTheNoteEditor) {
+TEST_F(WebKitReaderHostingDisplayTest, TheNoteItemHandsTheWholeRequestToTheNoteEditor) {
   const ReaderAnnotationContextMenuRequest request{kAnnotationID, 12, 34};
   host_->presentAnnotationMenu(request, AnnotationNotePresence::withNote);
   ASSERT_EQ(menus_.size(), 1u);
@@ -60,7 +60,7 @@ TEST_F(WebViewReaderHostDisplayTest, TheNoteItemHandsTheWholeRequestToTheNoteEdi
   EXPECT_TRUE(removed_.empty());
 }
 
-TEST_F(WebViewReaderHostDisplayTest, AMenuItemChosenAfterTheHostWentDoesNothing) {
+TEST_F(WebKitReaderHostingDisplayTest, AMenuItemChosenAfterTheHostWentDoesNothing) {
   host_->presentAnnotationMenu({kAnnotationID, 50, 40}, AnnotationNotePresence::withoutNote);
   ASSERT_EQ(menus_.size(), 1u);
   host_.reset();
