@@ -16,13 +16,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "library/LibraryRecord.h"
 #include "persistence/JSONReadingPositionRepository.h"
-#include "platform/AtomicFileWriter.h"
 #include "views/LibraryView.h"
 
 namespace {
@@ -69,6 +69,12 @@ std::string coverBytes() {
   return bytes;
 }
 
+// Plain writes: the generated books need no crash safety, and a sync per file would make the
+// generation take longer than everything measured.
+void writePlainly(const fs::path& file, const std::string& contents) {
+  std::ofstream(file, std::ios::binary) << contents;
+}
+
 tomekeeper::LibraryLocations generate(const fs::path& root, int count) {
   using namespace tomekeeper;
   const LibraryLocations locations{root / "data/Publications", root / "data/Publications"};
@@ -84,9 +90,9 @@ tomekeeper::LibraryLocations generate(const fs::path& root, int count) {
     const fs::path directory = locations.recordsRoot / name;
     fs::create_directories(directory);
     const fs::path book = root / "books" / ("book-" + std::to_string(index) + ".epub");
-    writeFileAtomically(book, "an epub");
-    writeFileAtomically(directory / kSourceBookmarkFileName, codec.makeBookmarkData(book));
-    writeFileAtomically(directory / kCoverThumbnailFileName, cover);
+    writePlainly(book, "an epub");
+    writePlainly(directory / kSourceBookmarkFileName, codec.makeBookmarkData(book));
+    writePlainly(directory / kCoverThumbnailFileName, cover);
     LibraryRecord record{"Generated Book " + std::to_string(index),
                          {authors[random() % authors.size()]},
                          "en",
@@ -94,13 +100,13 @@ tomekeeper::LibraryLocations generate(const fs::path& root, int count) {
                          std::string(kSourceBookmarkFileName),
                          book.filename().string(),
                          std::string(kCoverThumbnailFileName)};
-    writeLibraryRecord(directory, record);
+    writePlainly(directory / kLibraryRecordFileName, encodeLibraryRecord(record));
     JSONReadingPositionRepository::Store store;
     Locator locator;
     locator.spineHref = "chapter1.xhtml";
     locator.totalProgression = static_cast<double>(random() % 1000) / 1000.0;
     store.locators[name] = locator;
-    writeFileAtomically(directory / "reading-position.json",
+    writePlainly(directory / "reading-position.json",
                         JSONReadingPositionRepository::encodeStore(store));
   }
   return locations;

@@ -224,8 +224,11 @@ void LibraryCoverCache::decoded(const std::string& fingerprint, GObjectHandle<Gd
 GtkWidget* makeLibraryBookItem(LibraryLayout layout) {
   auto* widgets = new ItemWidgets;
   const bool grid = layout == LibraryLayout::grid;
-  GtkWidget* item =
-      gtk_box_new(grid ? GTK_ORIENTATION_VERTICAL : GTK_ORIENTATION_HORIZONTAL, grid ? 4 : 12);
+  // A group, so that assistive tools say the book's label when they reach its item.
+  GtkWidget* item = GTK_WIDGET(
+      g_object_new(GTK_TYPE_BOX, "accessible-role", GTK_ACCESSIBLE_ROLE_GROUP, "orientation",
+                   grid ? GTK_ORIENTATION_VERTICAL : GTK_ORIENTATION_HORIZONTAL, "spacing",
+                   grid ? 4 : 12, nullptr));
   gtk_widget_add_css_class(item, grid ? "library-grid-item" : "library-list-item");
 
   GtkWidget* overlay = gtk_overlay_new();

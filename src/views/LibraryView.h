@@ -94,7 +94,7 @@ class LibraryView {
   LibraryLayout layout_ = LibraryLayout::grid;
   std::string pendingRemoval_;
   // Books shown at once; the rest follow after the first frame. More than a screen holds.
-  static constexpr std::size_t kFirstScreenBooks = 48;
+  static constexpr std::size_t kFirstScreenBooks = 40;
   // Until the frame that shows the first screen's books has been painted.
   views::SignalConnection afterPaint_;
 
