@@ -9,6 +9,7 @@
 
 #include "app/ApplicationWindowSession.h"
 #include "app/GtkShellWindow.h"
+#include "app/ReaderWindowActions.h"
 #include "app/ReaderWindowKeys.h"
 #include "app/ReadingCommands.h"
 #include "app/ReadingControls.h"
@@ -44,7 +45,7 @@ void logReaderWindowEvent(const std::string& message) {
 
 // The reader window: header bar, web view, page label and error banner, the page keys and the
 // window actions of the Reading menu.
-class GtkReaderWindow final : public GtkShellWindow {
+class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommands {
  public:
   GtkReaderWindow(ShellWindowDelegate& delegate, GtkApplication* application,
                   GMenuModel* primaryMenu, ReaderWindowRequest request)
@@ -113,7 +114,7 @@ class GtkReaderWindow final : public GtkShellWindow {
               if (const auto locked = weak.lock()) locked->handleNavigationKey(direction);
             }});
 
-    installActions();
+    actions_ = installReaderWindowActions(G_ACTION_MAP(gtkWindow), *this);
     if (session_) observeSession();
   }
 
@@ -135,13 +136,104 @@ class GtkReaderWindow final : public GtkShellWindow {
   }
 
  private:
-  struct ActionEntry {
-    const char* name;
-    void (*activate)(GtkReaderWindow&);
-  };
+  // ---- The window's commands: the actions table (ReaderWindowActions.h) names them ----
+  void previousPage() override {
+    runCommand([](ReaderSession& session) { return session.previousPage(); });
+  }
+  void nextPage() override {
+    runCommand([](ReaderSession& session) { return session.nextPage(); });
+  }
+  void goBack() override {
+    runCommand([](ReaderSession& session) { return session.goBack(); });
+  }
+  void goForward() override {
+    runCommand([](ReaderSession& session) { return session.goForward(); });
+  }
+  void decreaseTextSize() override {
+    runCommand([](ReaderSession& session) { return session.adjustFontScale(-kTextSizeStep); });
+  }
+  void increaseTextSize() override {
+    runCommand([](ReaderSession& session) { return session.adjustFontScale(kTextSizeStep); });
+  }
+  void toggleFullScreen() override {
+    if (gtk_window_is_fullscreen(window())) {
+      gtk_window_unfullscreen(window());
+    } else {
+      gtk_window_fullscreen(window());
+    }
+  }
+  void toggleSidebar() override {
+    if (screen_) screen_->toggleSidebar();
+  }
+  void showContents() override { showSidebarSection("contents"); }
+  void search() override { togglePanel(searchButton_); }
+  void toggleFonts() override { togglePanel(fontButton_); }
+  void toggleBookmark() override {
+    if (screen_) screen_->toggleBookmark();
+  }
+  void highlightSelection() override {
+    if (screen_) screen_->highlightSelection();
+  }
+  void closeBook() override { close(); }
+  void showBookSafety() override {
+    if (!session_) return;
+    if (const auto& report = session_->safetyReport().value()) presentBookSafety(window(), *report);
+  }
+  void clearReadingData() override {
+    if (screen_) screen_->presentClearReadingDataConfirmation();
+  }
+  // Its state says whether the controls are hidden; the toolbar's menu shows it checked.
+  void toggleReadingControls() override {
+    controls_->setVisibility(controls_->visibility() == ReadingControlsVisibility::shown
+                                 ? ReadingControlsVisibility::hidden
+                                 : ReadingControlsVisibility::shown);
+  }
+  void chooseReadingTheme(std::string_view value) override {
+    choose<ReadingThemeSelection>(value, [](ReaderSession& session, ReadingThemeSelection chosen) {
+      return session.setReadingTheme(chosen);
+    });
+  }
+  void chooseReadingMode(std::string_view value) override {
+    choose<ReadingMode>(value, [](ReaderSession& session, ReadingMode chosen) {
+      return session.setReadingMode(chosen);
+    });
+  }
+  void choosePageLayout(std::string_view value) override {
+    choose<PageLayout>(value, [](ReaderSession& session, PageLayout chosen) {
+      return session.setPageLayout(chosen);
+    });
+  }
+  void chooseScrollWidth(std::string_view value) override {
+    choose<ScrolledContentWidth>(value, [](ReaderSession& session, ScrolledContentWidth chosen) {
+      return session.setScrolledContentWidth(chosen);
+    });
+  }
+  std::string readingTheme() const override {
+    return session_ ? std::string(rawValue(session_->readingTheme().value())) : std::string();
+  }
+  std::string readingMode() const override {
+    return session_ ? std::string(rawValue(session_->readingMode().value())) : std::string();
+  }
+  std::string pageLayout() const override {
+    return session_ ? std::string(rawValue(session_->pageLayout().value())) : std::string();
+  }
+  std::string scrollWidth() const override {
+    return session_ ? std::string(rawValue(session_->scrolledContentWidth().value()))
+                    : std::string();
+  }
+
+  // Asks the session for the option with this raw value; another value does nothing. The
+  // action's state follows the session (observeSession), so a refused choice leaves the old
+  // value checked.
+  template <StringEnumeration Option>
+  void choose(std::string_view raw, async::Task<void> (*apply)(ReaderSession&, Option)) {
+    const std::optional<Option> value = parseRawValue<Option>(raw);
+    if (!value) return;
+    runCommand([apply, chosen = *value](ReaderSession& session) { return apply(session, chosen); });
+  }
 
   // "Export Highlights…" and "Restore Reading Data…"; nothing before the book is open.
-  void exportHighlights() {
+  void exportHighlights() override {
     if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
     const std::optional<PublicationTitle> title = applicationSession_->publicationTitle();
     std::string name =
@@ -151,7 +243,7 @@ class GtkReaderWindow final : public GtkShellWindow {
         runHighlightExport(window(), session_, applicationSession_->readingDataMaintenance(), name),
         lifetime());
   }
-  void restoreReadingData() {
+  void restoreReadingData() override {
     if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
     async::spawn(
         runReadingDataRestore(window(), session_, applicationSession_->readingDataMaintenance()),
@@ -218,151 +310,8 @@ class GtkReaderWindow final : public GtkShellWindow {
     }
   }
 
-  void installActions() {
-    static const ActionEntry entries[] = {
-        {"previous-page",
-         [](GtkReaderWindow& window) {
-           window.runCommand([](ReaderSession& session) { return session.previousPage(); });
-         }},
-        {"next-page",
-         [](GtkReaderWindow& window) {
-           window.runCommand([](ReaderSession& session) { return session.nextPage(); });
-         }},
-        {"go-back",
-         [](GtkReaderWindow& window) {
-           window.runCommand([](ReaderSession& session) { return session.goBack(); });
-         }},
-        {"go-forward",
-         [](GtkReaderWindow& window) {
-           window.runCommand([](ReaderSession& session) { return session.goForward(); });
-         }},
-        {"decrease-text-size",
-         [](GtkReaderWindow& window) {
-           window.runCommand(
-               [](ReaderSession& session) { return session.adjustFontScale(-kTextSizeStep); });
-         }},
-        {"increase-text-size",
-         [](GtkReaderWindow& window) {
-           window.runCommand(
-               [](ReaderSession& session) { return session.adjustFontScale(kTextSizeStep); });
-         }},
-        {"toggle-fullscreen",
-         [](GtkReaderWindow& window) {
-           GtkWindow* gtkWindow = window.window();
-           if (gtk_window_is_fullscreen(gtkWindow)) {
-             gtk_window_unfullscreen(gtkWindow);
-           } else {
-             gtk_window_fullscreen(gtkWindow);
-           }
-         }},
-        {"toggle-sidebar",
-         [](GtkReaderWindow& window) {
-           if (window.screen_) window.screen_->toggleSidebar();
-         }},
-        {"show-contents",
-         [](GtkReaderWindow& window) {
-           if (!window.screen_) return;
-           window.screen_->sidebar().setSection(SidebarSection::contents);
-           window.screen_->setSidebarVisibility(SidebarVisibility::visible);
-         }},
-        {"search", [](GtkReaderWindow& window) { window.togglePanel(window.searchButton_); }},
-        {"toggle-fonts", [](GtkReaderWindow& window) { window.togglePanel(window.fontButton_); }},
-        {"toggle-bookmark",
-         [](GtkReaderWindow& window) {
-           if (window.screen_) window.screen_->toggleBookmark();
-         }},
-        {"highlight-selection",
-         [](GtkReaderWindow& window) {
-           if (window.screen_) window.screen_->highlightSelection();
-         }},
-        {"close-book", [](GtkReaderWindow& window) { window.close(); }},
-        {"book-safety",
-         [](GtkReaderWindow& window) {
-           if (!window.session_) return;
-           if (const auto& report = window.session_->safetyReport().value()) {
-             presentBookSafety(window.window(), *report);
-           }
-         }},
-        {"clear-reading-data",
-         [](GtkReaderWindow& window) {
-           if (window.screen_) window.screen_->presentClearReadingDataConfirmation();
-         }},
-        {"export-highlights", [](GtkReaderWindow& window) { window.exportHighlights(); }},
-        {"restore-reading-data", [](GtkReaderWindow& window) { window.restoreReadingData(); }},
-    };
-    GActionMap* map = G_ACTION_MAP(window());
-    for (const ActionEntry& entry : entries) {
-      GSimpleAction* action = g_simple_action_new(entry.name, nullptr);
-      g_signal_connect(action, "activate",
-                       G_CALLBACK(+[](GSimpleAction* activated, GVariant*, gpointer data) {
-                         auto* self = static_cast<GtkReaderWindow*>(data);
-                         const char* name = g_action_get_name(G_ACTION(activated));
-                         for (const ActionEntry& candidate : entries) {
-                           if (g_strcmp0(candidate.name, name) == 0) candidate.activate(*self);
-                         }
-                       }),
-                       this);
-      g_action_map_add_action(map, G_ACTION(action));
-      actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
-    }
-    // Its state says whether the controls are hidden; the toolbar's menu shows it checked.
-    GSimpleAction* controls = g_simple_action_new_stateful("toggle-reading-controls", nullptr,
-                                                           g_variant_new_boolean(FALSE));
-    g_signal_connect(controls, "activate",
-                     G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
-                       auto* self = static_cast<GtkReaderWindow*>(data);
-                       self->controls_->setVisibility(self->controls_->visibility() ==
-                                                              ReadingControlsVisibility::shown
-                                                          ? ReadingControlsVisibility::hidden
-                                                          : ReadingControlsVisibility::shown);
-                     }),
-                     this);
-    g_action_map_add_action(map, G_ACTION(controls));
-    actions_.push_back(GObjectHandle<GSimpleAction>::adopt(controls));
-    if (!session_) return;
-    addStringAction("show-sidebar-section", [](GtkReaderWindow& window, const char* section) {
-      window.showSidebarSection(section);
-    });
-    addStringAction("edit-note", [](GtkReaderWindow& window, const char* annotationID) {
-      window.editNote(annotationID);
-    });
-    addOptionAction<ReadingThemeSelection>("reading-theme", session_->readingTheme().value(),
-                                           [](ReaderSession& session, ReadingThemeSelection value) {
-                                             return session.setReadingTheme(value);
-                                           });
-    addOptionAction<ReadingMode>(
-        "reading-mode", session_->readingMode().value(),
-        [](ReaderSession& session, ReadingMode value) { return session.setReadingMode(value); });
-    addOptionAction<PageLayout>(
-        "page-layout", session_->pageLayout().value(),
-        [](ReaderSession& session, PageLayout value) { return session.setPageLayout(value); });
-    addOptionAction<ScrolledContentWidth>("scroll-width", session_->scrolledContentWidth().value(),
-                                          [](ReaderSession& session, ScrolledContentWidth value) {
-                                            return session.setScrolledContentWidth(value);
-                                          });
-  }
-
-  // An action that takes a string, for the commands that name what they act on.
-  void addStringAction(const char* name, void (*activate)(GtkReaderWindow&, const char*)) {
-    GSimpleAction* action = g_simple_action_new(name, G_VARIANT_TYPE_STRING);
-    struct Binding {
-      GtkReaderWindow* window;
-      void (*activate)(GtkReaderWindow&, const char*);
-    };
-    g_signal_connect_data(
-        action, "activate", G_CALLBACK(+[](GSimpleAction*, GVariant* parameter, gpointer data) {
-          const auto* binding = static_cast<Binding*>(data);
-          binding->activate(*binding->window, g_variant_get_string(parameter, nullptr));
-        }),
-        new Binding{this, activate},
-        +[](gpointer data, GClosure*) { delete static_cast<Binding*>(data); },
-        static_cast<GConnectFlags>(0));
-    g_action_map_add_action(G_ACTION_MAP(window()), G_ACTION(action));
-    actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
-  }
-
   // Shows the sidebar on "contents", "bookmarks" or "highlights"; another name does nothing.
-  void showSidebarSection(std::string_view name) {
+  void showSidebarSection(std::string_view name) override {
     if (!screen_) return;
     std::optional<SidebarSection> section;
     if (name == "contents") section = SidebarSection::contents;
@@ -374,7 +323,7 @@ class GtkReaderWindow final : public GtkShellWindow {
   }
 
   // Opens the note sheet of the highlight with this id; an unknown id does nothing.
-  void editNote(std::string_view annotationID) {
+  void editNote(std::string_view annotationID) override {
     const std::optional<Uuid> id = Uuid::fromString(annotationID);
     if (!screen_ || !id) return;
     for (const Annotation& annotation : session_->annotations().value()) {
@@ -383,36 +332,6 @@ class GtkReaderWindow final : public GtkShellWindow {
         return;
       }
     }
-  }
-
-  // A stateful action whose string state is the raw value of the session's choice. Changing
-  // the state asks the session; the state follows the session (observeSession), so a refused
-  // choice leaves the old value checked.
-  template <StringEnumeration Option>
-  void addOptionAction(const char* name, Option current,
-                       async::Task<void> (*apply)(ReaderSession&, Option)) {
-    GSimpleAction* action = g_simple_action_new_stateful(
-        name, G_VARIANT_TYPE_STRING, g_variant_new_string(std::string(rawValue(current)).c_str()));
-    struct Binding {
-      GtkReaderWindow* window;
-      async::Task<void> (*apply)(ReaderSession&, Option);
-    };
-    g_signal_connect_data(
-        action, "change-state", G_CALLBACK(+[](GSimpleAction*, GVariant* requested, gpointer data) {
-          const auto* binding = static_cast<Binding*>(data);
-          const std::optional<Option> value =
-              parseRawValue<Option>(g_variant_get_string(requested, nullptr));
-          if (!value) return;
-          binding->window->runCommand(
-              [apply = binding->apply, chosen = *value](ReaderSession& session) {
-                return apply(session, chosen);
-              });
-        }),
-        new Binding{this, apply},
-        +[](gpointer data, GClosure*) { delete static_cast<Binding*>(data); },
-        static_cast<GConnectFlags>(0));
-    g_action_map_add_action(G_ACTION_MAP(window()), G_ACTION(action));
-    actions_.push_back(GObjectHandle<GSimpleAction>::adopt(action));
   }
 
   // Puts the session's choice into the state of the action `name`, and logs it.

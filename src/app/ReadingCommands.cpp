@@ -2,29 +2,22 @@
 
 #include <string>
 
+#include "app/ReaderWindowActions.h"
 #include "platform/GLibString.h"
 #include "platform/GObjectHandle.h"
 
 namespace tomekeeper {
 
-std::span<const ReadingCommand> readingCommands() {
-  using enum ShortcutGroup;
-  static const std::vector<ReadingCommand> commands = {
-      {"Previous Page", "win.previous-page", {"<Control>bracketleft"}, navigation},
-      {"Next Page", "win.next-page", {"<Control>bracketright"}, navigation},
-      {"Back", "win.go-back", {"<Alt>Left"}, navigation},
-      {"Forward", "win.go-forward", {"<Alt>Right"}, navigation},
-      {"Toggle Sidebar", "win.toggle-sidebar", {"<Control><Alt>s", "F9"}, panels},
-      {"Show Contents", "win.show-contents", {"<Control>1"}, panels},
-      {"Decrease Text Size", "win.decrease-text-size", {"<Control>minus"}, reading},
-      {"Increase Text Size",
-       "win.increase-text-size",
-       {"<Control>plus", "<Control>equal"},
-       reading},
-      {"Search Book", "win.search", {"<Control>f"}, panels},
-      {"Toggle Full Screen", "win.toggle-fullscreen", {"F11"}, reading},
-      {"Toggle Reading Controls", "win.toggle-reading-controls", {"<Control><Shift>f"}, reading},
-  };
+std::span<const ReadingCommand> readerWindowCommands() {
+  static const std::vector<ReadingCommand> commands = [] {
+    std::vector<ReadingCommand> described;
+    for (const ReaderWindowAction& action : readerWindowActions()) {
+      if (action.title == nullptr) continue;
+      described.push_back(
+          {action.title, std::string("win.") + action.name, action.accelerators, action.group});
+    }
+    return described;
+  }();
   return commands;
 }
 
@@ -43,17 +36,18 @@ std::span<const ReadingCommand> applicationCommands() {
 std::span<const ReadingCommand> readerWindowKeys() {
   using enum ShortcutGroup;
   static const std::vector<ReadingCommand> keys = {
-      {"Turn Page Back", nullptr, {"Page_Up"}, navigation},
-      {"Turn Page Forward", nullptr, {"Page_Down"}, navigation},
-      {"Show Hidden Reading Controls", nullptr, {"Escape"}, reading},
+      {"Turn Page Back", "", {"Page_Up"}, navigation},
+      {"Turn Page Forward", "", {"Page_Down"}, navigation},
+      {"Show Hidden Reading Controls", "", {"Escape"}, reading},
   };
   return keys;
 }
 
 GMenu* makeReadingMenu() {
   GMenu* menu = g_menu_new();
-  for (const ReadingCommand& command : readingCommands()) {
-    g_menu_append(menu, command.title, command.action);
+  for (const ReaderWindowAction& action : readerWindowActions()) {
+    if (action.menu != ReaderWindowMenu::reading) continue;
+    g_menu_append(menu, action.title, (std::string("win.") + action.name).c_str());
   }
   return menu;
 }
@@ -80,7 +74,7 @@ GtkShortcutsWindow* makeShortcutsWindow() {
       "<interface><object class=\"GtkShortcutsWindow\" id=\"window\"><property name=\"modal\">"
       "1</property><child><object class=\"GtkShortcutsSection\"><property name=\"section-name\">"
       "shortcuts</property>";
-  const std::span<const ReadingCommand> tables[] = {applicationCommands(), readingCommands(),
+  const std::span<const ReadingCommand> tables[] = {applicationCommands(), readerWindowCommands(),
                                                     readerWindowKeys()};
   for (const GroupTitle& group : kGroupTitles) {
     definition +=
@@ -91,7 +85,7 @@ GtkShortcutsWindow* makeShortcutsWindow() {
             .string();
     for (const std::span<const ReadingCommand>& table : tables) {
       for (const ReadingCommand& command : table) {
-        if (command.group != group.group) continue;
+        if (command.group != group.group || command.keys.empty()) continue;
         std::string keys;
         for (const char* key : command.keys) keys += (keys.empty() ? "" : " ") + std::string(key);
         definition += GLibString(g_markup_printf_escaped(

@@ -3,6 +3,7 @@
 #include <gtk/gtk.h>
 
 #include <span>
+#include <string>
 #include <vector>
 
 namespace tomekeeper {
@@ -10,18 +11,19 @@ namespace tomekeeper {
 // The groups of the shortcuts window, in the order it shows them.
 enum class ShortcutGroup { general, navigation, reading, panels };
 
-// One command with its keys: its title, its action (application or window action; none for a
-// key the reader window handles itself) and the keys that trigger it (GTK accelerator syntax,
-// the first one shown in menus).
+// One command with its keys, as menus and the shortcuts window show it: its title, its detailed
+// action (application or window action; empty for a key the reader window handles itself) and
+// the keys that trigger it (GTK accelerator syntax, the first one shown in menus).
 struct ReadingCommand {
   const char* title;
-  const char* action;
+  std::string action;
   std::vector<const char*> keys;
   ShortcutGroup group;
 };
 
-// The Reading menu's items in menu order.
-std::span<const ReadingCommand> readingCommands();
+// The reader window's actions that have keys or a menu title (ReaderWindowActions.h), in menu
+// order, as "win." actions.
+std::span<const ReadingCommand> readerWindowCommands();
 
 // The application's other keys: the commands of the main menu and of every window.
 std::span<const ReadingCommand> applicationCommands();
@@ -29,7 +31,8 @@ std::span<const ReadingCommand> applicationCommands();
 // Keys the reader window reads itself, without an action: the page keys and Escape.
 std::span<const ReadingCommand> readerWindowKeys();
 
-// A new Reading menu; the caller owns the reference.
+// A new Reading menu: the reader window's actions of that menu, in table order; the caller owns
+// the reference.
 GMenu* makeReadingMenu();
 
 // A new shortcuts window listing every key of the three tables above in its group, for

@@ -3,6 +3,8 @@
 #include <initializer_list>
 #include <string>
 
+#include "app/ReaderWindowActions.h"
+
 namespace tomekeeper {
 
 namespace {
@@ -45,12 +47,10 @@ GObjectHandle<GMenu> makeReadingOptionsMenu() {
   g_menu_append(viewSection.get(), "Hide Reading Controls", "win.toggle-reading-controls");
   g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(viewSection.get()));
   const auto bookSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append(bookSection.get(), "Book Safety", "win.book-safety");
-  g_menu_append(bookSection.get(), "Close Book", "win.close-book");
-  g_menu_append(bookSection.get(), "Export Highlights\u2026", "win.export-highlights");
-  g_menu_append(bookSection.get(), "Restore Reading Data\u2026", "win.restore-reading-data");
-  g_menu_append(bookSection.get(), "Delete This Book\u2019s Reading History\u2026",
-                "win.clear-reading-data");
+  for (const ReaderWindowAction& action : readerWindowActions()) {
+    if (action.menu != ReaderWindowMenu::book) continue;
+    g_menu_append(bookSection.get(), action.title, (std::string("win.") + action.name).c_str());
+  }
   g_menu_append_section(menu.get(), "Book Actions", G_MENU_MODEL(bookSection.get()));
   return menu;
 }

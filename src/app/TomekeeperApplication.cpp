@@ -155,8 +155,8 @@ void TomekeeperApplication::installActions() {
     keys.push_back(nullptr);
     gtk_application_set_accels_for_action(GTK_APPLICATION(application_.get()), action, keys.data());
   };
-  for (const auto& table : {applicationCommands(), readingCommands()}) {
-    for (const ReadingCommand& command : table) setKeys(command.action, command.keys);
+  for (const auto& table : {applicationCommands(), readerWindowCommands()}) {
+    for (const ReadingCommand& command : table) setKeys(command.action.c_str(), command.keys);
   }
 }
 
