@@ -4,7 +4,7 @@ namespace tomekeeper {
 
 std::span<const ReaderWindowAction> readerWindowActions() {
   using enum ShortcutGroup;
-  using enum ReaderWindowActionKind;
+  using enum ActionKind;
   using Menu = ReaderWindowMenu;
   using Commands = ReaderWindowCommands;
   // One action a line or two, in the order of their menus.
@@ -58,61 +58,9 @@ std::span<const ReaderWindowAction> readerWindowActions() {
   return actions;
 }
 
-namespace {
-
-// What each action's signal handler needs; freed with the action's closure.
-struct Binding {
-  ReaderWindowCommands* commands;
-  const ReaderWindowAction* action;
-};
-
-void activateAction(GSimpleAction*, GVariant* parameter, gpointer data) {
-  const auto* binding = static_cast<Binding*>(data);
-  const ReaderWindowAction& action = *binding->action;
-  if (action.activate != nullptr) {
-    (binding->commands->*action.activate)();
-  } else if (parameter != nullptr) {
-    (binding->commands->*action.activateWithText)(g_variant_get_string(parameter, nullptr));
-  }
-}
-
-void freeBinding(gpointer data, GClosure*) {
-  delete static_cast<Binding*>(data);
-}
-
-}  // namespace
-
 std::vector<GObjectHandle<GSimpleAction>> installReaderWindowActions(
     GActionMap* map, ReaderWindowCommands& commands) {
-  std::vector<GObjectHandle<GSimpleAction>> installed;
-  for (const ReaderWindowAction& action : readerWindowActions()) {
-    GSimpleAction* made = nullptr;
-    switch (action.kind) {
-      case ReaderWindowActionKind::plain:
-        made = g_simple_action_new(action.name, nullptr);
-        break;
-      case ReaderWindowActionKind::toggle:
-        made = g_simple_action_new_stateful(action.name, nullptr, g_variant_new_boolean(FALSE));
-        break;
-      case ReaderWindowActionKind::withText:
-        made = g_simple_action_new(action.name, G_VARIANT_TYPE_STRING);
-        break;
-      case ReaderWindowActionKind::choice:
-        // Asking for a value goes to the session; the state follows the session's answer, so
-        // a refused choice leaves the old value checked.
-        made = g_simple_action_new_stateful(
-            action.name, G_VARIANT_TYPE_STRING,
-            g_variant_new_string((commands.*action.currentChoice)().c_str()));
-        break;
-    }
-    const char* signal =
-        action.kind == ReaderWindowActionKind::choice ? "change-state" : "activate";
-    g_signal_connect_data(made, signal, G_CALLBACK(activateAction), new Binding{&commands, &action},
-                          freeBinding, static_cast<GConnectFlags>(0));
-    g_action_map_add_action(map, G_ACTION(made));
-    installed.push_back(GObjectHandle<GSimpleAction>::adopt(made));
-  }
-  return installed;
+  return installActionTable(map, readerWindowActions(), commands);
 }
 
 }  // namespace tomekeeper

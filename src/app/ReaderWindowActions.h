@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/ReadingCommands.h"
+#include "app/ActionTable.h"
 #include "platform/GObjectHandle.h"
 
 namespace tomekeeper {
@@ -51,30 +51,12 @@ class ReaderWindowCommands {
   virtual std::string scrollWidth() const = 0;
 };
 
-// How an action is invoked: a plain command; a command whose boolean state the window keeps
-// (a check item); a command that takes a string naming what it acts on; or a choice whose string
-// state is the current value (radio items), changed by asking for another.
-enum class ReaderWindowActionKind { plain, toggle, withText, choice };
-
 // Where an action's title shows: nowhere but the shortcuts window (or not at all without keys),
 // the main menu's Reading submenu, or the Book Actions of the reading options menu.
 enum class ReaderWindowMenu { none, reading, book };
 
-// One window action "win.<name>": its title in menus and the shortcuts window (null when
-// neither shows it), its keys (GTK accelerator syntax, the first one shown in menus) and their
-// group, its menu, and its handler: `activate` for plain and toggle actions, `activateWithText`
-// for the others, and `currentChoice` for the state of a choice.
-struct ReaderWindowAction {
-  const char* name;
-  const char* title;
-  std::vector<const char*> accelerators;
-  ShortcutGroup group;
-  ReaderWindowMenu menu;
-  ReaderWindowActionKind kind;
-  void (ReaderWindowCommands::*activate)() = nullptr;
-  void (ReaderWindowCommands::*activateWithText)(std::string_view) = nullptr;
-  std::string (ReaderWindowCommands::*currentChoice)() const = nullptr;
-};
+// One window action "win.<name>" (ActionTable.h).
+using ReaderWindowAction = WidgetAction<ReaderWindowCommands, ReaderWindowMenu>;
 
 // The reader window's actions, in the order of their menus.
 std::span<const ReaderWindowAction> readerWindowActions();

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "app/ApplicationActions.h"
 #include "app/ReaderWindowActions.h"
 #include "platform/GLibString.h"
 #include "platform/GObjectHandle.h"
@@ -9,27 +10,22 @@
 namespace tomekeeper {
 
 std::span<const ReadingCommand> readerWindowCommands() {
-  static const std::vector<ReadingCommand> commands = [] {
-    std::vector<ReadingCommand> described;
-    for (const ReaderWindowAction& action : readerWindowActions()) {
-      if (action.title == nullptr) continue;
-      described.push_back(
-          {action.title, std::string("win.") + action.name, action.accelerators, action.group});
-    }
-    return described;
-  }();
+  static const std::vector<ReadingCommand> commands =
+      describeActionTable(readerWindowActions(), "win");
   return commands;
 }
 
 std::span<const ReadingCommand> applicationCommands() {
-  using enum ShortcutGroup;
-  static const std::vector<ReadingCommand> commands = {
-      {"Open", "app.open", {"<Control>o"}, general},
-      {"Settings", "app.settings", {"<Control>comma"}, general},
-      {"Keyboard Shortcuts", "win.show-help-overlay", {"<Control>question"}, general},
-      {"Close Window", "window.close", {"<Control>w"}, general},
-      {"Quit", "app.quit", {"<Control>q"}, general},
-  };
+  static const std::vector<ReadingCommand> commands = [] {
+    std::vector<ReadingCommand> described = describeActionTable(applicationActions(), "app");
+    // GTK's own window actions.
+    described.push_back({"Keyboard Shortcuts",
+                         "win.show-help-overlay",
+                         {"<Control>question"},
+                         ShortcutGroup::general});
+    described.push_back({"Close Window", "window.close", {"<Control>w"}, ShortcutGroup::general});
+    return described;
+  }();
   return commands;
 }
 

@@ -25,7 +25,8 @@ struct ReadingCommand {
 // order, as "win." actions.
 std::span<const ReadingCommand> readerWindowCommands();
 
-// The application's other keys: the commands of the main menu and of every window.
+// The application's keys: its actions that have a title (ApplicationActions.h), and GTK's own
+// window actions that the main menu and the keys reach.
 std::span<const ReadingCommand> applicationCommands();
 
 // Keys the reader window reads itself, without an action: the page keys and Escape.

@@ -13,6 +13,7 @@
 #include "app/GtkReaderWindowFactory.h"
 #include "app/ReadingCommands.h"
 #include "app/SettingsWindow.h"
+#include "platform/GLibString.h"
 
 namespace tomekeeper {
 
@@ -21,13 +22,6 @@ namespace {
 // The sessions save their last position on tasks of the main loop when their windows close;
 // quitting waits this long for them.
 constexpr guint kQuitGraceMilliseconds = 300;
-
-void addAction(GActionMap* map, const char* name, const GVariantType* parameterType,
-               GCallback callback, gpointer data) {
-  const auto action = GObjectHandle<GSimpleAction>::adopt(g_simple_action_new(name, parameterType));
-  g_signal_connect(action.get(), "activate", callback, data);
-  g_action_map_add_action(map, G_ACTION(action.get()));
-}
 
 }  // namespace
 
@@ -63,22 +57,8 @@ void TomekeeperApplication::start() {
   g_application_hold(G_APPLICATION(application));
   isHeld_ = true;
 
-  primaryMenu_ = GObjectHandle<GMenu>::adopt(g_menu_new());
   recentMenu_ = GObjectHandle<GMenu>::adopt(g_menu_new());
-  const auto fileSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append(fileSection.get(), "Open\u2026", "app.open");
-  g_menu_append_submenu(fileSection.get(), "Open Recent", G_MENU_MODEL(recentMenu_.get()));
-  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(fileSection.get()));
-  const auto readingSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  const auto readingMenu = GObjectHandle<GMenu>::adopt(makeReadingMenu());
-  g_menu_append_submenu(readingSection.get(), "Reading", G_MENU_MODEL(readingMenu.get()));
-  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(readingSection.get()));
-  const auto applicationSection = GObjectHandle<GMenu>::adopt(g_menu_new());
-  g_menu_append(applicationSection.get(), "Settings", "app.settings");
-  g_menu_append(applicationSection.get(), "Keyboard Shortcuts", "win.show-help-overlay");
-  g_menu_append(applicationSection.get(), "About Tomekeeper", "app.about");
-  g_menu_append(applicationSection.get(), "Quit", "app.quit");
-  g_menu_append_section(primaryMenu_.get(), nullptr, G_MENU_MODEL(applicationSection.get()));
+  primaryMenu_ = makeMainMenu(G_MENU_MODEL(recentMenu_.get()));
 
   platform_ = std::make_shared<GtkShellPlatform>(application);
   DocumentOpenCoordinator::Environment environment =
@@ -122,35 +102,7 @@ void TomekeeperApplication::installStyle() {
 }
 
 void TomekeeperApplication::installActions() {
-  GActionMap* map = G_ACTION_MAP(application_.get());
-  addAction(map, "open", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
-              static_cast<TomekeeperApplication*>(data)->coordinator_->presentOpenPanel();
-            }),
-            this);
-  addAction(map, "open-recent", G_VARIANT_TYPE_STRING,
-            G_CALLBACK(+[](GSimpleAction*, GVariant* parameter, gpointer data) {
-              const std::filesystem::path file(g_variant_get_string(parameter, nullptr));
-              static_cast<TomekeeperApplication*>(data)->coordinator_->requestOpen(file);
-            }),
-            this);
-  addAction(map, "clear-recent", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
-              static_cast<TomekeeperApplication*>(data)->coordinator_->clearRecentDocuments();
-            }),
-            this);
-  addAction(map, "settings", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
-              auto* self = static_cast<TomekeeperApplication*>(data);
-              presentSettingsWindow(GTK_APPLICATION(self->application_.get()), self->coordinator_);
-            }),
-            this);
-  addAction(map, "about", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
-              auto* self = static_cast<TomekeeperApplication*>(data);
-              presentAboutWindow(GTK_APPLICATION(self->application_.get()));
-            }),
-            this);
-  addAction(map, "quit", nullptr, G_CALLBACK(+[](GSimpleAction*, GVariant*, gpointer data) {
-              static_cast<TomekeeperApplication*>(data)->quit();
-            }),
-            this);
+  actions_ = installApplicationActions(G_ACTION_MAP(application_.get()), *this);
   const auto setKeys = [this](const char* action, std::vector<const char*> keys) {
     keys.push_back(nullptr);
     gtk_application_set_accels_for_action(GTK_APPLICATION(application_.get()), action, keys.data());
@@ -158,6 +110,26 @@ void TomekeeperApplication::installActions() {
   for (const auto& table : {applicationCommands(), readerWindowCommands()}) {
     for (const ReadingCommand& command : table) setKeys(command.action.c_str(), command.keys);
   }
+}
+
+void TomekeeperApplication::open() {
+  coordinator_->presentOpenPanel();
+}
+
+void TomekeeperApplication::openRecent(std::string_view path) {
+  coordinator_->requestOpen(std::filesystem::path(path));
+}
+
+void TomekeeperApplication::clearRecent() {
+  coordinator_->clearRecentDocuments();
+}
+
+void TomekeeperApplication::showSettings() {
+  presentSettingsWindow(GTK_APPLICATION(application_.get()), coordinator_);
+}
+
+void TomekeeperApplication::showAbout() {
+  presentAboutWindow(GTK_APPLICATION(application_.get()));
 }
 
 void TomekeeperApplication::rebuildRecentMenu() {
@@ -207,10 +179,7 @@ void TomekeeperApplication::handleOpen(GApplication*, GFile** files, int count, 
   self->isFirstActivation_ = false;
   std::vector<std::filesystem::path> paths;
   for (int index = 0; index < count; ++index) {
-    if (char* path = g_file_get_path(files[index])) {
-      paths.emplace_back(path);
-      g_free(path);
-    }
+    if (const GLibString path(g_file_get_path(files[index])); path) paths.emplace_back(path.get());
   }
   self->delegate_->applicationOpen(paths);
 }

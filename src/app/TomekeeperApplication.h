@@ -3,9 +3,12 @@
 #include <adwaita.h>
 
 #include <memory>
+#include <string_view>
+#include <vector>
 
 #include <sigc++/connection.h>
 
+#include "app/ApplicationActions.h"
 #include "app/DocumentOpenCoordinator.h"
 #include "app/GtkShellPlatform.h"
 #include "app/TomekeeperAppDelegate.h"
@@ -18,12 +21,12 @@ namespace tomekeeper {
 // activations of this and later launches, installs the File and Reading commands with their
 // accelerators, and keeps running when its last window closes, until Quit. One per process,
 // on the main thread.
-class TomekeeperApplication {
+class TomekeeperApplication final : private ApplicationCommands {
  public:
   static constexpr const char* kApplicationID = "org.tomekeeper.Tomekeeper";
 
   TomekeeperApplication();
-  ~TomekeeperApplication();
+  ~TomekeeperApplication() override;
   TomekeeperApplication(const TomekeeperApplication&) = delete;
   TomekeeperApplication& operator=(const TomekeeperApplication&) = delete;
 
@@ -42,14 +45,21 @@ class TomekeeperApplication {
   void installStyle();
   void installActions();
   void rebuildRecentMenu();
+  // The application's actions (ApplicationActions.h).
+  void open() override;
+  void openRecent(std::string_view path) override;
+  void clearRecent() override;
+  void showSettings() override;
+  void showAbout() override;
   // Saves what the next launch restores, closes every window, and ends the main loop once the
   // sessions' last writes have had their turn.
-  void quit();
+  void quit() override;
   void terminate();
 
   GObjectHandle<AdwApplication> application_;
   GObjectHandle<GMenu> primaryMenu_;
   GObjectHandle<GMenu> recentMenu_;
+  std::vector<GObjectHandle<GSimpleAction>> actions_;
   std::shared_ptr<GtkShellPlatform> platform_;
   std::shared_ptr<DocumentOpenCoordinator> coordinator_;
   std::shared_ptr<TomekeeperAppDelegate> delegate_;

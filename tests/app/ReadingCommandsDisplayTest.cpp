@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/ApplicationActions.h"
 #include "app/ReaderWindowActions.h"
 #include "app/ReadingOptionsMenu.h"
 #include "platform/GObjectHandle.h"
@@ -132,11 +133,12 @@ class RecordingCommands final : public ReaderWindowCommands {
 };
 
 struct MenuItem {
-  std::string action;                 // without its "win." prefix
+  std::string scope;                  // "win" or "app"
+  std::string action;                 // without its scope
   std::optional<std::string> target;  // a radio item's value
 };
 
-// Every window action that `menu` names, with its target, through sections and submenus.
+// Every action that `menu` names, with its target, through sections and submenus.
 void collectMenuItems(GMenuModel* menu, std::vector<MenuItem>& items) {
   for (int index = 0; index < g_menu_model_get_n_items(menu); ++index) {
     gchar* action = nullptr;
@@ -144,11 +146,11 @@ void collectMenuItems(GMenuModel* menu, std::vector<MenuItem>& items) {
       const GVariantHandle target = GVariantHandle::adopt(
           g_menu_model_get_item_attribute_value(menu, index, G_MENU_ATTRIBUTE_TARGET, nullptr));
       const std::string name(action);
-      if (name.starts_with("win.")) {
-        items.push_back({name.substr(4), target ? std::optional<std::string>(
-                                                      g_variant_get_string(target.get(), nullptr))
-                                                : std::nullopt});
-      }
+      const std::size_t dot = name.find('.');
+      items.push_back({name.substr(0, dot), name.substr(dot + 1),
+                       target
+                           ? std::optional<std::string>(g_variant_get_string(target.get(), nullptr))
+                           : std::nullopt});
       g_free(action);
     }
     for (const char* link : {G_MENU_LINK_SECTION, G_MENU_LINK_SUBMENU}) {
@@ -171,6 +173,7 @@ TEST_F(ReadingCommandsDisplayTest, EveryActionAMenuNamesIsInstalledAndRunsItsOwn
   collectMenuItems(G_MENU_MODEL(optionsMenu.get()), items);
   ASSERT_GT(items.size(), 20u);
   for (const MenuItem& item : items) {
+    ASSERT_EQ(item.scope, "win");
     SCOPED_TRACE(item.action + (item.target ? " " + *item.target : std::string()));
     ASSERT_TRUE(g_action_group_has_action(G_ACTION_GROUP(actions.get()), item.action.c_str()));
     commands.ran.clear();
@@ -189,6 +192,52 @@ TEST_F(ReadingCommandsDisplayTest, EveryActionAMenuNamesIsInstalledAndRunsItsOwn
   g_action_group_activate_action(G_ACTION_GROUP(actions.get()), "show-sidebar-section",
                                  g_variant_new_string("bookmarks"));
   EXPECT_EQ(commands.ran, std::vector<std::string>{"show-sidebar-section bookmarks"});
+}
+
+class RecordingApplicationCommands final : public ApplicationCommands {
+ public:
+  std::vector<std::string> ran;
+
+  void open() override { ran.push_back("open"); }
+  void openRecent(std::string_view path) override {
+    ran.push_back("open-recent " + std::string(path));
+  }
+  void clearRecent() override { ran.push_back("clear-recent"); }
+  void showSettings() override { ran.push_back("settings"); }
+  void showAbout() override { ran.push_back("about"); }
+  void quit() override { ran.push_back("quit"); }
+};
+
+TEST_F(ReadingCommandsDisplayTest, EveryActionTheMainMenuNamesIsInstalledAndRunsItsOwnCommand) {
+  const auto applicationGroup =
+      GObjectHandle<GSimpleActionGroup>::adopt(g_simple_action_group_new());
+  RecordingApplicationCommands application;
+  const auto applicationActions =
+      installApplicationActions(G_ACTION_MAP(applicationGroup.get()), application);
+  const auto windowGroup = GObjectHandle<GSimpleActionGroup>::adopt(g_simple_action_group_new());
+  RecordingCommands window;
+  const auto windowActions = installReaderWindowActions(G_ACTION_MAP(windowGroup.get()), window);
+
+  const auto recent = GObjectHandle<GMenu>::adopt(g_menu_new());
+  const GObjectHandle<GMenu> mainMenu = makeMainMenu(G_MENU_MODEL(recent.get()));
+  std::vector<MenuItem> items;
+  collectMenuItems(G_MENU_MODEL(mainMenu.get()), items);
+  ASSERT_GT(items.size(), 10u);
+  for (const MenuItem& item : items) {
+    SCOPED_TRACE(item.scope + "." + item.action);
+    if (item.scope == "app") {
+      application.ran.clear();
+      ASSERT_TRUE(
+          g_action_group_has_action(G_ACTION_GROUP(applicationGroup.get()), item.action.c_str()));
+      g_action_group_activate_action(G_ACTION_GROUP(applicationGroup.get()), item.action.c_str(),
+                                     nullptr);
+      EXPECT_EQ(application.ran, std::vector<std::string>{item.action});
+    } else if (item.action != "show-help-overlay") {  // GTK's own, on every application window
+      ASSERT_EQ(item.scope, "win");
+      EXPECT_TRUE(
+          g_action_group_has_action(G_ACTION_GROUP(windowGroup.get()), item.action.c_str()));
+    }
+  }
 }
 
 }  // namespace
