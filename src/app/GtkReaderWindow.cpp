@@ -90,7 +90,7 @@ class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommand
     GtkWidget* page = nullptr;
     if (session_ && applicationSession->webView() != nullptr) {
       screen_ = std::make_unique<ReaderScreen>(session_, applicationSession->webView(),
-                                               storedSidebarVisibility(identifier()));
+                                               storedSidebarVisibility(identifier()), lifetime());
       page = screen_->widget();
       sidebarConnection_ =
           screen_->sidebarVisibilityChanged().connect([this] { storeSidebarVisibility(); });

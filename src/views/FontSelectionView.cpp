@@ -71,8 +71,9 @@ double steppedLetterSpacing(const TypographyLetterSpacingSelection& selection, d
   return std::clamp(roundedTo(current + step, 100), kMinimumLetterSpacing, kMaximumLetterSpacing);
 }
 
-FontSelectionView::FontSelectionView(std::shared_ptr<ReaderSession> session)
-    : session_(std::move(session)) {
+FontSelectionView::FontSelectionView(std::shared_ptr<ReaderSession> session,
+                                     std::stop_token windowLifetime)
+    : session_(std::move(session)), windowLifetime_(std::move(windowLifetime)) {
   const views::ViewBuilder builder("FontSelectionView.ui");
   root_ = builder.root("root");
   for (std::size_t control = 0; control < std::size(kControlIDs); ++control) {
@@ -186,7 +187,7 @@ void FontSelectionView::perform(Control control) {
       command = [](ReaderSession& session) { return session.restoreBookTypography(); };
       break;
   }
-  views::runSessionCommand(session_, std::move(command));
+  views::runSessionCommand(session_, std::move(command), windowLifetime_);
 }
 
 void FontSelectionView::showFonts() {
@@ -242,9 +243,9 @@ void FontSelectionView::chooseFont(guint position) {
   const TypographyFontSelection selection =
       row ? TypographyFontSelection::systemFont(row->stableName)
           : TypographyFontSelection::bookDefault();
-  views::runSessionCommand(session_, [selection](ReaderSession& session) {
-    return session.setFontSelection(selection);
-  });
+  views::runSessionCommand(
+      session_, [selection](ReaderSession& session) { return session.setFontSelection(selection); },
+      windowLifetime_);
 }
 
 bool FontSelectionView::filterAccepts(gpointer item) const {
@@ -272,9 +273,9 @@ void FontSelectionView::onPageMarginsSelected(GObject* dropDown, GParamSpec*, gp
   if (selected >= std::size(kPageMargins)) return;
   const TypographyPageMarginsSelection margins = kPageMargins[selected];
   if (margins == view->session_->pageMarginsSelection().value()) return;
-  views::runSessionCommand(view->session_, [margins](ReaderSession& session) {
-    return session.setPageMargins(margins);
-  });
+  views::runSessionCommand(
+      view->session_, [margins](ReaderSession& session) { return session.setPageMargins(margins); },
+      view->windowLifetime_);
 }
 
 void FontSelectionView::onFontActivate(GtkListView*, guint position, gpointer self) {

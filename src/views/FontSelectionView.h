@@ -3,6 +3,7 @@
 #include <gtk/gtk.h>
 
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -32,7 +33,10 @@ double steppedLetterSpacing(const TypographyLetterSpacingSelection& selection, d
 // executor only; not movable, since its widgets call back into it.
 class FontSelectionView {
  public:
-  explicit FontSelectionView(std::shared_ptr<ReaderSession> session);
+  // `windowLifetime` is the token of the window that shows the view: its commands stop when
+  // the window closes.
+  explicit FontSelectionView(std::shared_ptr<ReaderSession> session,
+                             std::stop_token windowLifetime = {});
   ~FontSelectionView();
   FontSelectionView(const FontSelectionView&) = delete;
   FontSelectionView& operator=(const FontSelectionView&) = delete;
@@ -81,6 +85,7 @@ class FontSelectionView {
   static gboolean filterFont(gpointer item, gpointer self);
 
   std::shared_ptr<ReaderSession> session_;
+  std::stop_token windowLifetime_;
   views::WidgetHandle root_;
   GtkWidget* buttons_[static_cast<int>(Control::restoreAll) + 1] = {};
   GtkWidget* pageMarginsPicker_ = nullptr;

@@ -11,8 +11,9 @@ bool searchResultIsResolvable(const PublicationSearchResult& result) {
   return result.locator.cfi.has_value() && !result.locator.cfi->empty();
 }
 
-PublicationSearchView::PublicationSearchView(std::shared_ptr<ReaderSession> session)
-    : session_(std::move(session)) {
+PublicationSearchView::PublicationSearchView(std::shared_ptr<ReaderSession> session,
+                                             std::stop_token windowLifetime)
+    : session_(std::move(session)), windowLifetime_(std::move(windowLifetime)) {
   const views::ViewBuilder builder("PublicationSearchView.ui");
   root_ = builder.root("root");
   queryField_ = builder.widget("query_field");
@@ -44,9 +45,10 @@ void PublicationSearchView::search() {
   searchEnded_ = false;
   showResults();
   std::string query = gtk_editable_get_text(GTK_EDITABLE(queryField_));
-  views::runSessionCommand(session_, [query = std::move(query)](ReaderSession& session) {
-    return session.startSearch(query);
-  });
+  views::runSessionCommand(
+      session_,
+      [query = std::move(query)](ReaderSession& session) { return session.startSearch(query); },
+      windowLifetime_);
 }
 
 void PublicationSearchView::showProgress() {
@@ -95,7 +97,8 @@ void PublicationSearchView::chooseResult(int index) {
   const PublicationSearchResult& result = shownResults_[static_cast<std::size_t>(index)];
   if (!searchResultIsResolvable(result)) return;
   views::runSessionCommand(
-      session_, [result](ReaderSession& session) { return session.goToSearchResult(result); });
+      session_, [result](ReaderSession& session) { return session.goToSearchResult(result); },
+      windowLifetime_);
 }
 
 void PublicationSearchView::onSearch(GtkWidget*, gpointer self) {
@@ -104,8 +107,10 @@ void PublicationSearchView::onSearch(GtkWidget*, gpointer self) {
 
 void PublicationSearchView::onCancel(GtkButton*, gpointer self) {
   static_cast<PublicationSearchView*>(self)->stopWasAsked_ = true;
-  views::runSessionCommand(static_cast<PublicationSearchView*>(self)->session_,
-                           [](ReaderSession& session) { return session.cancelSearch(); });
+  views::runSessionCommand(
+      static_cast<PublicationSearchView*>(self)->session_,
+      [](ReaderSession& session) { return session.cancelSearch(); },
+      static_cast<PublicationSearchView*>(self)->windowLifetime_);
 }
 
 void PublicationSearchView::onResultActivated(GtkListBox*, GtkListBoxRow* row, gpointer self) {

@@ -3,6 +3,7 @@
 #include <gtk/gtk.h>
 
 #include <memory>
+#include <stop_token>
 #include <vector>
 
 #include "runtime/BridgeMessages.h"
@@ -23,7 +24,10 @@ bool searchResultIsResolvable(const PublicationSearchResult& result);
 // call back into it.
 class PublicationSearchView {
  public:
-  explicit PublicationSearchView(std::shared_ptr<ReaderSession> session);
+  // `windowLifetime` is the token of the window that shows the view: its commands stop when
+  // the window closes.
+  explicit PublicationSearchView(std::shared_ptr<ReaderSession> session,
+                                 std::stop_token windowLifetime = {});
   ~PublicationSearchView();
   PublicationSearchView(const PublicationSearchView&) = delete;
   PublicationSearchView& operator=(const PublicationSearchView&) = delete;
@@ -50,6 +54,7 @@ class PublicationSearchView {
   static void onResultActivated(GtkListBox* list, GtkListBoxRow* row, gpointer self);
 
   std::shared_ptr<ReaderSession> session_;
+  std::stop_token windowLifetime_;
   views::WidgetHandle root_;
   GtkWidget* queryField_ = nullptr;
   GtkWidget* searchButton_ = nullptr;

@@ -26,13 +26,15 @@ async::Task<void> saveNoteCommand(std::shared_ptr<ReaderSession> session, Annota
 }  // namespace
 
 ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* webView,
-                           SidebarVisibility initialSidebarVisibility)
+                           SidebarVisibility initialSidebarVisibility,
+                           std::stop_token windowLifetime)
     : session_(std::move(session)),
+      windowLifetime_(std::move(windowLifetime)),
       lifetime_(std::make_shared<ReaderScreen*>(this)),
       webView_(views::WidgetHandle::retain(webView)),
-      sidebar_(session_),
-      fontSelectionView_(session_),
-      searchView_(session_) {
+      sidebar_(session_, windowLifetime_),
+      fontSelectionView_(session_, windowLifetime_),
+      searchView_(session_, windowLifetime_) {
   const views::ViewBuilder builder("ReaderScreen.ui");
   root_ = builder.root("root");
   GtkWidget* flap = root_.get();
@@ -172,7 +174,7 @@ void ReaderScreen::toggleSidebar() {
 }
 
 void ReaderScreen::toggleBookmark() {
-  async::spawn(toggleBookmarkCommand(session_, lifetime_));
+  async::spawn(toggleBookmarkCommand(session_, lifetime_), windowLifetime_);
 }
 
 async::Task<void> ReaderScreen::toggleBookmarkCommand(std::shared_ptr<ReaderSession> session,
@@ -218,7 +220,8 @@ void ReaderScreen::clearBookmarkFeedback(std::uint64_t generation) {
 }
 
 void ReaderScreen::highlightSelection() {
-  views::runSessionCommand(session_, [](ReaderSession& session) { return session.addHighlight(); });
+  views::runSessionCommand(
+      session_, [](ReaderSession& session) { return session.addHighlight(); }, windowLifetime_);
 }
 
 GtkWindow* ReaderScreen::window() const {
@@ -248,8 +251,9 @@ void ReaderScreen::onClearResponse(GtkWidget*, const char* response, gpointer se
   // The dialog closes itself after the response.
   screen->clearDialog_.reset();
   if (std::string_view(response) == "delete") {
-    views::runSessionCommand(screen->session_,
-                             [](ReaderSession& session) { return session.clearReadingData(); });
+    views::runSessionCommand(
+        screen->session_, [](ReaderSession& session) { return session.clearReadingData(); },
+        screen->windowLifetime_);
   }
 }
 
@@ -274,9 +278,9 @@ void ReaderScreen::onRemovalResponse(GtkWidget*, const char* response, gpointer 
   auto* screen = static_cast<ReaderScreen*>(self);
   screen->removalDialog_.reset();
   if (std::string_view(response) == "remove") {
-    views::runSessionCommand(screen->session_, [](ReaderSession& session) {
-      return session.confirmAnnotationRemoval();
-    });
+    views::runSessionCommand(
+        screen->session_, [](ReaderSession& session) { return session.confirmAnnotationRemoval(); },
+        screen->windowLifetime_);
   } else {
     screen->session_->cancelAnnotationRemoval();
   }

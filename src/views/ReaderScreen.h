@@ -37,8 +37,10 @@ enum class SidebarVisibility { hidden, visible };
 // session closes or with it. Main executor only; not movable.
 class ReaderScreen {
  public:
+  // `windowLifetime` is the window's token: every command the screen and its views start stops
+  // when the window closes.
   ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* webView,
-               SidebarVisibility initialSidebarVisibility);
+               SidebarVisibility initialSidebarVisibility, std::stop_token windowLifetime = {});
   ~ReaderScreen();
   ReaderScreen(const ReaderScreen&) = delete;
   ReaderScreen& operator=(const ReaderScreen&) = delete;
@@ -119,6 +121,7 @@ class ReaderScreen {
   static void onClearResponse(GtkWidget* dialog, const char* response, gpointer self);
 
   std::shared_ptr<ReaderSession> session_;
+  std::stop_token windowLifetime_;
   // Read by the screen's own tasks to learn whether it is still there.
   std::shared_ptr<ReaderScreen*> lifetime_;
   views::WidgetHandle root_;

@@ -110,8 +110,8 @@ std::optional<std::vector<std::int64_t>> currentContentsEntry(
   return found->id;
 }
 
-ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session)
-    : session_(std::move(session)) {
+ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session, std::stop_token windowLifetime)
+    : session_(std::move(session)), windowLifetime_(std::move(windowLifetime)) {
   const views::ViewBuilder builder("ReaderSidebar.ui");
   root_ = builder.root("root");
   stack_ = GTK_STACK(builder.widget("stack"));
@@ -303,24 +303,32 @@ void ReaderSidebar::activateContentsRow(guint position) {
   auto item =
       GObjectHandle<GObject>::adopt(static_cast<GObject*>(gtk_tree_list_row_get_item(row.get())));
   const auto& node = views::viewRowValueAs<TableOfContentsOutlineNode>(item.get());
-  views::runSessionCommand(session_, [href = node.item.href](ReaderSession& session) {
-    return session.goToTableOfContentsEntry(href);
-  });
+  views::runSessionCommand(
+      session_,
+      [href = node.item.href](ReaderSession& session) {
+        return session.goToTableOfContentsEntry(href);
+      },
+      windowLifetime_);
 }
 
 void ReaderSidebar::activateBookmarkRow(int index) {
   if (index < 0 || static_cast<std::size_t>(index) >= shownBookmarks_.size()) return;
-  views::runSessionCommand(session_, [bookmark = shownBookmarks_[index]](ReaderSession& session) {
-    return session.goToBookmark(bookmark);
-  });
+  views::runSessionCommand(
+      session_,
+      [bookmark = shownBookmarks_[index]](ReaderSession& session) {
+        return session.goToBookmark(bookmark);
+      },
+      windowLifetime_);
 }
 
 void ReaderSidebar::activateHighlightRow(int index) {
   if (index < 0 || static_cast<std::size_t>(index) >= shownAnnotations_.size()) return;
-  views::runSessionCommand(session_,
-                           [annotation = shownAnnotations_[index]](ReaderSession& session) {
-                             return session.goToAnnotation(annotation);
-                           });
+  views::runSessionCommand(
+      session_,
+      [annotation = shownAnnotations_[index]](ReaderSession& session) {
+        return session.goToAnnotation(annotation);
+      },
+      windowLifetime_);
 }
 
 void ReaderSidebar::deleteBookmark(const std::string& id) {
@@ -328,9 +336,10 @@ void ReaderSidebar::deleteBookmark(const std::string& id) {
       std::find_if(shownBookmarks_.begin(), shownBookmarks_.end(),
                    [&](const Bookmark& bookmark) { return bookmark.id.string() == id; });
   if (found == shownBookmarks_.end()) return;
-  views::runSessionCommand(session_, [bookmark = *found](ReaderSession& session) {
-    return session.removeBookmark(bookmark);
-  });
+  views::runSessionCommand(
+      session_,
+      [bookmark = *found](ReaderSession& session) { return session.removeBookmark(bookmark); },
+      windowLifetime_);
 }
 
 void ReaderSidebar::removeHighlight(const std::string& id) {
@@ -378,13 +387,17 @@ void ReaderSidebar::onRemoveHighlightAction(GSimpleAction*, GVariant* parameter,
 }
 
 void ReaderSidebar::onPreviousChapter(GtkButton*, gpointer self) {
-  views::runSessionCommand(static_cast<ReaderSidebar*>(self)->session_,
-                           [](ReaderSession& session) { return session.previousSection(); });
+  views::runSessionCommand(
+      static_cast<ReaderSidebar*>(self)->session_,
+      [](ReaderSession& session) { return session.previousSection(); },
+      static_cast<ReaderSidebar*>(self)->windowLifetime_);
 }
 
 void ReaderSidebar::onNextChapter(GtkButton*, gpointer self) {
-  views::runSessionCommand(static_cast<ReaderSidebar*>(self)->session_,
-                           [](ReaderSession& session) { return session.nextSection(); });
+  views::runSessionCommand(
+      static_cast<ReaderSidebar*>(self)->session_,
+      [](ReaderSession& session) { return session.nextSection(); },
+      static_cast<ReaderSidebar*>(self)->windowLifetime_);
 }
 
 }  // namespace tomekeeper

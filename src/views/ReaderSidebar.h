@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,10 @@ std::optional<std::vector<std::int64_t>> currentContentsEntry(
 // string target. Main executor only; not movable, since its widgets call back into it.
 class ReaderSidebar {
  public:
-  explicit ReaderSidebar(std::shared_ptr<ReaderSession> session);
+  // `windowLifetime` is the token of the window that shows the view: its commands stop when
+  // the window closes.
+  explicit ReaderSidebar(std::shared_ptr<ReaderSession> session,
+                         std::stop_token windowLifetime = {});
   ~ReaderSidebar();
   ReaderSidebar(const ReaderSidebar&) = delete;
   ReaderSidebar& operator=(const ReaderSidebar&) = delete;
@@ -85,9 +89,10 @@ class ReaderSidebar {
   static void onNextChapter(GtkButton* button, gpointer self);
 
   std::shared_ptr<ReaderSession> session_;
+  std::stop_token windowLifetime_;
   views::WidgetHandle root_;
   GtkStack* stack_ = nullptr;
-  GListStore* contentsRoots_ = nullptr;  // Owned by the tree model of contentsList_.
+  GListStore* contentsRoots_ = nullptr;              // Owned by the tree model of contentsList_.
   GtkSingleSelection* contentsSelection_ = nullptr;  // Owned by contentsList_.
   GtkListView* contentsList_ = nullptr;
   GtkStack* bookmarkPages_ = nullptr;
