@@ -267,11 +267,17 @@ void LibraryView::showBooks() {
   if (now == count) return;
   GdkFrameClock* clock = gtk_widget_get_frame_clock(root_.get());
   if (clock == nullptr) {
-    // Not on a screen yet: nothing is painted before all of them are in.
-    replaceShownBooks(static_cast<guint>(now), 0, now, count);
+    // Not on a screen yet: the rest follow the first frame after the view is mapped.
+    afterPaint_ = views::connectSignal(root_.get(), "map", G_CALLBACK(onMap), this);
     return;
   }
   afterPaint_ = views::connectSignal(clock, "after-paint", G_CALLBACK(onAfterPaint), this);
+}
+
+void LibraryView::onMap(GtkWidget* widget, gpointer self) {
+  auto* view = static_cast<LibraryView*>(self);
+  view->afterPaint_ = views::connectSignal(gtk_widget_get_frame_clock(widget), "after-paint",
+                                           G_CALLBACK(onAfterPaint), view);
 }
 
 void LibraryView::onAfterPaint(GdkFrameClock*, gpointer self) {

@@ -83,6 +83,7 @@ class LibraryView {
   static void onSetUpGridItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
   static void onSetUpListItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
   static void onBindItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
+  static void onMap(GtkWidget* widget, gpointer self);
   static void onAfterPaint(GdkFrameClock* clock, gpointer self);
   static void onRemoveResponse(GtkWidget* dialog, const char* response, gpointer self);
 
@@ -95,7 +96,8 @@ class LibraryView {
   std::string pendingRemoval_;
   // Books shown at once; the rest follow after the first frame. More than a screen holds.
   static constexpr std::size_t kFirstScreenBooks = 40;
-  // Until the frame that shows the first screen's books has been painted.
+  // Until the frame that shows the first screen's books has been painted (or, before that, the
+  // view is mapped).
   views::SignalConnection afterPaint_;
 
   views::WidgetHandle root_;
