@@ -130,8 +130,8 @@ TEST_F(ReaderSessionLifecycleTest, WithoutStoresEveryCommandWorksInMemoryAndNoth
   EXPECT_EQ(session().annotations().value()[0].note, "a note");
   runToEnd(session().goToAnnotation(session().annotations().value()[0]));
   runToEnd(session().clearReadingData());
+  // Close decides at once whether to save; without a store there is nothing to save to.
   session().close();
-  iterateFor(std::chrono::milliseconds(20));
 
   EXPECT_EQ(session().error().value(), std::nullopt);
   EXPECT_EQ(session().state().value(), State::closed);
@@ -328,10 +328,13 @@ TEST_F(ReaderSessionLifecycleTest, LocatorEventsDuringTheOpenAreDropped) {
   };
 
   ASSERT_EQ(harness.open(), std::nullopt);
-  iterateFor(std::chrono::milliseconds(50));
+  // Events are taken in order: once a later one has arrived, the one of the open was dropped.
+  const Locator later = locatorAt(2, "/6/6!/4/60/1:0");
+  runtime().sendEvent("locatorChanged", {{"locator", json(later)}});
+  ASSERT_TRUE(iterateUntil([&] { return session().locator().value() == later; }));
 
-  EXPECT_NE(session().locator().value(), elsewhere);
-  EXPECT_FALSE(contains(stages(), "runtime.event"));
+  const std::vector<std::string> logged = stages();
+  EXPECT_EQ(std::count(logged.begin(), logged.end(), "runtime.event"), 1);
   EXPECT_TRUE(harness.positions->saves.empty());
 }
 
@@ -372,7 +375,8 @@ TEST_F(ReaderSessionLifecycleTest, CloseSavesTheLocatorOnceAndEmptiesTheSession)
   ASSERT_TRUE(iterateUntil([&] { return harness.log->lineOf("close.saved").has_value(); }));
 
   session().close();
-  iterateFor(std::chrono::milliseconds(50));
+  // A save that this close started would reach the store before this read.
+  runToEnd(harness.positions->locator(std::string(kFingerprint)));
   EXPECT_EQ(harness.positions->saves.size(), 1u);
   EXPECT_EQ(session().state().value(), State::closed);
   EXPECT_EQ(harness.host->closeCount, 2);
@@ -411,7 +415,8 @@ TEST_F(ReaderSessionLifecycleTest, CloseAfterFailedOpenWithoutLocatorSavesNothin
   ASSERT_TRUE(session().error().value().has_value());
 
   session().close();
-  iterateFor(std::chrono::milliseconds(50));
+  // A save that this close started would reach the store before this read.
+  runToEnd(harness.positions->locator(std::string(kFingerprint)));
 
   EXPECT_EQ(session().state().value(), State::closed);
   EXPECT_EQ(session().error().value(), std::nullopt);
