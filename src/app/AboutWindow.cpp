@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "app/ApplicationResources.h"
+#include "platform/GLibError.h"
+#include "platform/GLibString.h"
 
 namespace tomekeeper {
 
@@ -55,9 +57,8 @@ void onEndElement(GMarkupParseContext*, const char*, gpointer data, GError**) {
   auto* reading = static_cast<MetainfoReading*>(data);
   std::string text = reading->text;
   // Trimmed of the white space around it; the fields read here are one line each.
-  gchar* trimmed = g_strstrip(g_strdup(text.c_str()));
-  text = trimmed;
-  g_free(trimmed);
+  GLibString trimmed(g_strdup(text.c_str()));
+  text = g_strstrip(trimmed.data());
   ApplicationDescription& description = reading->description;
   if (!reading->textIsTranslated) {
     const auto& path = reading->path;
@@ -115,14 +116,13 @@ std::optional<ApplicationDescription> readApplicationDescription(
   MetainfoReading reading;
   GMarkupParseContext* context = g_markup_parse_context_new(
       &kMetainfoParser, G_MARKUP_TREAT_CDATA_AS_TEXT, &reading, nullptr);
-  GError* error = nullptr;
-  const bool parsed =
-      g_markup_parse_context_parse(context, text.data(), static_cast<gssize>(text.size()), &error) &&
-      g_markup_parse_context_end_parse(context, &error);
+  GLibError error;
+  const bool parsed = g_markup_parse_context_parse(context, text.data(),
+                                                   static_cast<gssize>(text.size()), error.out()) &&
+                      g_markup_parse_context_end_parse(context, error.out());
   g_markup_parse_context_free(context);
   if (!parsed) {
-    warn(metainfo, error != nullptr ? error->message : "it is not well-formed");
-    if (error != nullptr) g_error_free(error);
+    warn(metainfo, error ? error.message() : "it is not well-formed");
     return std::nullopt;
   }
   if (reading.description.name.empty()) {

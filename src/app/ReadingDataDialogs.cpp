@@ -1,7 +1,10 @@
 #include "app/ReadingDataDialogs.h"
 
+#include <memory>
+
 #include "app/GtkShellPlatform.h"
 #include "async/Completion.h"
+#include "platform/GLibString.h"
 
 namespace tomekeeper {
 
@@ -19,9 +22,8 @@ void handleSavePanelResponse(GtkNativeDialog* dialog, int response, gpointer dat
     const auto file =
         GObjectHandle<GFile>::adopt(gtk_file_chooser_get_file(GTK_FILE_CHOOSER(dialog)));
     if (file) {
-      if (char* path = g_file_get_path(file.get())) {
-        chosen = std::filesystem::path(path);
-        g_free(path);
+      if (const GLibString path(g_file_get_path(file.get())); path) {
+        chosen = std::filesystem::path(path.get());
       }
     }
     // A name without an extension takes the one of the chosen filter.
@@ -36,13 +38,11 @@ void handleSavePanelResponse(GtkNativeDialog* dialog, int response, gpointer dat
 
 std::string savedAtText(Date date) {
   const auto seconds = std::chrono::system_clock::to_time_t(date.systemClockTime());
-  GDateTime* local = g_date_time_new_from_unix_local(static_cast<gint64>(seconds));
-  if (local == nullptr) return "an unknown date";
-  char* text = g_date_time_format(local, "%e %B %Y, %H:%M");
-  g_date_time_unref(local);
-  std::string result = text != nullptr ? g_strstrip(text) : "an unknown date";
-  g_free(text);
-  return result;
+  const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> local(
+      g_date_time_new_from_unix_local(static_cast<gint64>(seconds)), g_date_time_unref);
+  if (!local) return "an unknown date";
+  GLibString text(g_date_time_format(local.get(), "%e %B %Y, %H:%M"));
+  return text ? g_strstrip(text.data()) : "an unknown date";
 }
 
 std::string counted(std::size_t count, const char* one, const char* many) {

@@ -8,6 +8,7 @@
 
 #include "app/GtkShellPlatform.h"
 #include "async/Spawn.h"
+#include "platform/GLibString.h"
 
 namespace tomekeeper {
 
@@ -54,10 +55,10 @@ GtkWidget* makeStateDirectoryRow() {
     return row;
   }
   const auto showSetting = +[](GSettings* source, const char*, gpointer data) {
-    gchar* value = g_settings_get_string(source, "state-directory");
-    adw_action_row_set_subtitle(ADW_ACTION_ROW(data),
-                                value[0] != '\0' ? value : "The application\u2019s data folder");
-    g_free(value);
+    const GLibString value(g_settings_get_string(source, "state-directory"));
+    adw_action_row_set_subtitle(ADW_ACTION_ROW(data), value.string().empty()
+                                                          ? "The application\u2019s data folder"
+                                                          : value.get());
   };
   showSetting(settings.get(), nullptr, row);
   g_signal_connect_object(settings.get(), "changed::state-directory", G_CALLBACK(showSetting), row,
@@ -83,17 +84,17 @@ GtkWidget* makeStateDirectoryRow() {
         g_object_set_data_full(G_OBJECT(panel), "settings", g_object_ref(data), g_object_unref);
         g_signal_connect(
             panel, "response", G_CALLBACK(+[](GtkNativeDialog* dialog, int response, gpointer) {
+              // The panel held its own reference until it answered; it goes with this handler.
+              const auto answered = GObjectHandle<GtkNativeDialog>::adopt(dialog);
               if (response == GTK_RESPONSE_ACCEPT) {
                 const auto file = GObjectHandle<GFile>::adopt(
                     gtk_file_chooser_get_file(GTK_FILE_CHOOSER(dialog)));
-                char* path = file ? g_file_get_path(file.get()) : nullptr;
-                if (path != nullptr) {
+                const GLibString path(file ? g_file_get_path(file.get()) : nullptr);
+                if (path) {
                   g_settings_set_string(G_SETTINGS(g_object_get_data(G_OBJECT(dialog), "settings")),
-                                        "state-directory", path);
+                                        "state-directory", path.get());
                 }
-                g_free(path);
               }
-              g_object_unref(dialog);
             }),
             nullptr);
         gtk_native_dialog_show(GTK_NATIVE_DIALOG(panel));
@@ -200,9 +201,8 @@ class SettingsView {
   }
 
   void showCacheSize(std::int64_t bytes) {
-    char* text = g_format_size(static_cast<guint64>(std::max<std::int64_t>(bytes, 0)));
-    gtk_label_set_text(GTK_LABEL(cacheSizeLabel_), text);
-    g_free(text);
+    const GLibString text(g_format_size(static_cast<guint64>(std::max<std::int64_t>(bytes, 0))));
+    gtk_label_set_text(GTK_LABEL(cacheSizeLabel_), text.get());
   }
 
   void measure() { async::spawn(measureCache(reference(), coordinator_)); }

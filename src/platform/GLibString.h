@@ -27,6 +27,8 @@ class GLibString {
   ~GLibString() { g_free(text_); }
 
   const char* get() const noexcept { return text_; }
+  // For GLib calls that change the string in place (g_strstrip).
+  char* data() noexcept { return text_; }
   explicit operator bool() const noexcept { return text_ != nullptr; }
   // A copy of the text; empty when null.
   std::string string() const { return text_ != nullptr ? std::string(text_) : std::string(); }

@@ -7,6 +7,8 @@
 
 #include "async/Sleep.h"
 #include "async/Spawn.h"
+#include "platform/GLibError.h"
+#include "platform/GLibString.h"
 #include "runtime/PublicationSchemeRoute.h"
 
 namespace tomekeeper {
@@ -45,14 +47,12 @@ class WebViewBridgeTransport final : public ReaderBridgeTransport {
   static void evaluated(GObject* source, GAsyncResult* result, gpointer data) {
     std::unique_ptr<std::function<void(ReaderBridgeDelivery)>> done(
         static_cast<std::function<void(ReaderBridgeDelivery)>*>(data));
-    GError* error = nullptr;
-    JSCValue* value = webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source),
-                                                                            result, &error);
-    if (value != nullptr) g_object_unref(value);
-    const ReaderBridgeDelivery delivery =
-        error == nullptr ? ReaderBridgeDelivery::evaluated : ReaderBridgeDelivery::failed;
-    if (error != nullptr) g_error_free(error);
-    (*done)(delivery);
+    GLibError error;
+    // The function's value is not needed; only whether it ran.
+    const auto value =
+        GObjectHandle<JSCValue>::adopt(webkit_web_view_call_async_javascript_function_finish(
+            WEBKIT_WEB_VIEW(source), result, error.out()));
+    (*done)(error ? ReaderBridgeDelivery::failed : ReaderBridgeDelivery::evaluated);
   }
 
   GObjectWeakReference<WebKitWebView> webView_;
@@ -67,16 +67,6 @@ std::optional<std::string_view> requestURI(WebKitNavigationAction* action) {
 }
 
 }  // namespace
-
-bool openExternalURL(const std::string& url) {
-  GError* error = nullptr;
-  const gboolean opened = g_app_info_launch_default_for_uri(url.c_str(), nullptr, &error);
-  if (error != nullptr) {
-    g_warning("Could not open an external link: %s", error->message);
-    g_error_free(error);
-  }
-  return opened != FALSE;
-}
 
 std::shared_ptr<ReaderWebViewHost> ReaderWebViewHost::create() {
   std::shared_ptr<ReaderWebViewHost> host(new ReaderWebViewHost());
@@ -310,8 +300,8 @@ void ReaderWebViewHost::handleScriptMessage(WebKitUserContentManager*, JSCValue*
   auto* host = static_cast<ReaderWebViewHost*>(data);
   // The forwarder posts each message as JSON text.
   if (value == nullptr || !jsc_value_is_string(value)) return;
-  const std::unique_ptr<gchar, decltype(&g_free)> text(jsc_value_to_string(value), g_free);
-  if (text == nullptr) return;
+  const GLibString text(jsc_value_to_string(value));
+  if (!text) return;
   try {
     host->bridge_->receiveMessageText(text.get());
   } catch (const std::exception& error) {

@@ -67,9 +67,6 @@ struct ReaderWebViewSize {
   double height = 0;
 };
 
-// Opens a web address in the desktop's browser; returns whether it was opened.
-bool openExternalURL(const std::string& url);
-
 // Owns the web view of one reading window with its bridge and scheme handler. It sets the view
 // up so that a hostile book has no way out (the forwarder in its own world, the private scheme
 // per view, every navigation decided), loads the reader runtime, and turns the view's life

@@ -2,12 +2,14 @@
 
 #include <gio/gio.h>
 
+#include "platform/GLibError.h"
+
 namespace tomekeeper {
 
 bool SystemExternalURLOpener::open(const std::string& url) {
-  GError* error = nullptr;
-  const gboolean opened = g_app_info_launch_default_for_uri(url.c_str(), nullptr, &error);
-  if (error != nullptr) g_error_free(error);
+  GLibError error;
+  const gboolean opened = g_app_info_launch_default_for_uri(url.c_str(), nullptr, error.out());
+  if (error) g_warning("Could not open an external link: %s", error.message());
   return opened == TRUE;
 }
 

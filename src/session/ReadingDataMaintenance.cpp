@@ -12,6 +12,7 @@
 #include "persistence/PublicationOutline.h"
 #include "persistence/PublicationStateRepositoryFactory.h"
 #include "platform/AtomicFileWriter.h"
+#include "platform/GLibString.h"
 
 namespace tomekeeper {
 
@@ -33,11 +34,8 @@ std::string ReadingDataMaintenance::packageDocumentPath(const PublicationDescrip
   const std::string prefix = "tomekeeper://publication/" + descriptor.publicationID.string() + "/";
   const std::string& url = descriptor.packageURL;
   const std::string escaped = url.starts_with(prefix) ? url.substr(prefix.size()) : url;
-  char* unescaped = g_uri_unescape_string(escaped.c_str(), nullptr);
-  if (unescaped == nullptr) return escaped;
-  std::string path(unescaped);
-  g_free(unescaped);
-  return path;
+  const GLibString unescaped(g_uri_unescape_string(escaped.c_str(), nullptr));
+  return unescaped ? unescaped.string() : escaped;
 }
 
 async::Task<void> ReadingDataMaintenance::exportHighlights(std::filesystem::path destination,

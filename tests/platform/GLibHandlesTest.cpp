@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/GLibError.h"
 #include "platform/GLibString.h"
 #include "platform/GVariantHandle.h"
 
@@ -42,6 +43,17 @@ TEST(GLibHandlesTest, ANullStringReadsAsEmpty) {
   const GLibString none(nullptr);
   EXPECT_FALSE(none);
   EXPECT_EQ(none.string(), "");
+}
+
+TEST(GLibHandlesTest, AnErrorHolderKeepsTheCallsErrorAndFreesIt) {
+  GLibError error;
+  gchar* contents = nullptr;
+  EXPECT_FALSE(g_file_get_contents("/nonexistent/tomekeeper", &contents, nullptr, error.out()));
+  ASSERT_TRUE(error);
+  EXPECT_NE(std::string(error.message()), "");
+  // A second call through the same holder frees the first error before taking the next.
+  EXPECT_FALSE(g_file_get_contents("/nonexistent/again", &contents, nullptr, error.out()));
+  EXPECT_NE(std::string(error.message()).find("again"), std::string::npos);
 }
 
 }  // namespace
