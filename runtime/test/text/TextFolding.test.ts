@@ -7,54 +7,30 @@ function matchedTexts(original: string, query: string, language?: string, bounda
 }
 
 describe('TextFolder', () => {
-  it('IgnoresCase', () => {
-    expect(matchedTexts('The Whale and the WHALE and the whale.', 'whale')).toEqual(['Whale', 'WHALE', 'whale']);
-  });
-
-  it('IgnoresDiacriticsOnEitherSide', () => {
-    expect(matchedTexts('Un café, deux cafés, trois CAFE.', 'cafe')).toEqual(['café', 'café', 'CAFE']);
-    expect(matchedTexts('a naive idea', 'naïve')).toEqual(['naive']);
-  });
-
-  it('KeepsDecomposedMarksWithTheirLetter', () => {
-    const decomposed = 'cafe\u0301 noir';
-    expect(matchedTexts(decomposed, 'café')).toEqual(['cafe\u0301']);
-  });
-
-  it('FoldsLigaturesAndFullWidthLetters', () => {
-    expect(matchedTexts('a diﬃcult ﬁnish', 'difficult')).toEqual(['diﬃcult']);
-    expect(matchedTexts('ＡＢＣ letters', 'abc')).toEqual(['ＡＢＣ']);
-  });
-
-  it('FoldsSharpSAndFinalSigma', () => {
-    expect(matchedTexts('Die Straße ist lang', 'strasse')).toEqual(['Straße']);
-    expect(matchedTexts('ΟΔΥΣΣΕΥΣ and Οδυσσευς', 'οδυσσευσ')).toEqual(['ΟΔΥΣΣΕΥΣ', 'Οδυσσευς']);
-  });
-
-  it('UsesTheBooksLocaleForCase', () => {
+  // What a query finds in a text: [name, text, query, expected matches, book language, block boundaries].
+  it.each<[string, string, string, string[], string?, number[]?]>([
+    ['IgnoresCase', 'The Whale and the WHALE and the whale.', 'whale', ['Whale', 'WHALE', 'whale']],
+    ['IgnoresDiacriticsInTheText', 'Un café, deux cafés, trois CAFE.', 'cafe', ['café', 'café', 'CAFE']],
+    ['IgnoresDiacriticsInTheQuery', 'a naive idea', 'naïve', ['naive']],
+    ['KeepsDecomposedMarksWithTheirLetter', 'cafe\u0301 noir', 'café', ['cafe\u0301']],
+    ['FoldsLigatures', 'a diﬃcult ﬁnish', 'difficult', ['diﬃcult']],
+    ['FoldsFullWidthLetters', 'ＡＢＣ letters', 'abc', ['ＡＢＣ']],
+    ['FoldsSharpS', 'Die Straße ist lang', 'strasse', ['Straße']],
+    ['FoldsFinalSigma', 'ΟΔΥΣΣΕΥΣ and Οδυσσευς', 'οδυσσευσ', ['ΟΔΥΣΣΕΥΣ', 'Οδυσσευς']],
     // In Turkish the capital of "i" is the dotted "İ".
-    expect(matchedTexts('İstanbul', 'istanbul', 'tr')).toEqual(['İstanbul']);
-    expect(matchedTexts('ISPARTA', 'isparta', 'tr')).toEqual([]);
-    expect(matchedTexts('ISPARTA', 'isparta', 'en')).toEqual(['ISPARTA']);
-  });
-
-  it('IgnoresSoftHyphensAndZeroWidthCharacters', () => {
-    expect(matchedTexts('a har\u00adpoon and a har\u200bpoon', 'harpoon')).toEqual(['har\u00adpoon', 'har\u200bpoon']);
-  });
-
-  it('TreatsTypographicApostrophesAsPlainOnes', () => {
-    expect(matchedTexts('I don\u2019t know', "don't")).toEqual(['don\u2019t']);
-  });
-
-  it('MatchesAcrossAnyRunOfWhiteSpace', () => {
-    expect(matchedTexts('the  white\n\t whale', 'white whale')).toEqual(['white\n\t whale']);
-    expect(matchedTexts('the white whale', '  white   whale ')).toEqual(['white whale']);
-  });
-
-  it('PutsASpaceAtBlockBoundariesSoParagraphsDoNotRunTogether', () => {
-    const text = 'the end.Start again';
-    expect(matchedTexts(text, 'end.start', undefined, [8])).toEqual([]);
-    expect(matchedTexts(text, 'end. start', undefined, [8])).toEqual(['end.Start']);
+    ['UsesTheBooksLocaleForTheDottedCapital', 'İstanbul', 'istanbul', ['İstanbul'], 'tr'],
+    ['UsesTheBooksLocaleForTheDotlessCapital', 'ISPARTA', 'isparta', [], 'tr'],
+    ['UsesEnglishCaseForAnEnglishBook', 'ISPARTA', 'isparta', ['ISPARTA'], 'en'],
+    ['IgnoresSoftHyphensAndZeroWidthCharacters', 'a har\u00adpoon and a har\u200bpoon', 'harpoon', ['har\u00adpoon', 'har\u200bpoon']],
+    ['TreatsTypographicApostrophesAsPlainOnes', 'I don\u2019t know', "don't", ['don\u2019t']],
+    ['MatchesAcrossAnyRunOfWhiteSpaceInTheText', 'the  white\n\t whale', 'white whale', ['white\n\t whale']],
+    ['MatchesAcrossAnyRunOfWhiteSpaceInTheQuery', 'the white whale', '  white   whale ', ['white whale']],
+    ['PutsASpaceAtBlockBoundaries', 'the end.Start again', 'end. start', ['end.Start'], undefined, [8]],
+    ['DoesNotRunParagraphsTogether', 'the end.Start again', 'end.start', [], undefined, [8]],
+    ['MapsMatchesBackOverCharactersOutsideTheBasicPlane', '\u{1d400}BC and abc', 'abc', ['\u{1d400}BC', 'abc']],
+    ['RefusesAnUnknownLocaleQuietly', 'Whale', 'whale', ['Whale'], 'not a locale!'],
+  ])('%s', (_name, text, query, expected, language, boundaries) => {
+    expect(matchedTexts(text, query, language, boundaries)).toEqual(expected);
   });
 
   it('FindsNonOverlappingMatchesUpToALimit', () => {
@@ -65,14 +41,5 @@ describe('TextFolder', () => {
     ]);
     expect(findFoldedMatches(folder.fold('ab ab ab'), 'ab', 2)).toHaveLength(2);
     expect(findFoldedMatches(folder.fold('ab'), '')).toEqual([]);
-  });
-
-  it('MapsMatchesBackOverCharactersOutsideTheBasicPlane', () => {
-    const text = '\u{1d400}BC and abc';
-    expect(matchedTexts(text, 'abc')).toEqual(['\u{1d400}BC', 'abc']);
-  });
-
-  it('RefusesAnUnknownLocaleQuietly', () => {
-    expect(matchedTexts('Whale', 'whale', 'not a locale!')).toEqual(['Whale']);
   });
 });
