@@ -1,0 +1,305 @@
+// The whole cold open, as a person meets it: the real application is started on a large book it
+// has never seen (fresh data and cache directories), and the time runs from its start to the line
+// it logs once the book's window shows its first page ("Opened the window of ..."). Beside it, in
+// the same run and on the same file, `bsdtar -x` (plain extraction, which neither hashes, parses
+// nor syncs). With the book open, the proportional set size of the application and of every
+// process it started (WebKit's web and network processes) is read from /proc/<pid>/smaps_rollup.
+// The medians of alternating rounds (5 unless told) are reported, and the memory of the last.
+//
+// The book: 2 000 chapters in the spine and 400 incompressible images, about 100 MB.
+// Needs a display and a session bus:
+//   xvfb-run -a -s "-screen 0 1280x1024x24" dbus-run-session -- \
+//     build/<dir>/bench/opening/bench_whole_open [ROUNDS]
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/EpubBuilder.h"
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kChapters = 2000;
+constexpr int kImages = 400;
+constexpr std::size_t kImageSize = 230 * 1024;
+constexpr auto kOpenPatience = std::chrono::seconds(120);
+// How long the open book is left before its memory is read, so that the first page's layout
+// and the work that follows it have settled.
+constexpr auto kSettle = std::chrono::seconds(2);
+
+double millisecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+void generateBook(const fs::path& path) {
+  tomekeeper::testing::EpubBuilder book;
+  std::mt19937_64 generator(2024);
+  std::string manifest, spine;
+  for (int chapter = 0; chapter < kChapters; ++chapter) {
+    const std::string name = "chapter" + std::to_string(chapter);
+    std::string text =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<html xmlns=\"http://www.w3.org/1999/xhtml\">"
+        "<head><title>" +
+        name + "</title></head><body><h1>Chapter " + std::to_string(chapter) + "</h1>\n";
+    for (int paragraph = 0; paragraph < 40; ++paragraph) {
+      text += "<p>Paragraph " + std::to_string(paragraph) + ": " + std::to_string(generator()) +
+              " the river ran past the mill and the town slept under its bridges.</p>\n";
+    }
+    if (chapter < kImages)
+      text += "<p><img src=\"../Images/image" + std::to_string(chapter) + ".jpg\" alt=\"\"/></p>";
+    text += "</body></html>\n";
+    book.addFile("OEBPS/Text/" + name + ".xhtml", text);
+    manifest += "<item id=\"" + name + "\" href=\"Text/" + name +
+                ".xhtml\" media-type=\"application/xhtml+xml\"/>\n";
+    spine += "<itemref idref=\"" + name + "\"/>\n";
+  }
+  for (int image = 0; image < kImages; ++image) {
+    std::string bytes(kImageSize, '\0');
+    for (std::size_t offset = 0; offset + 8 <= bytes.size(); offset += 8) {
+      const std::uint64_t value = generator();
+      std::copy_n(reinterpret_cast<const char*>(&value), 8, bytes.data() + offset);
+    }
+    const std::string name = "image" + std::to_string(image);
+    book.addFile("OEBPS/Images/" + name + ".jpg", std::move(bytes),
+                 tomekeeper::testing::ZipArchiveBuilder::kStored);
+    manifest +=
+        "<item id=\"" + name + "\" href=\"Images/" + name + ".jpg\" media-type=\"image/jpeg\"/>\n";
+  }
+  book.replaceFile(tomekeeper::testing::EpubBuilder::kPackageDocumentPath,
+                   R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:0f7a3c52-51f4-4d0e-9d55-3b8e4f61a2c7</dc:identifier>
+    <dc:title>Whole Open Benchmark</dc:title>
+    <dc:language>en</dc:language>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+)" + manifest + "</manifest>\n<spine>\n" +
+                       spine + "</spine>\n</package>\n");
+  book.writeTo(path);
+}
+
+// Starts `arguments`; with `output`, both standard output (where GLib writes its informational
+// lines) and standard error go there.
+pid_t spawn(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+            int output) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  if (output >= 0) {
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+  }
+  std::vector<char*> argv, envp;
+  for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  for (const auto& variable : environment) envp.push_back(const_cast<char*>(variable.c_str()));
+  envp.push_back(nullptr);
+  pid_t child = 0;
+  const int failed = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&actions);
+  if (failed != 0) throw std::runtime_error("cannot start " + arguments[0]);
+  return child;
+}
+
+// `bsdtar -x` of the book into a directory of its own, timed from spawn to exit.
+double timeExtraction(const fs::path& book, const fs::path& target) {
+  fs::create_directories(target);
+  std::vector<std::string> environment;
+  for (char** variable = environ; *variable != nullptr; ++variable)
+    environment.push_back(*variable);
+  const auto start = Clock::now();
+  const pid_t child =
+      spawn({"bsdtar", "-x", "-f", book.string(), "-C", target.string()}, environment, -1);
+  int status = 0;
+  waitpid(child, &status, 0);
+  const double milliseconds = millisecondsSince(start);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("bsdtar failed");
+  return milliseconds;
+}
+
+// Every process below `root`, `root` included, from the parent links in /proc.
+std::vector<pid_t> processTree(pid_t root) {
+  std::multimap<pid_t, pid_t> children;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    const std::string name = entry.path().filename().string();
+    if (name.empty() || !std::all_of(name.begin(), name.end(), ::isdigit)) continue;
+    std::ifstream stat(entry.path() / "stat");
+    std::string line;
+    if (!std::getline(stat, line)) continue;
+    // The command sits in parentheses and may hold blanks: the fields go on after the last ')'.
+    const auto close = line.rfind(')');
+    if (close == std::string::npos) continue;
+    std::istringstream fields(line.substr(close + 2));
+    char state = 0;
+    pid_t parent = 0;
+    fields >> state >> parent;
+    children.emplace(parent, std::stoi(name));
+  }
+  std::vector<pid_t> tree{root};
+  for (std::size_t index = 0; index < tree.size(); ++index) {
+    const auto [first, last] = children.equal_range(tree[index]);
+    for (auto child = first; child != last; ++child) tree.push_back(child->second);
+  }
+  return tree;
+}
+
+struct ProcessMemory {
+  pid_t pid = 0;
+  std::string command;
+  long pssKilobytes = 0;
+};
+
+std::vector<ProcessMemory> memoryOf(pid_t root) {
+  std::vector<ProcessMemory> processes;
+  for (const pid_t pid : processTree(root)) {
+    const fs::path directory = fs::path("/proc") / std::to_string(pid);
+    ProcessMemory memory{pid, "", 0};
+    std::ifstream(directory / "comm") >> memory.command;
+    std::ifstream rollup(directory / "smaps_rollup");
+    for (std::string line; std::getline(rollup, line);) {
+      if (line.starts_with("Pss:")) memory.pssKilobytes = std::stol(line.substr(4));
+    }
+    processes.push_back(memory);
+  }
+  return processes;
+}
+
+struct OpenRun {
+  double milliseconds = 0;
+  std::vector<ProcessMemory> memory;
+};
+
+// Starts the application on `book` with `home` as its data, cache and configuration, waits for
+// its window to show the first page, reads its memory, and ends it.
+OpenRun openOnce(const fs::path& executable, const fs::path& schemas, const fs::path& book,
+                 const fs::path& home) {
+  std::vector<std::string> environment = {
+      "XDG_DATA_HOME=" + (home / "data").string(),
+      "XDG_CACHE_HOME=" + (home / "cache").string(),
+      "XDG_CONFIG_HOME=" + (home / "config").string(),
+      "GSETTINGS_SCHEMA_DIR=" + schemas.string(),
+      "GSETTINGS_BACKEND=memory",
+      "G_MESSAGES_DEBUG=Tomekeeper",
+      "NO_AT_BRIDGE=1",
+  };
+  for (const char* name : {"DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XAUTHORITY", "PATH", "HOME",
+                           "GSK_RENDERER", "GDK_DEBUG"}) {
+    if (const char* value = std::getenv(name))
+      environment.push_back(std::string(name) + "=" + value);
+  }
+  int pipeEnds[2];
+  if (pipe2(pipeEnds, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+  const auto start = Clock::now();
+  const pid_t application = spawn({executable.string(), book.string()}, environment, pipeEnds[1]);
+  close(pipeEnds[1]);
+
+  OpenRun run;
+  std::string log;
+  bool opened = false;
+  while (!opened && Clock::now() - start < kOpenPatience) {
+    pollfd readable{pipeEnds[0], POLLIN, 0};
+    if (poll(&readable, 1, 1000) <= 0) continue;
+    char buffer[4096];
+    const ssize_t count = read(pipeEnds[0], buffer, sizeof buffer);
+    if (count <= 0) break;
+    log.append(buffer, static_cast<std::size_t>(count));
+    opened = log.find("Opened the window of") != std::string::npos;
+  }
+  run.milliseconds = millisecondsSince(start);
+  if (opened) {
+    // The log keeps flowing; a full pipe would stall the application.
+    std::thread drain([descriptor = pipeEnds[0]] {
+      char buffer[4096];
+      while (read(descriptor, buffer, sizeof buffer) > 0) {
+      }
+    });
+    std::this_thread::sleep_for(kSettle);
+    run.memory = memoryOf(application);
+    kill(application, SIGTERM);
+    waitpid(application, nullptr, 0);
+    drain.join();
+  } else {
+    kill(application, SIGKILL);
+    waitpid(application, nullptr, 0);
+  }
+  close(pipeEnds[0]);
+  if (!opened) {
+    throw std::runtime_error("the window did not show the book; the application wrote:\n" + log);
+  }
+  return run;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+  const fs::path executable = TOMEKEEPER_BENCH_EXECUTABLE;
+  const fs::path schemas = TOMEKEEPER_BENCH_SCHEMA_DIRECTORY;
+
+  std::string pattern = (fs::temp_directory_path() / "tomekeeper-whole-open-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) return 1;
+  const fs::path work = pattern;
+  const fs::path book = work / "large.epub";
+  generateBook(book);
+  std::printf("book: %.1f MiB, %d chapters, %d images\n",
+              static_cast<double>(fs::file_size(book)) / (1024.0 * 1024.0), kChapters, kImages);
+
+  std::vector<double> opens, extractions;
+  std::vector<ProcessMemory> memory;
+  try {
+    for (int round = 0; round < rounds; ++round) {
+      // Every run writes into directories of its own; nothing is deleted until the end, so
+      // that no run pays for another's deletions.
+      const OpenRun open =
+          openOnce(executable, schemas, book, work / ("home" + std::to_string(round)));
+      opens.push_back(open.milliseconds);
+      memory = open.memory;
+      extractions.push_back(timeExtraction(book, work / ("tar" + std::to_string(round))));
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "bench_whole_open: %s\n", error.what());
+    fs::remove_all(work);
+    return 1;
+  }
+
+  const double openMedian = median(opens);
+  const double extractionMedian = median(extractions);
+  std::printf("cold open to the first page shown (median of %d): %.1f ms\n", rounds, openMedian);
+  std::printf("bsdtar -x of the same file (median of %d): %.1f ms\n", rounds, extractionMedian);
+  std::printf("ratio cold open / bsdtar -x: %.2f\n", openMedian / extractionMedian);
+  long total = 0;
+  for (const ProcessMemory& process : memory) {
+    std::printf("  PSS %-16s %7.1f MB\n", process.command.c_str(), process.pssKilobytes / 1024.0);
+    total += process.pssKilobytes;
+  }
+  std::printf("PSS of the application and its processes, the book open: %.1f MB\n", total / 1024.0);
+  fs::remove_all(work);
+  return 0;
+}
