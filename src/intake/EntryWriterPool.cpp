@@ -142,12 +142,17 @@ class EntryWriterPool::Entry {
       : entry_(entry), outputPath_(std::move(outputPath)), verification_(entry) {}
 
   void write(const ArchiveSlice& slice, bool last, std::vector<std::uint8_t>& buffer,
-             EPUBArchiveExtractor::Durability durability) {
+             EPUBArchiveExtractor::Durability durability, std::mutex& creation) {
     if (!output_) {
       if (entry_.compressionMethod != 0 && entry_.compressionMethod != 8) {
         fail(ExtractionFailure::invalidEntryMetadata);
       }
-      output_.emplace(FileSystem::current(), outputPath_);
+      {
+        // Creating files in one directory is serial in the kernel, which makes a second
+        // creator spin on the directory's lock; the workers take turns instead.
+        const std::lock_guard hold(creation);
+        output_.emplace(FileSystem::current(), outputPath_);
+      }
       if (entry_.compressionMethod == 8) {
         if (entry_.compressedSize == 0) fail(ExtractionFailure::decompressionFailed);
         inflater_.emplace();
@@ -281,7 +286,7 @@ void EntryWriterPool::run(Worker& worker) {
     if (!failed()) {
       try {
         async::throwIfCancelled(stopToken_);
-        job.entry->write(job.slice, job.last, buffer, durability_);
+        job.entry->write(job.slice, job.last, buffer, durability_, creationLock_);
       } catch (...) {
         recordFailure(std::current_exception());
       }

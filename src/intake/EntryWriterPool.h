@@ -109,6 +109,8 @@ class EntryWriterPool {
   std::mutex failureLock_;
   std::exception_ptr failure_;
   std::atomic<bool> failed_ = false;
+  // Held by a worker while it creates an output file.
+  std::mutex creationLock_;
   bool joined_ = false;
 };
 
