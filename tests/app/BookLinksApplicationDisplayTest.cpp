@@ -1,6 +1,6 @@
 // A book's own links in the real application under Xvfb: a link to another chapter is followed in
-// the reader and Alt+Left comes back; a link out of the book asks first, and a hostile book (an
-// SVG chapter with a script and a remote image) reaches nothing. A web server on the loopback
+// the reader and Alt+Left comes back; a link out of the book asks first, and a hostile book (every
+// way out that a page has) reaches nothing. A web server on the loopback
 // address hears every request; the desktop's handler for web addresses is, for the test, curl.
 #include <gio/gio.h>
 #include <glib.h>
@@ -18,6 +18,7 @@
 #include "AccessibilityBus.h"
 #include "ApplicationDisplaySupport.h"
 #include "support/EpubBuilder.h"
+#include "support/HostileBook.h"
 #include "support/LoopbackListener.h"
 #include "support/TemporaryDirectory.h"
 
@@ -126,6 +127,17 @@ class BookLinksApplicationDisplayTest : public ::testing::Test {
     return found;
   }
 
+  // Turns pages with the window action `action` until the saved place is in `section`.
+  bool turnPagesUntil(const std::string& action, const std::string& section) {
+    for (int turn = 0; turn < 8; ++turn) {
+      const std::string before = savedPosition();
+      if (!activateWindowAction(1, action)) return false;
+      waitUntil([&] { return savedPosition() != before; });
+      if (savedPosition().find(section) != std::string::npos) return true;
+    }
+    return false;
+  }
+
   bool dialogIsShown() {
     return find(accessibility->elementsOf(application->pid()), "dialog", "Open Link?").has_value();
   }
@@ -160,34 +172,20 @@ TEST_F(BookLinksApplicationDisplayTest, ALinkIsFollowedInTheReaderAndAltLeftCome
 
 TEST_F(BookLinksApplicationDisplayTest, AHostileBookReachesNothingAndAWebLinkOpensOnlyOnConsent) {
   LoopbackListener listener;
-  // The first item of the spine is an SVG document that tries to script and to load from the web.
-  const std::string hostileChapter = R"(<?xml version="1.0" encoding="UTF-8"?>
-<svg xmlns="http://www.w3.org/2000/svg" xmlns:xlink="http://www.w3.org/1999/xlink"
-     width="600" height="400" viewBox="0 0 600 400">
-  <text x="20" y="40">The quiet chapter</text>
-  <image x="0" y="60" width="10" height="10" xlink:href=")" +
-                                     listener.url("/svg-image") + R"("/>
-  <script>fetch(")" + listener.url("/svg-script") +
-                                     R"(");</script>
-</svg>
-)";
-  PackageDescription package{.identifier = "urn:uuid:1b2d3f4a-5c6e-4f80-9a1b-2c3d4e5f6a7b",
-                             .title = "Hostile",
-                             .creators = {"Author"}};
-  package.manifest.push_back({"svg", "chapter.svg", "image/svg+xml"});
-  package.spine.push_back("svg");
-  package.withChapters(1);
-  EpubBuilder()
-      .withPackageDocument(package)
-      .addFile("OEBPS/chapter.svg", hostileChapter)
-      .replaceFile("OEBPS/chapter1.xhtml", chapter(1, listener.url("/link")))
-      .writeTo(book);
+  // The hostile chapter ends with a web link that covers its last page.
+  std::ofstream(book, std::ios::binary)
+      << hostileBook(listener.url(""), "",
+                     "<p style=\"break-before: column\"><a href=\"@web/link\" "
+                     "style=\"display: block; height: 90vh\">Out to the web</a></p>");
   start();
   ASSERT_TRUE(waitUntil([&] { return log().find(" is ready") != std::string::npos; })) << log();
-  // The SVG chapter is never framed: the book opens on the first chapter it can show.
+  // The SVG and XML items are never framed: the book opens on its first chapter. Both chapters
+  // are shown, each with all it tries.
   ASSERT_TRUE(waitForSavedPosition("chapter1.xhtml")) << savedPosition() << log();
+  ASSERT_TRUE(turnPagesUntil("next-page", "chapter2.xhtml")) << savedPosition() << log();
+  ASSERT_TRUE(turnPagesUntil("previous-page", "chapter1.xhtml")) << savedPosition() << log();
 
-  // A click on the web link asks first; Cancel opens nothing.
+  // Back on the chapter's last page, a click on the web link asks first; Cancel opens nothing.
   ASSERT_TRUE(clickTheMiddle());
   std::optional<AccessibleElement> cancel = waitForDialogButton("Cancel");
   ASSERT_TRUE(cancel.has_value()) << log();
