@@ -360,6 +360,9 @@ struct Drift {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Line by line: a long run's findings survive a kill, and a sanitizer's exit, which does not
+  // flush the standard streams.
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   int cycles = 1000;
   unsigned seed = 1;
   int mostChanges = 4;
