@@ -5,6 +5,21 @@ export function resolveURL(href: string, base: string): string {
   return new URL(href, base).href;
 }
 
+// An address whose root stands for the publication's root while a link is resolved.
+const virtualRoot = 'tomekeeper-container://root/';
+
+// Resolves `href` against `base`, an address inside the publication whose root is
+// `publicationRoot`, as though that root were the root of the address: ".." steps stop there and a
+// path that starts with "/" starts there, as readers resolve a book's links. Undefined for a
+// reference to another host of the publication's own scheme.
+export function resolveWithinPublication(href: string, base: string, publicationRoot: string): string | undefined {
+  if (!base.startsWith(publicationRoot)) return resolveURL(href, base);
+  const rebased = new URL(href, virtualRoot + base.slice(publicationRoot.length));
+  if (rebased.protocol !== new URL(virtualRoot).protocol) return rebased.href;
+  if (!rebased.href.startsWith(virtualRoot)) return undefined;
+  return publicationRoot + rebased.href.slice(virtualRoot.length);
+}
+
 export function splitFragment(url: string): { resource: string; fragment: string | undefined } {
   const hash = url.indexOf('#');
   if (hash < 0) return { resource: url, fragment: undefined };

@@ -5,7 +5,7 @@
 // policy asks the reader before anything leaves. A click on either side of a page turns it, in the
 // book's page progression.
 import type { ThemeColors } from '../layout/Presentation';
-import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
+import { resolveWithinPublication, resourceKey, splitFragment } from '../publication/hrefs';
 import type { PageProgression } from '../publication/PackageDocument';
 import { FootnotePopover } from './FootnotePopover';
 
@@ -44,15 +44,16 @@ export function linkDestination(
   publicationRoot: string,
   sectionIndexOf: (resourceURL: string) => number | undefined,
 ): LinkDestination {
-  let absolute: string;
+  let absolute: string | undefined;
   try {
-    absolute = resolveURL(href.trim(), sectionURL);
+    absolute = resolveWithinPublication(href.trim(), sectionURL, publicationRoot);
   } catch {
     return { kind: 'invalid' };
   }
+  if (absolute === undefined) return { kind: 'invalid' };
   if (!absolute.startsWith(publicationRoot)) {
-    // Another address of the reader's own scheme (another book, or a path that climbed out of
-    // this one) leads nowhere; anything else leaves the book.
+    // Another address of the reader's own scheme (another book) leads nowhere; anything else
+    // leaves the book.
     return new URL(absolute).protocol === new URL(publicationRoot).protocol ? { kind: 'invalid' } : { kind: 'outside' };
   }
   const { resource } = splitFragment(absolute);

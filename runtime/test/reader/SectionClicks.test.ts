@@ -13,7 +13,11 @@ describe('linkDestination', () => {
     ['../nav.xhtml', { kind: 'section', url: `${root}OEBPS/nav.xhtml` }],
     ['c%32.xhtml', { kind: 'section', url: `${root}OEBPS/text/c%32.xhtml` }],
     ['../images/photo.jpg', { kind: 'publication-resource' }],
-    ['../../../../../etc/passwd', { kind: 'invalid' }],
+    // ".." stops at the publication's root, and "/" starts there.
+    ['../../../../../OEBPS/nav.xhtml', { kind: 'section', url: `${root}OEBPS/nav.xhtml` }],
+    ['/OEBPS/text/c2.xhtml#note', { kind: 'section', url: `${root}OEBPS/text/c2.xhtml#note` }],
+    ['../../../../../etc/passwd', { kind: 'publication-resource' }],
+    ['//elsewhere/OEBPS/nav.xhtml', { kind: 'invalid' }],
     ['https://example.org/', { kind: 'outside' }],
     ['mailto:someone@example.org', { kind: 'outside' }],
     ['javascript:alert(1)', { kind: 'outside' }],
