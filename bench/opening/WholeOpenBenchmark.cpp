@@ -174,17 +174,22 @@ struct ProcessMemory {
   pid_t pid = 0;
   std::string command;
   long pssKilobytes = 0;
+  // Of which anonymous memory, and file mappings (the libraries' text, shared with others).
+  long anonymousKilobytes = 0;
+  long fileKilobytes = 0;
 };
 
 std::vector<ProcessMemory> memoryOf(pid_t root) {
   std::vector<ProcessMemory> processes;
   for (const pid_t pid : processTree(root)) {
     const fs::path directory = fs::path("/proc") / std::to_string(pid);
-    ProcessMemory memory{pid, "", 0};
+    ProcessMemory memory{pid, "", 0, 0, 0};
     std::ifstream(directory / "comm") >> memory.command;
     std::ifstream rollup(directory / "smaps_rollup");
     for (std::string line; std::getline(rollup, line);) {
       if (line.starts_with("Pss:")) memory.pssKilobytes = std::stol(line.substr(4));
+      if (line.starts_with("Pss_Anon:")) memory.anonymousKilobytes = std::stol(line.substr(9));
+      if (line.starts_with("Pss_File:")) memory.fileKilobytes = std::stol(line.substr(9));
     }
     processes.push_back(memory);
   }
@@ -296,7 +301,9 @@ int main(int argc, char** argv) {
   std::printf("ratio cold open / bsdtar -x: %.2f\n", openMedian / extractionMedian);
   long total = 0;
   for (const ProcessMemory& process : memory) {
-    std::printf("  PSS %-16s %7.1f MB\n", process.command.c_str(), process.pssKilobytes / 1024.0);
+    std::printf("  PSS %-16s %7.1f MB (anonymous %.1f MB, files %.1f MB)\n",
+                process.command.c_str(), process.pssKilobytes / 1024.0,
+                process.anonymousKilobytes / 1024.0, process.fileKilobytes / 1024.0);
     total += process.pssKilobytes;
   }
   std::printf("PSS of the application and its processes, the book open: %.1f MB\n", total / 1024.0);
