@@ -43,6 +43,7 @@
 #include "session/LocationDiagnostics.h"
 #include "session/NavigationHistory.h"
 #include "session/ObservableProperty.h"
+#include "session/ReaderLayoutReport.h"
 #include "session/ReaderHosting.h"
 #include "session/ReaderNavigationDirection.h"
 
@@ -94,6 +95,8 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   ReaderSession& operator=(const ReaderSession&) = delete;
 
   // ---- Observable properties ----
+  // What the runtime reported of the page it laid out (ReaderLayoutReport.h).
+  const ReaderLayoutReport& layoutReport() const noexcept { return layoutReport_; }
   const ObservableProperty<State>& state() const noexcept { return state_; }
   const ObservableProperty<std::optional<OpenPublicationResult>>& publication() const noexcept {
     return publication_;
@@ -157,75 +160,19 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
       const noexcept {
     return fontFallbackRequestedStableName_;
   }
-  const ObservableProperty<std::optional<double>>& computedRootFontSize() const noexcept {
-    return computedRootFontSize_;
-  }
-  const ObservableProperty<std::optional<std::string>>& computedBodyFontFamily() const noexcept {
-    return computedBodyFontFamily_;
-  }
-  const ObservableProperty<std::optional<double>>& computedBodyFontSize() const noexcept {
-    return computedBodyFontSize_;
-  }
-  const ObservableProperty<std::optional<double>>& computedParagraphLineHeight() const noexcept {
-    return computedParagraphLineHeight_;
-  }
-  const ObservableProperty<std::optional<std::string>>& computedParagraphLetterSpacing()
-      const noexcept {
-    return computedParagraphLetterSpacing_;
-  }
-  const ObservableProperty<std::optional<std::string>>& computedCodeLetterSpacing() const noexcept {
-    return computedCodeLetterSpacing_;
-  }
-  const ObservableProperty<std::optional<double>>& computedRootPaddingInlineStart() const noexcept {
-    return computedRootPaddingInlineStart_;
-  }
-  const ObservableProperty<std::optional<double>>& computedSemanticIndent() const noexcept {
-    return computedSemanticIndent_;
-  }
-  const ObservableProperty<std::int64_t>& typographyConfigurationRevision() const noexcept {
-    return typographyConfigurationRevision_;
-  }
   const ObservableProperty<std::int64_t>& fontCatalogRevision() const noexcept {
     return fontCatalogRevision_;
   }
   const ObservableProperty<ReadingThemeSelection>& readingTheme() const noexcept {
     return readingTheme_;
   }
-  const ObservableProperty<std::optional<std::string>>& computedBodyColor() const noexcept {
-    return computedBodyColor_;
-  }
-  const ObservableProperty<std::optional<std::string>>& computedBodyBackgroundColor()
-      const noexcept {
-    return computedBodyBackgroundColor_;
-  }
-  const ObservableProperty<std::int64_t>& themeConfigurationRevision() const noexcept {
-    return themeConfigurationRevision_;
-  }
   const ObservableProperty<std::optional<std::string>>& lastOpenedExternalURL() const noexcept {
     return lastOpenedExternalURL_;
   }
   const ObservableProperty<ReadingMode>& readingMode() const noexcept { return readingMode_; }
-  const ObservableProperty<std::int64_t>& readingModeConfigurationRevision() const noexcept {
-    return readingModeConfigurationRevision_;
-  }
   const ObservableProperty<PageLayout>& pageLayout() const noexcept { return pageLayout_; }
-  const ObservableProperty<std::int64_t>& effectiveColumnCount() const noexcept {
-    return effectiveColumnCount_;
-  }
-  const ObservableProperty<std::string>& computedReaderOverflow() const noexcept {
-    return computedReaderOverflow_;
-  }
-  const ObservableProperty<std::int64_t>& pageLayoutConfigurationRevision() const noexcept {
-    return pageLayoutConfigurationRevision_;
-  }
   const ObservableProperty<ScrolledContentWidth>& scrolledContentWidth() const noexcept {
     return scrolledContentWidth_;
-  }
-  const ObservableProperty<std::optional<double>>& computedScrolledBodyMaxWidth() const noexcept {
-    return computedScrolledBodyMaxWidth_;
-  }
-  const ObservableProperty<std::int64_t>& scrolledWidthConfigurationRevision() const noexcept {
-    return scrolledWidthConfigurationRevision_;
   }
   const ObservableProperty<std::optional<Uuid>>& activeSearchID() const noexcept {
     return activeSearchID_;
@@ -426,6 +373,7 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   async::Task<void> reloadBookmarks();
 
   // Observable properties, in declaration order.
+  ReaderLayoutReport layoutReport_;
   ObservableProperty<State> state_{State::idle};
   ObservableProperty<std::optional<OpenPublicationResult>> publication_;
   ObservableProperty<std::vector<TableOfContentsItem>> tableOfContents_;
@@ -449,30 +397,12 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   ObservableProperty<TypographyPageMarginsSelection> pageMarginsSelection_{
       TypographyPageMarginsSelection::bookDefault};
   ObservableProperty<std::optional<std::string>> fontFallbackRequestedStableName_;
-  ObservableProperty<std::optional<double>> computedRootFontSize_;
-  ObservableProperty<std::optional<std::string>> computedBodyFontFamily_;
-  ObservableProperty<std::optional<double>> computedBodyFontSize_;
-  ObservableProperty<std::optional<double>> computedParagraphLineHeight_;
-  ObservableProperty<std::optional<std::string>> computedParagraphLetterSpacing_;
-  ObservableProperty<std::optional<std::string>> computedCodeLetterSpacing_;
-  ObservableProperty<std::optional<double>> computedRootPaddingInlineStart_;
-  ObservableProperty<std::optional<double>> computedSemanticIndent_;
-  ObservableProperty<std::int64_t> typographyConfigurationRevision_{0};
   ObservableProperty<std::int64_t> fontCatalogRevision_{0};
   ObservableProperty<ReadingThemeSelection> readingTheme_{ReadingThemeSelection::system};
-  ObservableProperty<std::optional<std::string>> computedBodyColor_;
-  ObservableProperty<std::optional<std::string>> computedBodyBackgroundColor_;
-  ObservableProperty<std::int64_t> themeConfigurationRevision_{0};
   ObservableProperty<std::optional<std::string>> lastOpenedExternalURL_;
   ObservableProperty<ReadingMode> readingMode_{ReadingMode::paginated};
-  ObservableProperty<std::int64_t> readingModeConfigurationRevision_{0};
   ObservableProperty<PageLayout> pageLayout_{PageLayout::adaptive};
-  ObservableProperty<std::int64_t> effectiveColumnCount_{1};
-  ObservableProperty<std::string> computedReaderOverflow_;
-  ObservableProperty<std::int64_t> pageLayoutConfigurationRevision_{0};
   ObservableProperty<ScrolledContentWidth> scrolledContentWidth_{ScrolledContentWidth::comfortable};
-  ObservableProperty<std::optional<double>> computedScrolledBodyMaxWidth_;
-  ObservableProperty<std::int64_t> scrolledWidthConfigurationRevision_{0};
   ObservableProperty<std::optional<Uuid>> activeSearchID_;
   ObservableProperty<std::vector<PublicationSearchResult>> searchResults_;
   ObservableProperty<bool> isSearchComplete_{true};

@@ -59,7 +59,7 @@ async::Task<void> ReaderSession::refreshAndSaveLocator() {
 
 std::optional<std::string> ReaderSession::pageLabel() const {
   return tomekeeper::pageLabel(readingMode_.value(), position_.value(),
-                               effectiveColumnCount_.value());
+                               layoutReport_.effectiveColumnCount.value());
 }
 
 void ReaderSession::handleLocatorChanged(Locator locator) {

@@ -83,15 +83,15 @@ async::Task<void> ReaderSession::configureTypography(TypographyPreferences prefe
 
   const ConfigureTypographyResult result =
       co_await bridge().configureTypography(std::move(request));
-  computedRootFontSize_.set(result.computedRootFontSize);
-  computedBodyFontFamily_.set(result.computedBodyFontFamily);
-  computedBodyFontSize_.set(result.computedBodyFontSize);
-  computedParagraphLineHeight_.set(result.computedParagraphLineHeight);
-  computedParagraphLetterSpacing_.set(result.computedParagraphLetterSpacing);
-  computedCodeLetterSpacing_.set(result.computedCodeLetterSpacing);
-  computedRootPaddingInlineStart_.set(result.computedRootPaddingInlineStart);
-  computedSemanticIndent_.set(result.computedSemanticIndent);
-  typographyConfigurationRevision_.set(result.configurationRevision);
+  layoutReport_.computedRootFontSize.set(result.computedRootFontSize);
+  layoutReport_.computedBodyFontFamily.set(result.computedBodyFontFamily);
+  layoutReport_.computedBodyFontSize.set(result.computedBodyFontSize);
+  layoutReport_.computedParagraphLineHeight.set(result.computedParagraphLineHeight);
+  layoutReport_.computedParagraphLetterSpacing.set(result.computedParagraphLetterSpacing);
+  layoutReport_.computedCodeLetterSpacing.set(result.computedCodeLetterSpacing);
+  layoutReport_.computedRootPaddingInlineStart.set(result.computedRootPaddingInlineStart);
+  layoutReport_.computedSemanticIndent.set(result.computedSemanticIndent);
+  layoutReport_.typographyConfigurationRevision.set(result.configurationRevision);
 
   co_await restoreLocatorAfter(before, stage);
   storeSelections(preferences, selectionUpdate);
@@ -111,9 +111,9 @@ async::Task<void> ReaderSession::applyReadingTheme(ReadingThemeSelection selecti
   const ConfigureThemeResult result =
       co_await bridge().configureTheme(ConfigureThemeRequest{ResolvedReadingTheme{selection}});
   readingTheme_.set(selection);
-  computedBodyColor_.set(result.computedBodyColor);
-  computedBodyBackgroundColor_.set(result.computedBodyBackgroundColor);
-  themeConfigurationRevision_.set(result.configurationRevision);
+  layoutReport_.computedBodyColor.set(result.computedBodyColor);
+  layoutReport_.computedBodyBackgroundColor.set(result.computedBodyBackgroundColor);
+  layoutReport_.themeConfigurationRevision.set(result.configurationRevision);
   co_await restoreLocatorAfter(before, "applyReadingTheme");
 }
 
@@ -124,8 +124,8 @@ async::Task<void> ReaderSession::applyReadingMode(ReadingMode mode) {
       co_await bridge().configureReadingMode(ConfigureReadingModeRequest{mode});
   co_await restoreLocatorAfter(before, "applyReadingMode");
   readingMode_.set(result.effectiveMode);
-  computedReaderOverflow_.set(result.computedContainerOverflow);
-  readingModeConfigurationRevision_.set(result.configurationRevision);
+  layoutReport_.computedReaderOverflow.set(result.computedContainerOverflow);
+  layoutReport_.readingModeConfigurationRevision.set(result.configurationRevision);
 }
 
 async::Task<void> ReaderSession::applyPageLayout(PageLayout layout) {
@@ -135,9 +135,9 @@ async::Task<void> ReaderSession::applyPageLayout(PageLayout layout) {
       co_await bridge().configurePageLayout(ConfigurePageLayoutRequest{layout});
   co_await restoreLocatorAfter(before, "applyPageLayout");
   pageLayout_.set(layout);
-  effectiveColumnCount_.set(result.effectiveColumnCount);
-  computedReaderOverflow_.set(result.computedContainerOverflow);
-  pageLayoutConfigurationRevision_.set(result.configurationRevision);
+  layoutReport_.effectiveColumnCount.set(result.effectiveColumnCount);
+  layoutReport_.computedReaderOverflow.set(result.computedContainerOverflow);
+  layoutReport_.pageLayoutConfigurationRevision.set(result.configurationRevision);
 }
 
 async::Task<void> ReaderSession::applyScrolledContentWidth(ScrolledContentWidth width) {
@@ -148,8 +148,8 @@ async::Task<void> ReaderSession::applyScrolledContentWidth(ScrolledContentWidth 
           ConfigureScrolledContentWidthRequest{width, scrolledMaxInlineSize(width)});
   co_await restoreLocatorAfter(before, "");
   scrolledContentWidth_.set(width);
-  computedScrolledBodyMaxWidth_.set(result.computedBodyMaxInlineSize);
-  scrolledWidthConfigurationRevision_.set(result.configurationRevision);
+  layoutReport_.computedScrolledBodyMaxWidth.set(result.computedBodyMaxInlineSize);
+  layoutReport_.scrolledWidthConfigurationRevision.set(result.configurationRevision);
 }
 
 // ---- Commands ----------------------------------------------------------------------------------

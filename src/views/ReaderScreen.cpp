@@ -83,7 +83,7 @@ ReaderScreen::ReaderScreen(std::shared_ptr<ReaderSession> session, GtkWidget* we
   };
   watch(session_->position(), &ReaderScreen::showPageLabel);
   watch(session_->readingMode(), &ReaderScreen::showPageLabel);
-  watch(session_->effectiveColumnCount(), &ReaderScreen::showPageLabel);
+  watch(session_->layoutReport().effectiveColumnCount, &ReaderScreen::showPageLabel);
   watch(session_->error(), &ReaderScreen::showError);
   watch(session_->currentSelectionRect(), &ReaderScreen::showSelectionCallout);
   watch(session_->annotationPendingRemoval(), &ReaderScreen::showPendingRemoval);

@@ -205,7 +205,7 @@ TEST_F(ReaderSessionPreferencesTest, TurningToScrolledSendsTheModeThenTheWidth) 
 
   runToEnd(harness.session->setScrolledContentWidth(ScrolledContentWidth::narrow));
   EXPECT_EQ(runtime.payloads("configureScrolledContentWidth").back()["maxInlineSize"], 560);
-  EXPECT_EQ(harness.session->computedScrolledBodyMaxWidth().value(), 560.0);
+  EXPECT_EQ(harness.session->layoutReport().computedScrolledBodyMaxWidth.value(), 560.0);
   EXPECT_EQ(harness.width->saves, std::vector<ScrolledContentWidth>{ScrolledContentWidth::narrow});
 }
 
@@ -222,7 +222,7 @@ TEST_F(ReaderSessionPreferencesTest,
   runToEnd(harness.session->setReadingMode(ReadingMode::scrolled));
 
   EXPECT_EQ(harness.session->readingMode().value(), ReadingMode::paginated);
-  EXPECT_EQ(harness.session->readingModeConfigurationRevision().value(), 77);
+  EXPECT_EQ(harness.session->layoutReport().readingModeConfigurationRevision.value(), 77);
   EXPECT_EQ(harness.mode->saves, std::vector<ReadingMode>{ReadingMode::scrolled});
   EXPECT_EQ(harness.runtime().count("configureScrolledContentWidth"), 1u);
 }
