@@ -43,8 +43,8 @@
 #include "session/LocationDiagnostics.h"
 #include "session/NavigationHistory.h"
 #include "session/ObservableProperty.h"
-#include "session/ReaderLayoutReport.h"
 #include "session/ReaderHosting.h"
+#include "session/ReaderLayoutReport.h"
 #include "session/ReaderNavigationDirection.h"
 
 namespace tomekeeper {
