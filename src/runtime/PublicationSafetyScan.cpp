@@ -12,8 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-
-#include "runtime/PublicationResourceProvider.h"
+#include <optional>
 
 namespace tomekeeper {
 
@@ -65,14 +64,45 @@ void countAddress(std::string_view value, PublicationSafetyReport& report) {
   }
 }
 
+// Counts `value` when it names a file of the book that the manifest leaves out.
+void countUnlisted(std::string_view value, PublicationSafetyReport& report,
+                   const PublicationReferenceContext* references) {
+  if (references == nullptr) return;
+  const std::string_view reference = trimmed(value);
+  // A place in the same document loads nothing more.
+  if (reference.empty() || reference.front() == '#') return;
+  // Absent for an absolute address: the web and javascript: are counted as such, data: loads
+  // no file.
+  const std::optional<std::string> path =
+      resolvedPublicationReference(references->documentPath, reference);
+  if (!path) return;
+  std::filesystem::path file;
+  try {
+    file = references->provider.resource(*path, ContentSecurityPolicyUse::omitted).fileURL;
+  } catch (const PublicationResourceErrorError&) {
+    return;  // names no file of the book
+  }
+  if (references->listing.lists(file)) return;
+  ++report.unlistedReferences;
+  if (report.unlistedPaths.size() < kMaximumListedUnlistedPaths) report.unlistedPaths.insert(*path);
+}
+
+// A reference that loads what it names into the page.
+void countLoadedReference(std::string_view value, PublicationSafetyReport& report,
+                          const PublicationReferenceContext* references) {
+  countAddress(value, report);
+  countUnlisted(value, report, references);
+}
+
 // Each candidate of a srcset is an address followed by an optional descriptor.
-void countSourceSet(std::string_view value, PublicationSafetyReport& report) {
+void countSourceSet(std::string_view value, PublicationSafetyReport& report,
+                    const PublicationReferenceContext* references) {
   std::size_t start = 0;
   while (start < value.size()) {
     const std::size_t comma = value.find(',', start);
     const std::string_view candidate = trimmed(value.substr(
         start, comma == std::string_view::npos ? std::string_view::npos : comma - start));
-    countAddress(candidate.substr(0, candidate.find(' ')), report);
+    countLoadedReference(candidate.substr(0, candidate.find(' ')), report, references);
     if (comma == std::string_view::npos) break;
     start = comma + 1;
   }
@@ -81,6 +111,7 @@ void countSourceSet(std::string_view value, PublicationSafetyReport& report) {
 struct DocumentScan {
   XML_Parser parser;
   PublicationSafetyReport* report;
+  const PublicationReferenceContext* references;
   int styleDepth = 0;
   std::string styleText;
 };
@@ -107,13 +138,14 @@ void XMLCALL startElement(void* data, const XML_Char* name, const XML_Char** att
       else
         countAddress(value, report);  // a javascript: address still counts
     } else if (attributeName == "src" || attributeName == "href" || attributeName == "poster" ||
-               attributeName == "data" || attributeName == "action" ||
-               attributeName == "formaction") {
-      countAddress(value, report);
+               attributeName == "data") {
+      countLoadedReference(value, report, scan->references);
+    } else if (attributeName == "action" || attributeName == "formaction") {
+      countAddress(value, report);  // submitting is navigation, not a load
     } else if (attributeName == "srcset") {
-      countSourceSet(value, report);
+      countSourceSet(value, report, scan->references);
     } else if (attributeName == "style") {
-      scanPublicationStyleSheet(value, report);
+      scanPublicationStyleSheet(value, report, scan->references);
     } else if (attributeName == "http-equiv" && lowercased(trimmed(value)) == "refresh") {
       refresh = true;
     }
@@ -124,7 +156,7 @@ void XMLCALL startElement(void* data, const XML_Char* name, const XML_Char** att
 void XMLCALL endElement(void* data, const XML_Char* name) {
   auto* scan = static_cast<DocumentScan*>(data);
   if (scan->styleDepth > 0 && lowercased(localName(name)) == "style" && --scan->styleDepth == 0) {
-    scanPublicationStyleSheet(scan->styleText, *scan->report);
+    scanPublicationStyleSheet(scan->styleText, *scan->report, scan->references);
     scan->styleText.clear();
   }
 }
@@ -150,9 +182,33 @@ std::string readFile(const std::filesystem::path& path) {
   return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
 }
 
+// `file`'s path from `root` as a reference would name it: the provider decodes what it is given,
+// so a "%" of the name must reach it encoded.
+std::string referencePath(const std::filesystem::path& file, const std::filesystem::path& root) {
+  std::string encoded;
+  for (const char character : file.lexically_relative(root).generic_string()) {
+    if (character == '%') {
+      encoded += "%25";
+    } else {
+      encoded += character;
+    }
+  }
+  return encoded;
+}
+
+// The manifest of the book at `root`, absent when there is none to hold to.
+std::optional<PublicationManifestListing> listingOf(const PublicationResourceProvider& provider) {
+  try {
+    return PublicationManifestListing::read(provider);
+  } catch (const PublicationResourceErrorError&) {
+    return std::nullopt;
+  }
+}
+
 }  // namespace
 
-void scanPublicationDocument(std::string_view text, PublicationSafetyReport& report) {
+void scanPublicationDocument(std::string_view text, PublicationSafetyReport& report,
+                             const PublicationReferenceContext* references) {
   std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(
       XML_ParserCreateNS(nullptr, kNamespaceSeparator));
   if (!parser || text.size() > static_cast<std::size_t>(INT_MAX)) {
@@ -161,7 +217,7 @@ void scanPublicationDocument(std::string_view text, PublicationSafetyReport& rep
   }
   // Counted into a copy, so that a document that fails half way adds nothing but its failure.
   PublicationSafetyReport counted = report;
-  DocumentScan scan{parser.get(), &counted, 0, {}};
+  DocumentScan scan{parser.get(), &counted, references, 0, {}};
   XML_SetUserData(parser.get(), &scan);
   XML_SetElementHandler(parser.get(), startElement, endElement);
   XML_SetCharacterDataHandler(parser.get(), characterData);
@@ -175,7 +231,8 @@ void scanPublicationDocument(std::string_view text, PublicationSafetyReport& rep
   report = std::move(counted);
 }
 
-void scanPublicationStyleSheet(std::string_view text, PublicationSafetyReport& report) {
+void scanPublicationStyleSheet(std::string_view text, PublicationSafetyReport& report,
+                               const PublicationReferenceContext* references) {
   const std::string lower = lowercased(text);
   // url(...), whether in a rule or after @import.
   for (std::size_t found = lower.find("url("); found != std::string::npos;
@@ -189,7 +246,7 @@ void scanPublicationStyleSheet(std::string_view text, PublicationSafetyReport& r
       argument.remove_prefix(1);
       argument = argument.substr(0, argument.find(quote));
     }
-    countAddress(argument, report);
+    countLoadedReference(argument, report, references);
   }
   // @import "..." names its sheet by a plain string.
   for (std::size_t found = lower.find("@import"); found != std::string::npos;
@@ -197,25 +254,35 @@ void scanPublicationStyleSheet(std::string_view text, PublicationSafetyReport& r
     const std::string_view rest = trimmed(text.substr(found + 7));
     if (rest.empty() || (rest.front() != '"' && rest.front() != '\'')) continue;
     const std::string_view quoted = rest.substr(1);
-    countAddress(quoted.substr(0, quoted.find(rest.front())), report);
+    countLoadedReference(quoted.substr(0, quoted.find(rest.front())), report, references);
   }
 }
 
 PublicationSafetyReport scanPublicationSafety(const std::filesystem::path& root,
                                               std::stop_token stopToken) {
   PublicationSafetyReport report;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+  // Listed first, so that a root that cannot be listed throws as the contract says.
+  std::filesystem::recursive_directory_iterator entries(root);
+  const PublicationResourceProvider provider(root);
+  const std::optional<PublicationManifestListing> listing = listingOf(provider);
+  for (const auto& entry : entries) {
     if (stopToken.stop_requested()) break;
     if (!entry.is_regular_file() || entry.is_symlink()) continue;
     std::string extension = lowercased(entry.path().extension().native());
     if (!extension.empty()) extension.erase(0, 1);
     const std::optional<std::string_view> mimeType = publicationMIMETypeForExtension(extension);
     if (!mimeType) continue;
+    std::optional<PublicationReferenceContext> context;
+    if (listing) {
+      context.emplace(
+          PublicationReferenceContext{provider, *listing, referencePath(entry.path(), root)});
+    }
+    const PublicationReferenceContext* references = context ? &*context : nullptr;
     if (*mimeType == "text/css") {
-      scanPublicationStyleSheet(readFile(entry.path()), report);
+      scanPublicationStyleSheet(readFile(entry.path()), report, references);
     } else if (extension != "opf" && extension != "ncx" &&
                publicationContentKind(*mimeType) == PublicationContentKind::document) {
-      scanPublicationDocument(readFile(entry.path()), report);
+      scanPublicationDocument(readFile(entry.path()), report, references);
     }
   }
   return report;

@@ -4,6 +4,9 @@
 
 #include <fstream>
 
+#include "intake/EPUBArchiveExtractor.h"
+#include "intake/EPUBArchiveInspector.h"
+#include "support/EpubBuilder.h"
 #include "support/TemporaryDirectory.h"
 
 namespace tomekeeper {
@@ -17,6 +20,8 @@ void PrintTo(const PublicationSafetyReport& report, std::ostream* stream) {
           << report.frames << ", objects " << report.objectsAndEmbeds << ", unreadable "
           << report.unreadableDocuments << ", links " << report.webLinks << ", addresses";
   for (const std::string& address : report.webAddresses) *stream << " " << address;
+  *stream << ", unlisted " << report.unlistedReferences << ":";
+  for (const std::string& path : report.unlistedPaths) *stream << " " << path;
   *stream << "}";
 }
 
@@ -130,7 +135,9 @@ TEST(PublicationSafetyScanTreeTest, ReadsDocumentsAndSheetsByTypeAndNothingElse)
     std::filesystem::create_directories((directory / name).parent_path());
     std::ofstream(directory / name, std::ios::binary) << text;
   };
-  write("OEBPS/a.xhtml", page("<script>x()</script>"));
+  // Without a container there is no manifest, so the unlisted e.png is not counted.
+  write("OEBPS/a.xhtml", page("<script>x()</script><img src=\"e.png\" alt=\"\"/>"));
+  write("OEBPS/e.png", "png");
   write("OEBPS/b.svg", "<svg xmlns=\"http://www.w3.org/2000/svg\" onload=\"x()\"/>");
   write("OEBPS/c.css", "p { background: url(http://w.example/b.png) }");
   write("OEBPS/d.js", "<script>not a document of the book</script>");
@@ -141,6 +148,105 @@ TEST(PublicationSafetyScanTreeTest, ReadsDocumentsAndSheetsByTypeAndNothingElse)
                                              .webReferences = 1,
                                              .webAddresses = {"http://w.example/b.png"}}));
 }
+
+struct UnlistedCase {
+  const char* name;
+  const char* chapterBody;  // of OEBPS/text/c.xhtml
+  const char* styleSheet;   // OEBPS/styles/book.css
+  std::size_t expectedCount;
+  std::set<std::string> expectedPaths;
+};
+
+// One book per case: its manifest lists the chapter, the sheet and images/listed.png; the
+// archive also holds images/unlisted.png and images/hidden.png.
+class PublicationSafetyScanUnlistedTest : public ::testing::TestWithParam<UnlistedCase> {};
+
+TEST_P(PublicationSafetyScanUnlistedTest, CountsReferencesToFilesTheManifestLeavesOut) {
+  testing::PackageDescription package;
+  package.manifest = {{"c", "text/c.xhtml"},
+                      {"listed", "images/listed.png", "image/png"},
+                      {"sheet", "styles/book.css", "text/css"}};
+  package.spine = {"c"};
+  testing::EpubBuilder book;
+  book.withPackageDocument(package)
+      .addFile("OEBPS/text/c.xhtml",
+               "<html xmlns=\"http://www.w3.org/1999/xhtml\" "
+               "xmlns:xlink=\"http://www.w3.org/1999/xlink\"><head><title>t</title></head><body>" +
+                   std::string(GetParam().chapterBody) + "</body></html>")
+      .addFile("OEBPS/styles/book.css", GetParam().styleSheet)
+      .addFile("OEBPS/images/listed.png", "png")
+      .addFile("OEBPS/images/unlisted.png", "png")
+      .addFile("OEBPS/images/hidden.png", "png");
+  testing::TemporaryDirectory directory;
+  const std::filesystem::path archive = directory / "book.epub";
+  book.writeTo(archive);
+  const EPUBArchiveInspection inspection = EPUBArchiveInspector().inspectBlocking(archive);
+  const std::filesystem::path root =
+      EPUBArchiveExtractor().extract(archive, inspection, directory / "Extracted").rootURL;
+
+  const PublicationSafetyReport report = scanPublicationSafety(root);
+  EXPECT_EQ(report.unlistedReferences, GetParam().expectedCount);
+  EXPECT_EQ(report.unlistedPaths, GetParam().expectedPaths);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    References, PublicationSafetyScanUnlistedTest,
+    ::testing::Values(
+        UnlistedCase{
+            "ListedImage",
+            "<img src=\"../images/listed.png\" alt=\"\"/><img src=\"../IMAGES/Listed.png\" "
+            "alt=\"\"/><svg xmlns=\"http://www.w3.org/2000/svg\"><use href=\"#i\"/></svg>"
+            "<img src=\"data:image/png;base64,AA==\" alt=\"\"/>",
+            "",
+            0,
+            {}},
+        UnlistedCase{"UnlistedImage",
+                     "<img src=\" ../images/unlisted.png?v=1#top \" alt=\"\"/>",
+                     "",
+                     1,
+                     {"OEBPS/images/unlisted.png"}},
+        UnlistedCase{"RootedAndClimbingPathsToListedFiles",
+                     "<img src=\"/OEBPS/images/listed.png\" alt=\"\"/><img "
+                     "src=\"../../../../OEBPS/images/listed.png\" alt=\"\"/>",
+                     "@import \"/OEBPS/styles/book.css\";",
+                     0,
+                     {}},
+        UnlistedCase{"RootedAndClimbingPathsToUnlistedFiles",
+                     "<img src=\"/OEBPS/images/unlisted.png\" alt=\"\"/>",
+                     "p { background: url(../../../OEBPS/images/hidden.png) }",
+                     2,
+                     {"OEBPS/images/hidden.png", "OEBPS/images/unlisted.png"}},
+        UnlistedCase{
+            "EveryLoadingAttribute",
+            "<img src=\"../images/listed.png\" srcset=\"../images/hidden.png 2x\" alt=\"\"/>"
+            "<video poster=\"../images/unlisted.png\"></video>"
+            "<object data=\"../images/unlisted.png\"></object>"
+            "<svg xmlns=\"http://www.w3.org/2000/svg\"><image "
+            "xlink:href=\"../images/hidden.png\"/></svg>"
+            "<p style=\"background: url('../images/unlisted.png')\">a</p>",
+            "",
+            5,
+            {"OEBPS/images/hidden.png", "OEBPS/images/unlisted.png"}},
+        UnlistedCase{"UnlistedSheetURL",
+                     "",
+                     "p { background: url(\"../images/unlisted.png\") } q { background: "
+                     "url(../images/listed.png) }",
+                     1,
+                     {"OEBPS/images/unlisted.png"}},
+        UnlistedCase{"MissingFileIsBrokenNotUnlisted",
+                     "<img src=\"../images/none.png\" alt=\"\"/>",
+                     "p { background: url(hidden.png) }",
+                     0,
+                     {}},
+        UnlistedCase{
+            "LinksAndFormsAreNotLoads",
+            "<a href=\"../images/unlisted.png\">a</a><form "
+            "action=\"../images/unlisted.png\"></form><svg "
+            "xmlns=\"http://www.w3.org/2000/svg\"><a xlink:href=\"../images/hidden.png\"/></svg>",
+            "",
+            0,
+            {}}),
+    [](const ::testing::TestParamInfo<UnlistedCase>& info) { return info.param.name; });
 
 }  // namespace
 }  // namespace tomekeeper
