@@ -27,6 +27,8 @@ std::vector<std::string> bookSafetyLines(const PublicationSafetyReport& report) 
       {report.metaRefreshes, "automatic redirect", "automatic redirects"},
       {report.frames, "frame", "frames"},
       {report.objectsAndEmbeds, "embedded object", "embedded objects"},
+      {report.unlistedReferences, "reference to a file the book does not list (not loaded)",
+       "references to files the book does not list (not loaded)"},
   };
   std::vector<std::string> lines;
   for (const auto& attempt : attempts) {

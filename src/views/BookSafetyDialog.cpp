@@ -1,10 +1,23 @@
 #include "views/BookSafetyDialog.h"
 
+#include <set>
 #include <string>
 
 #include "session/BookSafetySummary.h"
 
 namespace tomekeeper {
+
+namespace {
+
+// `heading` and then each of `names` on a line of its own; nothing when there are no names.
+void appendNames(std::string& text, const char* heading, const std::set<std::string>& names) {
+  if (names.empty()) return;
+  if (!text.empty()) text += "\n\n";
+  text += heading;
+  for (const std::string& name : names) text += "\n" + name;
+}
+
+}  // namespace
 
 AdwMessageDialog* presentBookSafety(GtkWindow* parent, const PublicationSafetyReport& report) {
   std::string body;
@@ -17,11 +30,12 @@ AdwMessageDialog* presentBookSafety(GtkWindow* parent, const PublicationSafetyRe
   adw_message_dialog_add_response(messageDialog, "close", "Close");
   adw_message_dialog_set_default_response(messageDialog, "close");
   adw_message_dialog_set_close_response(messageDialog, "close");
-  if (!report.webAddresses.empty()) {
-    // The addresses as plain, selectable text: nothing here opens them.
-    std::string addresses = "Web addresses this book names:";
-    for (const std::string& address : report.webAddresses) addresses += "\n" + address;
-    GtkWidget* label = gtk_label_new(addresses.c_str());
+  std::string names;
+  appendNames(names, "Web addresses this book names:", report.webAddresses);
+  appendNames(names, "Files this book names but does not list:", report.unlistedPaths);
+  if (!names.empty()) {
+    // The names as plain, selectable text: nothing here opens them.
+    GtkWidget* label = gtk_label_new(names.c_str());
     gtk_label_set_selectable(GTK_LABEL(label), TRUE);
     gtk_label_set_xalign(GTK_LABEL(label), 0);
     gtk_label_set_wrap(GTK_LABEL(label), TRUE);

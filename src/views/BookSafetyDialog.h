@@ -7,8 +7,8 @@
 namespace tomekeeper {
 
 // Shows the "Book Safety" message of a book over `parent`: what the book's documents try, said
-// to be blocked, and the web addresses the book names in a scrolled list. The dialog owns
-// itself and closes with its one response. Main thread.
+// to be blocked, and the web addresses and unlisted files the book names in a scrolled list. The
+// dialog owns itself and closes with its one response. Main thread.
 AdwMessageDialog* presentBookSafety(GtkWindow* parent, const PublicationSafetyReport& report);
 
 }  // namespace tomekeeper

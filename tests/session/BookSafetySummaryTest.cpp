@@ -14,6 +14,10 @@ TEST(BookSafetySummaryTest, SaysWhatWasBlockedAndWhetherToTellOnOpen) {
   PublicationSafetyReport web;
   web.webReferences = 4;
   web.unreadableDocuments = 1;
+  PublicationSafetyReport unlisted;
+  unlisted.unlistedReferences = 1;
+  PublicationSafetyReport manyUnlisted = unlisted;
+  manyUnlisted.unlistedReferences = 3;
   const struct {
     const char* name;
     PublicationSafetyReport report;
@@ -34,6 +38,16 @@ TEST(BookSafetySummaryTest, SaysWhatWasBlockedAndWhetherToTellOnOpen) {
        {"The reader blocked everything this book's documents tried:", "4 references to the web",
         "1 document could not be checked."},
        "This book tries to reach the web. It was blocked."},
+      {"one unlisted file",
+       unlisted,
+       {"The reader blocked everything this book's documents tried:",
+        "1 reference to a file the book does not list (not loaded)"},
+       std::nullopt},
+      {"unlisted files",
+       manyUnlisted,
+       {"The reader blocked everything this book's documents tried:",
+        "3 references to files the book does not list (not loaded)"},
+       std::nullopt},
   };
   for (const auto& testCase : cases) {
     SCOPED_TRACE(testCase.name);
