@@ -337,6 +337,7 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
     std::rethrow_exception(failure);
   }
   window->setTitle(windowTitle(session->publicationTitle(), decision.sourceURL));
+  if (environment_.bookOpened) environment_.bookOpened(decision.resources, decision.sourceURL);
   logOpenEvent("Opened the window of " + fingerprint);
 }
 

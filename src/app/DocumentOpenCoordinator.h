@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,6 +22,7 @@
 #include "intake/PublicationExtractionCache.h"
 #include "opening/DocumentOpenRegistry.h"
 #include "opening/OpenPublication.h"
+#include "opening/PreparedPublicationResources.h"
 #include "opening/SecurityScopedAccess.h"
 #include "opening/SourceBookmarkStore.h"
 
@@ -58,6 +60,10 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
     std::shared_ptr<PublicationFingerprinting> fingerprintService;
     std::shared_ptr<SecurityScopedBookmarkCoding> bookmarkCodec;
     std::shared_ptr<PublicationCachePreparing> publicationCache;
+    // Told of each book whose window has opened: what the open road prepared and the file it
+    // came from. The application records the book for its library there. Optional.
+    std::function<void(const PreparedPublicationResources&, const std::filesystem::path&)>
+        bookOpened;
   };
 
   // The file of the books open at quit, under supportDirectory.

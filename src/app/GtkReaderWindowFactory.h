@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 
+#include "app/GtkLibraryWindow.h"
 #include "app/ReaderWindowFactory.h"
 #include "platform/GObjectHandle.h"
 
@@ -17,6 +18,10 @@ class GtkReaderWindowFactory final : public ReaderWindowFactory {
  public:
   GtkReaderWindowFactory(GtkApplication* application, GMenuModel* primaryMenu);
 
+  // From now on the empty window is the library once it has a book: `services` says, each time
+  // the window is made, where the library reads from and how a lost file is found again.
+  void setLibrary(std::function<LibraryWindowServices()> services);
+
   std::shared_ptr<ShellWindow> makeOpenDocumentWindow(
       ShellWindowDelegate& delegate, std::function<void(std::filesystem::path)> open) override;
   // `request.session` must be an ApplicationWindowSession.
@@ -27,6 +32,7 @@ class GtkReaderWindowFactory final : public ReaderWindowFactory {
   // Not owned: the application outlives its windows' factory.
   GtkApplication* application_;
   GObjectHandle<GMenuModel> primaryMenu_;
+  std::function<LibraryWindowServices()> library_;
 };
 
 }  // namespace tomekeeper

@@ -11,9 +11,13 @@
 #include "app/ApplicationResources.h"
 #include "app/ApplicationWindowSession.h"
 #include "app/GtkReaderWindowFactory.h"
+#include "app/GtkShellPlatform.h"
 #include "app/ReadingCommands.h"
 #include "app/SettingsWindow.h"
+#include "async/Spawn.h"
+#include "library/LibraryRecording.h"
 #include "platform/GLibString.h"
+#include "session/ReadingStateDirectory.h"
 
 namespace tomekeeper {
 
@@ -22,6 +26,28 @@ namespace {
 // The sessions save their last position on tasks of the main loop when their windows close;
 // quitting waits this long for them.
 constexpr guint kQuitGraceMilliseconds = 300;
+
+// Where the library reads, as the sessions' stores are placed (the reading-state setting is read
+// each time, like theirs), and the coordinator's relocation for a book whose file has gone.
+LibraryWindowServices libraryServices(const std::filesystem::path& supportDirectory,
+                                      std::weak_ptr<DocumentOpenCoordinator> coordinator) {
+  const auto settings = applicationSettings();
+  const GLibString setting(settings ? g_settings_get_string(settings.get(), "state-directory")
+                                    : nullptr);
+  LibraryWindowServices services;
+  services.locations = {(supportDirectory / "Publications").lexically_normal(),
+                        (readingStateDirectory(setting.string(), supportDirectory) / "Publications")
+                            .lexically_normal()};
+  services.locate = [coordinator = std::move(coordinator)](std::string fingerprint) {
+    const auto strong = coordinator.lock();
+    if (!strong) return;
+    async::spawn([](std::shared_ptr<DocumentOpenCoordinator> relocating,
+                    std::string lost) -> async::Task<void> {
+      co_await relocating->locate(std::move(lost));
+    }(strong, std::move(fingerprint)));
+  };
+  return services;
+}
 
 }  // namespace
 
@@ -69,6 +95,16 @@ void TomekeeperApplication::start() {
   auto sessions = std::make_shared<ApplicationWindowSessionFactory>(environment.supportDirectory);
   auto windows =
       std::make_shared<GtkReaderWindowFactory>(application, G_MENU_MODEL(primaryMenu_.get()));
+  // The library: each book opened is recorded beside its source bookmark, and the empty window
+  // shows the books once there are some.
+  const std::filesystem::path supportDirectory = environment.supportDirectory;
+  environment.bookOpened = [publications = supportDirectory / "Publications"](
+                               const PreparedPublicationResources& resources,
+                               const std::filesystem::path& sourceURL) {
+    async::spawn(recordOpenedBook(publications, resources, sourceURL));
+  };
+  windows->setLibrary(
+      [this, supportDirectory] { return libraryServices(supportDirectory, coordinator_); });
   coordinator_ = DocumentOpenCoordinator::create(std::move(environment), platform_,
                                                  std::move(windows), std::move(sessions));
   delegate_ = std::make_shared<TomekeeperAppDelegate>(coordinator_);

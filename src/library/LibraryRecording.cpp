@@ -105,6 +105,8 @@ async::Task<void> recordOpenedBook(fs::path publicationsRoot,
     co_await async::runInBackground([publicationsRoot = std::move(publicationsRoot),
                                      book = std::move(book),
                                      now] { recordPreparedBook(publicationsRoot, book, now); });
+    // The application's display tests wait for this line before they close the book.
+    g_info("Library record of %s written", resources.fingerprint.c_str());
   } catch (const std::exception& failure) {
     g_warning("The library record of %s was not written: %s", resources.fingerprint.c_str(),
               failure.what());
