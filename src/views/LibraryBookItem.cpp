@@ -1,6 +1,9 @@
 #include "views/LibraryBookItem.h"
 
+#include <adwaita.h>
+
 #include <cmath>
+#include <utility>
 
 #include "async/BackgroundPool.h"
 #include "async/Spawn.h"
@@ -95,7 +98,18 @@ GtkWidget* makeCoverStack(int width, int height, ItemWidgets& widgets) {
   // The item's own label says what the cover shows.
   gtk_accessible_update_state(GTK_ACCESSIBLE(stack), GTK_ACCESSIBLE_STATE_HIDDEN, TRUE, -1);
   widgets.coverStack = stack;
-  return stack;
+  // A cover keeps its box whatever the picture or the title would ask for.
+  GtkWidget* inside = stack;
+  for (const auto& [orientation, size] : {std::pair{GTK_ORIENTATION_HORIZONTAL, width},
+                                          std::pair{GTK_ORIENTATION_VERTICAL, height}}) {
+    GtkWidget* clamp = adw_clamp_new();
+    gtk_orientable_set_orientation(GTK_ORIENTABLE(clamp), orientation);
+    adw_clamp_set_maximum_size(ADW_CLAMP(clamp), size);
+    adw_clamp_set_tightening_threshold(ADW_CLAMP(clamp), size);
+    adw_clamp_set_child(ADW_CLAMP(clamp), inside);
+    inside = clamp;
+  }
+  return inside;
 }
 
 GtkWidget* makeProgressRow(ItemWidgets& widgets) {
@@ -176,7 +190,8 @@ struct LibraryCoverCache::Waiting {
   GObjectWeakReference<GtkWidget> coverStack;
 };
 
-LibraryCoverCache::LibraryCoverCache() : lifetime_(std::make_shared<LibraryCoverCache*>(this)) {}
+LibraryCoverCache::LibraryCoverCache(int width, int height)
+    : width_(width), height_(height), lifetime_(std::make_shared<LibraryCoverCache*>(this)) {}
 
 LibraryCoverCache::~LibraryCoverCache() = default;
 
@@ -191,16 +206,18 @@ void LibraryCoverCache::show(GtkWidget* coverStack, const LibraryBook& book) {
       new Waiting{book.fingerprint, GObjectWeakReference<GtkWidget>(coverStack)}));
   if (!decoding_.insert(book.fingerprint).second) return;
   async::spawn([](std::weak_ptr<LibraryCoverCache*> weakCache, std::string fingerprint,
-                  std::filesystem::path file) -> async::Task<void> {
-    GdkPixbuf* pixbuf = co_await async::runInBackground(
-        [file] { return gdk_pixbuf_new_from_file(file.c_str(), nullptr); });
+                  std::filesystem::path file, int width, int height) -> async::Task<void> {
+    // Fitted inside the cover's box; the picture fills the box with it.
+    GdkPixbuf* pixbuf = co_await async::runInBackground([file, width, height] {
+      return gdk_pixbuf_new_from_file_at_scale(file.c_str(), width, height, TRUE, nullptr);
+    });
     GObjectHandle<GdkTexture> texture;
     if (pixbuf != nullptr) {
       texture = GObjectHandle<GdkTexture>::adopt(gdk_texture_new_for_pixbuf(pixbuf));
       g_object_unref(pixbuf);
     }
     if (const auto cache = weakCache.lock()) (*cache)->decoded(fingerprint, std::move(texture));
-  }(lifetime_, book.fingerprint, *book.coverFile));
+  }(lifetime_, book.fingerprint, *book.coverFile, width_, height_));
 }
 
 void LibraryCoverCache::decoded(const std::string& fingerprint, GObjectHandle<GdkTexture> texture) {
@@ -232,8 +249,9 @@ GtkWidget* makeLibraryBookItem(LibraryLayout layout) {
   gtk_widget_add_css_class(item, grid ? "library-grid-item" : "library-list-item");
 
   GtkWidget* overlay = gtk_overlay_new();
-  gtk_overlay_set_child(GTK_OVERLAY(overlay), grid ? makeCoverStack(132, 198, *widgets)
-                                                   : makeCoverStack(48, 72, *widgets));
+  gtk_overlay_set_child(GTK_OVERLAY(overlay),
+                        grid ? makeCoverStack(kGridCoverWidth, kGridCoverHeight, *widgets)
+                             : makeCoverStack(kListCoverWidth, kListCoverHeight, *widgets));
   gtk_widget_set_halign(overlay, grid ? GTK_ALIGN_CENTER : GTK_ALIGN_START);
   gtk_box_append(GTK_BOX(item), overlay);
 

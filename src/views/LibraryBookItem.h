@@ -27,11 +27,18 @@ std::string libraryLastReadText(std::optional<Date> lastRead);
 // ", unavailable" for a book whose file is gone.
 std::string libraryBookAccessibleLabel(const LibraryBook& book);
 
-// The cover thumbnails of the books shown, decoded once each on the background pool and kept
-// as textures. Main executor only; a decode that ends after the cache is gone is dropped.
+// The size of a cover in each layout, in pixels.
+inline constexpr int kGridCoverWidth = 132;
+inline constexpr int kGridCoverHeight = 198;
+inline constexpr int kListCoverWidth = 48;
+inline constexpr int kListCoverHeight = 72;
+
+// The cover thumbnails of the books shown, decoded once each on the background pool at the
+// size of one layout's covers (a picture is never larger than its texture) and kept as textures.
+// Main executor only; a decode that ends after the cache is gone is dropped.
 class LibraryCoverCache {
  public:
-  LibraryCoverCache();
+  LibraryCoverCache(int width, int height);
   ~LibraryCoverCache();
   LibraryCoverCache(const LibraryCoverCache&) = delete;
   LibraryCoverCache& operator=(const LibraryCoverCache&) = delete;
@@ -52,6 +59,8 @@ class LibraryCoverCache {
   std::set<std::string> failed_;
   std::set<std::string> decoding_;
   std::vector<std::unique_ptr<Waiting>> waiting_;
+  int width_;
+  int height_;
   std::shared_ptr<LibraryCoverCache*> lifetime_;
 };
 

@@ -208,7 +208,10 @@ GtkWidget* LibraryView::makeBookView(LibraryLayout layout) {
       factory, "setup",
       layout == LibraryLayout::grid ? G_CALLBACK(onSetUpGridItem) : G_CALLBACK(onSetUpListItem),
       this);
-  connections_.add(factory, "bind", G_CALLBACK(onBindItem), this);
+  connections_.add(
+      factory, "bind",
+      layout == LibraryLayout::grid ? G_CALLBACK(onBindGridItem) : G_CALLBACK(onBindListItem),
+      this);
 
   // Each view gets its model only while it is shown (see showEmptyOrBooks): a view makes items
   // for a few hundred books ahead, and the hidden one would double that work at every change.
@@ -395,10 +398,16 @@ void LibraryView::onSetUpListItem(GtkListItemFactory*, GtkListItem* item, gpoint
   gtk_list_item_set_child(item, makeLibraryBookItem(LibraryLayout::list));
 }
 
-void LibraryView::onBindItem(GtkListItemFactory*, GtkListItem* item, gpointer self) {
-  const LibraryBook& book = views::viewRowValueAs<LibraryBook>(gtk_list_item_get_item(item));
-  bindLibraryBookItem(gtk_list_item_get_child(item), book,
-                      static_cast<LibraryView*>(self)->covers_);
+void LibraryView::onBindGridItem(GtkListItemFactory*, GtkListItem* item, gpointer self) {
+  bindLibraryBookItem(gtk_list_item_get_child(item),
+                      views::viewRowValueAs<LibraryBook>(gtk_list_item_get_item(item)),
+                      static_cast<LibraryView*>(self)->gridCovers_);
+}
+
+void LibraryView::onBindListItem(GtkListItemFactory*, GtkListItem* item, gpointer self) {
+  bindLibraryBookItem(gtk_list_item_get_child(item),
+                      views::viewRowValueAs<LibraryBook>(gtk_list_item_get_item(item)),
+                      static_cast<LibraryView*>(self)->listCovers_);
 }
 
 }  // namespace tomekeeper

@@ -55,7 +55,8 @@ class LibraryView {
   void setLayout(LibraryLayout layout);
   LibraryLayout layout() const noexcept { return layout_; }
   const LibraryModel& model() const noexcept { return model_; }
-  const LibraryCoverCache& covers() const noexcept { return covers_; }
+  // The covers of the grid's books.
+  const LibraryCoverCache& covers() const noexcept { return gridCovers_; }
 
   // Opens the book (or asks for its file when unavailable), as activating it does.
   void activate(const std::string& fingerprint);
@@ -82,7 +83,8 @@ class LibraryView {
   static void onActivatePosition(GtkWidget* view, guint position, gpointer self);
   static void onSetUpGridItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
   static void onSetUpListItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
-  static void onBindItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
+  static void onBindGridItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
+  static void onBindListItem(GtkListItemFactory* factory, GtkListItem* item, gpointer self);
   static void onMap(GtkWidget* widget, gpointer self);
   static void onAfterPaint(GdkFrameClock* clock, gpointer self);
   static void onRemoveResponse(GtkWidget* dialog, const char* response, gpointer self);
@@ -91,7 +93,8 @@ class LibraryView {
   std::shared_ptr<SecurityScopedBookmarkCoding> codec_;
   LibraryCommands commands_;
   LibraryModel model_;
-  LibraryCoverCache covers_;
+  LibraryCoverCache gridCovers_{kGridCoverWidth, kGridCoverHeight};
+  LibraryCoverCache listCovers_{kListCoverWidth, kListCoverHeight};
   LibraryLayout layout_ = LibraryLayout::grid;
   std::string pendingRemoval_;
   // Books shown at once; the rest follow after the first frame. More than a screen holds.
