@@ -41,6 +41,8 @@ export class SectionView {
   // sideways, from the right, over content this wide.
   private acrossExtent = 0;
   private currentPage = 0;
+  // The size of the section's body when it was last laid out.
+  private laidOutBody = { width: 0, height: 0 };
   pageCount = 1;
   columnCount = 1;
   // The way the book's pages advance, where known: the columns of a paginated page run this way,
@@ -110,6 +112,20 @@ export class SectionView {
     fonts?.addEventListener('loadingdone', () => relayout());
   }
 
+  // In scrolled mode, calls `relayout` whenever the section's body changes size after it was laid
+  // out (an image decoded late, a style sheet that arrived after the first layout): the frame is
+  // as tall as the content measured, and would cut off what grew or show a gap for what shrank.
+  onContentResize(relayout: () => void): void {
+    const doc = this.document;
+    const Observer = doc.defaultView?.ResizeObserver;
+    if (Observer === undefined || doc.body === null || this.fixedLayout) return;
+    new Observer(() => {
+      const body = doc.body;
+      if (body === null || this.mode !== 'scrolled') return;
+      if (body.scrollWidth !== this.laidOutBody.width || body.scrollHeight !== this.laidOutBody.height) relayout();
+    }).observe(doc.body);
+  }
+
   remove(): void {
     this.frame.remove();
   }
@@ -136,6 +152,12 @@ export class SectionView {
 
   // Applies the settings and lays the section out for the viewport; the page is kept by the caller.
   layout(settings: PresentationSettings, viewport: Viewport): void {
+    this.layoutSection(settings, viewport);
+    const body = this.frame.contentDocument?.body;
+    if (body) this.laidOutBody = { width: body.scrollWidth, height: body.scrollHeight };
+  }
+
+  private layoutSection(settings: PresentationSettings, viewport: Viewport): void {
     this.mode = settings.mode;
     this.styleElement().textContent = sectionStyleSheet(settings, colorsForTheme(settings.theme, viewport.prefersDark));
     if (this.fixedLayout) {

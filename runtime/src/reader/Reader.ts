@@ -286,6 +286,9 @@ export class Reader implements ReaderOperations {
         view.onLateFonts(() => {
           if (this.loaded.has(view)) this.handleResize();
         });
+        view.onContentResize(() => {
+          if (this.loaded.has(view)) this.handleResize();
+        });
         // A frame that was let go while it loaded is not announced.
         if (this.prepared.get(spineIndex) === loading) {
           this.loaded.add(view);
