@@ -126,6 +126,20 @@ export class SectionView {
     }).observe(doc.body);
   }
 
+  // The way this section's content runs from page to page: right to left for right-to-left text
+  // or vertical writing from the right, else left to right.
+  contentProgression(): PageProgression {
+    try {
+      const doc = this.document;
+      const style = doc.defaultView?.getComputedStyle(doc.body ?? doc.documentElement);
+      if (style === undefined || style === null) return 'ltr';
+      if (style.writingMode === 'vertical-rl' || style.writingMode === 'sideways-rl') return 'rtl';
+      return style.direction === 'rtl' ? 'rtl' : 'ltr';
+    } catch {
+      return 'ltr';
+    }
+  }
+
   remove(): void {
     this.frame.remove();
   }

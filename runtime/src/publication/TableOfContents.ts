@@ -1,6 +1,8 @@
 // Readers of the table of contents: the EPUB 3 navigation document and the EPUB 2 NCX. Both give
 // the tree of `TableOfContentsItem`, with hrefs relative to the package directory.
+import { BridgeRequestError } from '../bridge/BridgeRequestError';
 import type { TableOfContentsItem } from '../bridge/records';
+import type { PackageDocument } from './PackageDocument';
 import { relativeHref, resolveURL } from './hrefs';
 import { childElements, collapsedText, descendantElements, opsNamespace, parseXML, PublicationFormatError, tokens } from './xml';
 
@@ -81,4 +83,27 @@ export function parseNCX(text: string, documentURL: string, resourceBaseURL: str
   const navigationMap = descendantElements(document, 'navMap')[0];
   if (navigationMap === undefined) throw new PublicationFormatError('no-table-of-contents', 'the NCX has no navMap');
   return parseNavigationPoints(navigationMap, documentURL, resourceBaseURL);
+}
+
+// The book's contents from its navigation document, or from its NCX where it has none or where the
+// navigation document cannot be read. Throws BridgeRequestError(table-of-contents-unreadable) when
+// neither can be.
+export async function readTableOfContents(
+  packageDocument: Pick<PackageDocument, 'navigationDocumentURL' | 'ncxURL'>,
+  resourceBaseURL: string,
+  loadText: (url: string) => Promise<string>,
+): Promise<TableOfContentsItem[]> {
+  const { navigationDocumentURL, ncxURL } = packageDocument;
+  try {
+    if (navigationDocumentURL !== undefined) {
+      return parseNavigationDocument(await loadText(navigationDocumentURL), navigationDocumentURL, resourceBaseURL);
+    }
+    if (ncxURL !== undefined) return parseNCX(await loadText(ncxURL), ncxURL, resourceBaseURL);
+    return [];
+  } catch (error) {
+    if (ncxURL === undefined || navigationDocumentURL === undefined) {
+      throw new BridgeRequestError('table-of-contents-unreadable', 'the table of contents could not be read', String(error));
+    }
+    return parseNCX(await loadText(ncxURL), ncxURL, resourceBaseURL);
+  }
 }

@@ -56,3 +56,11 @@ export function relativeHref(absolute: string, baseDirectory: string): string {
   const path = [...upward, ...targetParts.slice(common)].join('/');
   return `${path}${target.search}${target.hash}`;
 }
+
+// The root of the container that holds the package: the publication's own directory on the
+// scheme, whose first path segment is the publication's id.
+export function containerRootURL(packageURL: string): string {
+  const url = new URL(packageURL);
+  const firstSegment = url.pathname.split('/')[1] ?? '';
+  return `${url.protocol}//${url.host}/${firstSegment}/`;
+}

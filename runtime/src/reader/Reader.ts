@@ -20,29 +20,23 @@ import type {
   TableOfContentsItem,
   TextSelection,
 } from '../bridge/records';
-import { cfiForPoint, resolveCfiPoint, type CfiSpinePosition, type DomPoint } from '../cfi/CfiDocument';
+import type { CfiSpinePosition } from '../cfi/CfiDocument';
 import { textSelectionForRange } from '../selection/SelectionRecord';
 import { colorsForTheme, defaultPresentation, pageMarginPixels, type PresentationSettings } from '../layout/Presentation';
 import { SectionView, type Viewport } from '../layout/SectionView';
-import { pageForProgression } from '../layout/PageGeometry';
-import { excerptAt, findExcerpt } from '../locator/Excerpt';
-import { SectionWeights, clampUnit } from '../locator/Progression';
-import { resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
-import { parsePackageDocument, type PackageDocument, type PageProgression, type SpineItem } from '../publication/PackageDocument';
-import { applyImageFallbacks } from '../publication/ImageFallbacks';
-import { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
-import { attachMediaSources } from '../publication/MediaSources';
+import { applyPageChrome, applyScrollAxis } from '../layout/ViewportChrome';
+import { SectionWeights } from '../locator/Progression';
+import { containerRootURL, resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
+import type { PackageDocument, PageProgression, SpineItem } from '../publication/PackageDocument';
+import type { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
 import { TextCache, type BinaryLoader, type BlobLoader, type TextLoader } from '../publication/ResourceLoader';
-import { parseNavigationDocument, parseNCX } from '../publication/TableOfContents';
+import { readTableOfContents } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
+import { BookmarkVisibility } from './BookmarkVisibility';
+import { computedBodyMaxInlineSize, computedColors, computedTypography } from './ComputedPresentation';
+import { isLocatorOnScreen, locatorOnScreen, placeFragment, placeLocator, readerPosition, sectionOfLocator, sectionToShow, type BookPlaces, type SectionPlace } from './LocatorPlacement';
+import { loadPublication, openResult, prepareSectionDocument } from './PublicationLoading';
 import { SectionClickHandler } from './SectionClicks';
-import { insertSkippedItemNotice } from './SkippedItemNotice';
-
-// Where to show a section: a page, and the point whose line should stand first when it scrolls.
-interface SectionPlace {
-  page: number;
-  point?: DomPoint;
-}
 
 interface OpenState {
   descriptor: PublicationDescriptor;
@@ -50,14 +44,6 @@ interface OpenState {
   weights: SectionWeights;
   tableOfContents: TableOfContentsItem[] | undefined;
   fonts: ObfuscatedFonts | undefined;
-}
-
-// The root of the container that holds the package: the publication's own directory on the
-// scheme, whose first path segment is the publication's id.
-function containerRootURL(packageURL: string): string {
-  const url = new URL(packageURL);
-  const firstSegment = url.pathname.split('/')[1] ?? '';
-  return `${url.protocol}//${url.host}/${firstSegment}/`;
 }
 
 export interface ReaderEnvironment {
@@ -106,8 +92,7 @@ export class Reader implements ReaderOperations {
   private ownScroll: { top: number; left: number; width: number; height: number } | undefined;
   private prepared = new Map<number, Promise<SectionView>>();
   private readonly loaded = new Set<SectionView>();
-  private bookmarkCandidates: BookmarkVisibilityCandidate[] = [];
-  private visibleBookmarks: string[] | undefined;
+  private readonly bookmarks: BookmarkVisibility;
   // The way pages advance in the open book: the spine's, or the first section's direction; known
   // once that section is laid out.
   private progression: PageProgression | undefined;
@@ -116,6 +101,10 @@ export class Reader implements ReaderOperations {
   constructor(environment: ReaderEnvironment) {
     this.environment = environment;
     this.sectionTexts = new TextCache(environment.loadText);
+    this.bookmarks = new BookmarkVisibility(
+      (locator) => this.isBookmarkOnScreen(locator),
+      (visible) => this.environment.emitBookmarkVisibilityChanged?.(visible),
+    );
     this.clicks = new SectionClickHandler({
       publicationRoot: () => (this.state === undefined ? undefined : containerRootURL(this.state.descriptor.packageURL)),
       spineIndexOf: (url) => (this.state === undefined ? undefined : this.spineIndexForURL(url)),
@@ -156,49 +145,22 @@ export class Reader implements ReaderOperations {
   }
 
   async open(descriptor: PublicationDescriptor): Promise<OpenPublicationResult> {
-    let packageText: string;
-    try {
-      packageText = await this.environment.loadText(descriptor.packageURL);
-    } catch (error) {
-      throw new BridgeRequestError('package-unreadable', 'the package document could not be read', String(error));
-    }
-    let packageDocument: PackageDocument;
-    try {
-      packageDocument = parsePackageDocument(packageText, descriptor.packageURL, descriptor.resourceBaseURL);
-    } catch (error) {
-      throw new BridgeRequestError('package-invalid', 'the package document could not be parsed', String(error));
-    }
-    let fonts: ObfuscatedFonts | undefined;
-    if (this.environment.loadBinary !== undefined) {
-      const identifiers = { uniqueIdentifier: packageDocument.uniqueIdentifierText, identifiers: packageDocument.identifiers };
-      fonts = await ObfuscatedFonts.load(containerRootURL(descriptor.packageURL), identifiers, this.environment.loadText, this.environment.loadBinary);
-    }
+    const { packageDocument, fonts } = await loadPublication(descriptor, this.environment.loadText, this.environment.loadBinary);
     this.closeSections();
     this.state = undefined;
     this.sectionTexts.clear();
     this.anchor = undefined;
-    this.bookmarkCandidates = [];
-    this.visibleBookmarks = undefined;
+    this.bookmarks.reset();
     this.environment.publicationOpening?.();
     this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined, fonts };
-    this.applyPageChrome();
+    applyPageChrome(this.environment.viewport, this.settings, this.viewportMeasures());
     void this.measureSectionLengths(this.state);
     const first = this.linearIndices()[0] ?? 0;
     const declared = packageDocument.pageProgressionDirection;
     this.progression = declared === 'default' ? undefined : declared;
     const firstView = await this.display(first, () => 0);
-    this.progression ??= pageProgressionOf(firstView);
-    const result: OpenPublicationResult = {
-      authors: packageDocument.creators,
-      spineItemCount: packageDocument.spine.length,
-      initialResourceURL: (packageDocument.spine[first] as SpineItem).url,
-      pageProgressionDirection: this.progression,
-    };
-    if (packageDocument.title !== undefined) result.title = packageDocument.title;
-    if (packageDocument.titleDirection !== undefined) result.titleDirection = packageDocument.titleDirection;
-    if (packageDocument.creatorsDirection !== undefined) result.authorsDirection = packageDocument.creatorsDirection;
-    if (packageDocument.coverURL !== undefined) result.coverResourceURL = packageDocument.coverURL;
-    return result;
+    this.progression ??= firstView.contentProgression();
+    return openResult(packageDocument, first, this.progression);
   }
 
   // Reads every section's text in the background to weigh the book's progression.
@@ -218,21 +180,7 @@ export class Reader implements ReaderOperations {
   async tableOfContents(): Promise<TableOfContentsItem[]> {
     const state = this.opened();
     if (state.tableOfContents !== undefined) return state.tableOfContents;
-    const { navigationDocumentURL, ncxURL } = state.packageDocument;
-    const base = state.descriptor.resourceBaseURL;
-    let items: TableOfContentsItem[] = [];
-    try {
-      if (navigationDocumentURL !== undefined) {
-        items = parseNavigationDocument(await this.environment.loadText(navigationDocumentURL), navigationDocumentURL, base);
-      } else if (ncxURL !== undefined) {
-        items = parseNCX(await this.environment.loadText(ncxURL), ncxURL, base);
-      }
-    } catch (error) {
-      if (ncxURL === undefined || navigationDocumentURL === undefined) {
-        throw new BridgeRequestError('table-of-contents-unreadable', 'the table of contents could not be read', String(error));
-      }
-      items = parseNCX(await this.environment.loadText(ncxURL), ncxURL, base);
-    }
+    const items = await readTableOfContents(state.packageDocument, state.descriptor.resourceBaseURL, (url) => this.environment.loadText(url));
     state.tableOfContents = items;
     return items;
   }
@@ -267,17 +215,7 @@ export class Reader implements ReaderOperations {
       .load(item.url, this.environment.stage)
       .then(async () => {
         this.clicks.attach(view.document, view.frame, item.url);
-        const packageDocument = this.opened().packageDocument;
-        await applyImageFallbacks(view.document, item.url, packageDocument.imageFallbacks);
-        if (!view.fixedLayout) {
-          insertSkippedItemNotice(view.document, item.skippedBefore, 'start');
-          if (spineIndex === packageDocument.spine.length - 1) insertSkippedItemNotice(view.document, packageDocument.skippedAtEnd, 'end');
-        }
-        const loadBlob = this.environment.loadBlob;
-        if (loadBlob !== undefined) {
-          // Not awaited: the text shows while the media is read.
-          void attachMediaSources(view.document, item.url, containerRootURL(this.opened().descriptor.packageURL), loadBlob);
-        }
+        await prepareSectionDocument(view, item, this.opened().packageDocument, this.opened().descriptor, this.environment.loadBlob);
         // Restored fonts are in place before the first layout, so that it measures with them.
         await fonts?.register(view.document);
         view.layout(this.settings, this.viewportMeasures());
@@ -313,7 +251,7 @@ export class Reader implements ReaderOperations {
       this.current?.show(false);
       this.current = view;
     }
-    this.applyScrollAxis(view);
+    applyScrollAxis(this.environment.viewport, view);
     this.showPlace(view, choosePlace(view));
     view.show(true);
     this.trimPrepared(spineIndex);
@@ -347,19 +285,7 @@ export class Reader implements ReaderOperations {
   private position(locatorResolution?: string): ReaderPositionResult {
     const view = this.current;
     if (view === undefined) throw new BridgeRequestError('publication-not-open', 'no section is shown');
-    view.syncScrolledPage(this.environment.viewport);
-    const order = this.linearIndices();
-    const atFirstSection = view.spineIndex === order[0];
-    const atLastSection = view.spineIndex === order[order.length - 1];
-    const result: ReaderPositionResult = {
-      spineIndex: view.spineIndex,
-      page: view.page + 1,
-      pageCount: view.pageCount,
-      atStart: atFirstSection && view.page === 0,
-      atEnd: atLastSection && view.page === view.pageCount - 1,
-    };
-    if (locatorResolution !== undefined) result.locatorResolution = locatorResolution;
-    return result;
+    return readerPosition(view, this.linearIndices(), this.environment.viewport, locatorResolution);
   }
 
   // After a move of the reader's: the place on screen becomes the anchor, or `target` when the
@@ -455,88 +381,31 @@ export class Reader implements ReaderOperations {
     const { resource, fragment } = splitFragment(absolute);
     const spineIndex = this.spineIndexForURL(resource);
     if (spineIndex === undefined) throw new BridgeRequestError('href-not-found', 'the link leads to no section of the book', href);
-    await this.display(spineIndex, (view) => {
-      if (fragment === undefined || fragment.length === 0) return 0;
-      let id = fragment;
-      try {
-        id = decodeURIComponent(fragment);
-      } catch {
-        // A fragment with a stray "%" is taken as written.
-      }
-      const element = view.document.getElementById(id);
-      if (element === null || element.parentNode === null) return 0;
-      const offset = Array.prototype.indexOf.call(element.parentNode.childNodes, element) as number;
-      return { page: view.pageOfPoint(element.parentNode, offset), point: { node: element.parentNode, offset } };
-    });
+    await this.display(spineIndex, (view) => placeFragment(view, fragment));
     return this.afterMove();
   }
 
-  private spineIndexForLocator(locator: Locator): { spineIndex: number; fromTotalProgression: boolean } {
+  // What placement needs of the open book.
+  private places(): BookPlaces {
     const state = this.opened();
-    const spine = state.packageDocument.spine;
-    try {
-      const byHref = this.spineIndexForURL(resolveURL(locator.spineHref, state.descriptor.resourceBaseURL));
-      if (byHref !== undefined) return { spineIndex: byHref, fromTotalProgression: false };
-    } catch {
-      // An href that is not a URL falls back to the index.
-    }
-    if (Number.isInteger(locator.spineIndex) && locator.spineIndex >= 0 && locator.spineIndex < spine.length) {
-      return { spineIndex: locator.spineIndex, fromTotalProgression: false };
-    }
-    if (locator.totalProgression !== undefined) {
-      return { spineIndex: state.weights.locate(locator.totalProgression).spineIndex, fromTotalProgression: true };
-    }
-    return { spineIndex: this.linearIndices()[0] ?? 0, fromTotalProgression: true };
+    return {
+      spine: state.packageDocument.spine,
+      resourceBaseURL: state.descriptor.resourceBaseURL,
+      weights: state.weights,
+      spineIndexForURL: (url) => this.spineIndexForURL(url),
+    };
   }
 
   private async goToLocator(locator: Locator): Promise<ReaderPositionResult> {
-    const state = this.opened();
-    const { spineIndex, fromTotalProgression } = this.spineIndexForLocator(locator);
+    const places = this.places();
+    const { spineIndex, fromTotalProgression } = sectionToShow(locator, places, this.linearIndices()[0] ?? 0);
     let resolution = 'section-start';
     await this.display(spineIndex, (view) => {
-      const placed = this.placeLocator(view, locator, fromTotalProgression, state);
+      const placed = placeLocator(view, locator, fromTotalProgression, places.weights);
       resolution = placed.resolution;
       return placed;
     });
     return this.afterMove(resolution, locator);
-  }
-
-  // Finds the page of a locator in a laid-out section, trying the CFI, then the excerpt near the
-  // progression, then the progression, then the section start.
-  private placeLocator(
-    view: SectionView,
-    locator: Locator,
-    fromTotalProgression: boolean,
-    state: OpenState,
-  ): SectionPlace & { resolution: string } {
-    const index = view.text();
-    if (locator.cfi !== undefined && !fromTotalProgression) {
-      try {
-        const resolved = resolveCfiPoint(view.document, locator.cfi, index);
-        if (resolved.quality !== 'textAssertionMismatch') {
-          const resolution = resolved.quality === 'textAssertion' ? 'cfi-text-assertion' : 'cfi';
-          return { page: view.pageOfPoint(resolved.point.node, resolved.point.offset), resolution, point: resolved.point };
-        }
-      } catch {
-        // An unusable CFI falls through to the excerpt.
-      }
-    }
-    let progression = locator.sectionProgression;
-    if (fromTotalProgression && locator.totalProgression !== undefined) {
-      progression = state.weights.locate(locator.totalProgression).sectionProgression;
-    }
-    if (locator.excerpt !== undefined) {
-      const expected = progression === undefined ? undefined : Math.round(clampUnit(progression) * index.text.length);
-      const position = findExcerpt(index.text, locator.excerpt, expected);
-      const point = position === undefined ? undefined : index.pointAt(position);
-      if (point !== undefined) return { page: view.pageOfPoint(point.node, point.offset), resolution: 'excerpt', point };
-    }
-    if (progression !== undefined) {
-      const point = index.pointAt(Math.round(clampUnit(progression) * index.text.length));
-      const page = point === undefined ? pageForProgression(progression, view.pageCount) : view.pageOfPoint(point.node, point.offset);
-      return { page, resolution: fromTotalProgression ? 'total-progression' : 'section-progression' };
-    }
-    return { page: 0, resolution: 'section-start' };
   }
 
   private spinePosition(item: SpineItem) {
@@ -548,26 +417,7 @@ export class Reader implements ReaderOperations {
     const view = this.current;
     if (view === undefined) throw new BridgeRequestError('publication-not-open', 'no section is shown');
     const item = state.packageDocument.spine[view.spineIndex] as SpineItem;
-    view.syncScrolledPage(this.environment.viewport);
-    const locator: Locator = { spineHref: item.href, spineIndex: item.index };
-    const index = view.text();
-    const position = view.firstVisibleTextPosition(this.environment.viewport);
-    let sectionProgression: number;
-    if (position !== undefined && index.text.length > 0) {
-      const point = index.pointAt(position);
-      if (point !== undefined) locator.cfi = cfiForPoint(point as DomPoint, this.spinePosition(item), index);
-      sectionProgression = position / index.text.length;
-      const excerpt = excerptAt(index.text, position);
-      if (excerpt !== undefined) locator.excerpt = excerpt;
-    } else {
-      sectionProgression = view.pageCount <= 1 ? 0 : view.page / view.pageCount;
-    }
-    // The first page of a section is its start, whatever unseen text (white space, hidden
-    // elements) comes before its first visible character.
-    if (view.page === 0 && !view.isScrolledPastStart(this.environment.viewport)) sectionProgression = 0;
-    locator.sectionProgression = clampUnit(sectionProgression);
-    locator.totalProgression = state.weights.totalProgression(item.index, locator.sectionProgression);
-    return locator;
+    return locatorOnScreen(view, item, this.spinePosition(item), state.weights, this.environment.viewport);
   }
 
   // The selection in the section on screen. Its length is not limited here: the callout shows for
@@ -589,7 +439,7 @@ export class Reader implements ReaderOperations {
 
   // Lays every prepared section out again and shows the page that holds the anchor.
   private async relayout(): Promise<void> {
-    this.applyPageChrome();
+    applyPageChrome(this.environment.viewport, this.settings, this.viewportMeasures());
     const view = this.current;
     if (this.state === undefined || view === undefined) return;
     let anchor = this.anchor;
@@ -599,8 +449,8 @@ export class Reader implements ReaderOperations {
       if (prepared !== undefined && prepared !== view) prepared.layout(this.settings, this.viewportMeasures());
     }
     view.layout(this.settings, this.viewportMeasures());
-    this.applyScrollAxis(view);
-    this.showPlace(view, this.placeLocator(view, anchor, false, this.state));
+    applyScrollAxis(this.environment.viewport, view);
+    this.showPlace(view, placeLocator(view, anchor, false, this.state.weights));
     this.anchor = anchor;
     this.environment.emitLocatorChanged(anchor);
     this.announcePlacement();
@@ -636,80 +486,22 @@ export class Reader implements ReaderOperations {
     void this.relayout().catch(() => undefined);
   }
 
-  // A scrolled section in vertical writing scrolls sideways, others up and down.
-  private applyScrollAxis(view: SectionView): void {
-    const viewport = this.environment.viewport;
-    viewport.classList.toggle('scrolled-across', view.scrollsAcross);
-    // Whatever the other axis scrolled is left behind.
-    if (view.scrollsAcross) viewport.scrollTop = 0;
-    else viewport.scrollLeft = 0;
-  }
-
-  // The runtime page itself: theme colours and the scrolled class of the viewport.
-  private applyPageChrome(): void {
-    const colors = colorsForTheme(this.settings.theme, this.viewportMeasures().prefersDark);
-    const body = document.body;
-    body.style.setProperty('--reader-background', colors.background);
-    body.style.setProperty('--reader-foreground', colors.foreground);
-    this.environment.viewport.classList.toggle('scrolled', this.settings.mode === 'scrolled');
-    const margin = pageMarginPixels(this.settings, this.viewportMeasures().width);
-    this.environment.viewport.style.setProperty('padding-inline-start', `${margin}px`);
-  }
-
-  private sectionStyles(): { root: CSSStyleDeclaration; body: CSSStyleDeclaration; document: Document } | undefined {
-    const view = this.current;
-    if (view === undefined) return undefined;
-    const doc = view.document;
-    const win = doc.defaultView;
-    if (win === null || doc.body === null) return undefined;
-    return { root: win.getComputedStyle(doc.documentElement), body: win.getComputedStyle(doc.body), document: doc };
-  }
-
   async configureTypography(request: ConfigureTypographyRequest): Promise<ConfigureTypographyResult> {
     this.settings = { ...this.settings, typography: request };
     await this.relayout();
     this.revision += 1;
-    const result: ConfigureTypographyResult = { applied: this.current !== undefined, configurationRevision: this.revision };
-    const styles = this.sectionStyles();
-    const pixels = (value: string | undefined): number | undefined => {
-      const parsed = value === undefined ? Number.NaN : Number.parseFloat(value);
-      return Number.isFinite(parsed) ? parsed : undefined;
+    return {
+      applied: this.current !== undefined,
+      configurationRevision: this.revision,
+      ...computedTypography(this.current?.document, this.environment.viewport),
     };
-    const paddingStart = pixels(getComputedStyle(this.environment.viewport).paddingInlineStart);
-    if (paddingStart !== undefined) result.computedRootPaddingInlineStart = paddingStart;
-    if (styles === undefined) return result;
-    const view = styles.document.defaultView as Window;
-    const paragraph = styles.document.body?.querySelector('p');
-    const paragraphStyle = paragraph ? view.getComputedStyle(paragraph) : styles.body;
-    const code = styles.document.body?.querySelector('code, pre, kbd, samp');
-    const assign = <K extends keyof ConfigureTypographyResult>(key: K, value: ConfigureTypographyResult[K] | undefined) => {
-      if (value !== undefined) result[key] = value;
-    };
-    assign('computedRootFontSize', pixels(styles.root.fontSize));
-    assign('computedBodyFontFamily', styles.body.fontFamily || undefined);
-    assign('computedBodyFontSize', pixels(styles.body.fontSize));
-    assign('computedParagraphLineHeight', pixels(paragraphStyle.lineHeight));
-    assign('computedParagraphLetterSpacing', paragraphStyle.letterSpacing || undefined);
-    assign('computedCodeLetterSpacing', code ? view.getComputedStyle(code).letterSpacing || undefined : undefined);
-    assign('computedSemanticIndent', pixels(paragraphStyle.textIndent));
-    return result;
   }
 
   async configureTheme(theme: ReadingThemeSelection): Promise<ConfigureThemeResult> {
     this.settings = { ...this.settings, theme };
     await this.relayout();
     this.revision += 1;
-    const result: ConfigureThemeResult = { configurationRevision: this.revision };
-    const styles = this.sectionStyles();
-    if (styles !== undefined) {
-      result.computedBodyColor = styles.body.color;
-      result.computedBodyBackgroundColor = styles.root.backgroundColor;
-    } else {
-      const page = getComputedStyle(document.body);
-      result.computedBodyColor = page.color;
-      result.computedBodyBackgroundColor = page.backgroundColor;
-    }
-    return result;
+    return { configurationRevision: this.revision, ...computedColors(this.current?.document) };
   }
 
   // Pre-paginated books have no scrolled form; they stay paginated whatever is asked.
@@ -747,48 +539,27 @@ export class Reader implements ReaderOperations {
     await this.relayout();
     this.revision += 1;
     const result: ConfigureScrolledContentWidthResult = { preset, configurationRevision: this.revision };
-    const styles = this.sectionStyles();
-    const value = styles === undefined ? Number.NaN : Number.parseFloat(styles.body.maxInlineSize);
-    if (Number.isFinite(value)) result.computedBodyMaxInlineSize = value;
+    const bodyMaxInlineSize = computedBodyMaxInlineSize(this.current?.document);
+    if (bodyMaxInlineSize !== undefined) result.computedBodyMaxInlineSize = bodyMaxInlineSize;
     return result;
   }
 
   // Keeps the candidates and answers those whose position lies on the page (or spread) on screen;
   // from then on a change of that set after a move is sent as an event.
   async configureBookmarkVisibility(candidates: BookmarkVisibilityCandidate[]): Promise<string[]> {
-    this.bookmarkCandidates = candidates;
-    const visible = this.bookmarksOnScreen();
-    this.visibleBookmarks = visible;
-    return visible;
+    return this.bookmarks.configure(candidates);
   }
 
   // Called after every move and relayout, and when the reader scrolls.
   refreshBookmarkVisibility(): void {
-    if (this.visibleBookmarks === undefined) return;
-    const visible = this.bookmarksOnScreen();
-    if (sameMembers(visible, this.visibleBookmarks)) return;
-    this.visibleBookmarks = visible;
-    this.environment.emitBookmarkVisibilityChanged?.(visible);
+    this.bookmarks.refresh();
   }
 
-  private bookmarksOnScreen(): string[] {
+  private isBookmarkOnScreen(locator: Locator): boolean {
     const view = this.current;
-    if (this.state === undefined || view === undefined) return [];
+    if (this.state === undefined || view === undefined) return false;
     view.syncScrolledPage(this.environment.viewport);
-    const visible: string[] = [];
-    for (const candidate of this.bookmarkCandidates) {
-      if (this.isLocatorOnScreen(candidate.locator, view, this.state)) visible.push(candidate.id);
-    }
-    return visible;
-  }
-
-  private isLocatorOnScreen(locator: Locator, view: SectionView, state: OpenState): boolean {
-    const { spineIndex, fromTotalProgression } = this.spineIndexForLocator(locator);
-    if (spineIndex !== view.spineIndex) return false;
-    const placed = this.placeLocator(view, locator, fromTotalProgression, state);
-    if (placed.resolution === 'section-start') return false;
-    if (placed.point !== undefined) return view.isPointOnScreen(placed.point.node, placed.point.offset, this.environment.viewport);
-    return placed.page === view.page;
+    return isLocatorOnScreen(locator, view, this.places(), this.environment.viewport, this.linearIndices()[0] ?? 0);
   }
 
   // What the highlights and the search read of the reader.
@@ -816,36 +587,6 @@ export class Reader implements ReaderOperations {
 
   // The section a stored locator belongs to, by href or index; none when neither names one.
   spineIndexOf(locator: Locator): number | undefined {
-    const state = this.state;
-    if (state === undefined) return undefined;
-    try {
-      const byHref = this.spineIndexForURL(resolveURL(locator.spineHref, state.descriptor.resourceBaseURL));
-      if (byHref !== undefined) return byHref;
-    } catch {
-      // An href that is not a URL falls back to the index.
-    }
-    const spine = state.packageDocument.spine;
-    return Number.isInteger(locator.spineIndex) && locator.spineIndex >= 0 && locator.spineIndex < spine.length ? locator.spineIndex : undefined;
-  }
-}
-
-function sameMembers(a: readonly string[], b: readonly string[]): boolean {
-  if (a.length !== b.length) return false;
-  const members = new Set(a);
-  return b.every((id) => members.has(id));
-}
-
-// The way pages advance in a book whose spine does not say: the direction of the first section's
-// content (right to left, or vertical writing from the right).
-function pageProgressionOf(firstView: SectionView): PageProgression {
-  try {
-    const doc = firstView.document;
-    const element = doc.body ?? doc.documentElement;
-    const style = doc.defaultView?.getComputedStyle(element);
-    if (style === undefined || style === null) return 'ltr';
-    if (style.writingMode === 'vertical-rl' || style.writingMode === 'sideways-rl') return 'rtl';
-    return style.direction === 'rtl' ? 'rtl' : 'ltr';
-  } catch {
-    return 'ltr';
+    return this.state === undefined ? undefined : sectionOfLocator(locator, this.places());
   }
 }
