@@ -1,24 +1,15 @@
 #include "intake/XMLStartElementParser.h"
 
-// The amplification limits are declared only under XML_DTD, with which the
-// system's expat is built.
-#ifndef XML_DTD
-#define XML_DTD 1
-#endif
-#include <expat.h>
-
 #include <climits>
-#include <memory>
+
+#include "platform/BookXMLParser.h"
 
 namespace tomekeeper {
 namespace {
 
-// Separates a namespace URI from the local name in the names expat reports.
-constexpr XML_Char kNamespaceSeparator = '\x1F';
-
 std::string_view localName(const XML_Char* name) {
   const std::string_view whole(name);
-  const std::size_t separator = whole.rfind(kNamespaceSeparator);
+  const std::size_t separator = whole.rfind(kXMLNamespaceSeparator);
   return separator == std::string_view::npos ? whole : whole.substr(separator + 1);
 }
 
@@ -61,21 +52,12 @@ int XMLCALL refuseNonStandaloneDocument(void*) {
   return XML_STATUS_ERROR;
 }
 
-int XMLCALL refuseExternalEntity(XML_Parser, const XML_Char*, const XML_Char*, const XML_Char*,
-                                 const XML_Char*) {
-  return XML_STATUS_ERROR;
-}
-
-struct ParserDeleter {
-  void operator()(XML_ParserStruct* parser) const { XML_ParserFree(parser); }
-};
-
 }  // namespace
 
 bool parseXMLStartElements(std::string_view document, XMLStartElementDelegate& delegate) {
   if (document.size() > static_cast<std::size_t>(INT_MAX)) return false;
-  std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(
-      XML_ParserCreateNS(nullptr, kNamespaceSeparator));
+  const XMLParserHandle parser =
+      makeBookXMLParser({kMaximumEntityAmplification, kEntityAmplificationThreshold});
   if (!parser) return false;
   ParseState state{parser.get(), &delegate};
   XML_SetUserData(parser.get(), &state);
@@ -83,14 +65,6 @@ bool parseXMLStartElements(std::string_view document, XMLStartElementDelegate& d
   XML_SetEntityDeclHandler(parser.get(), refuseExternalEntityDeclaration);
   XML_SetStartDoctypeDeclHandler(parser.get(), refuseExternalSubset);
   XML_SetNotStandaloneHandler(parser.get(), refuseNonStandaloneDocument);
-  XML_SetExternalEntityRefHandler(parser.get(), refuseExternalEntity);
-  XML_SetParamEntityParsing(parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
-  if (XML_SetBillionLaughsAttackProtectionMaximumAmplification(
-          parser.get(), kMaximumEntityAmplification) != XML_TRUE ||
-      XML_SetBillionLaughsAttackProtectionActivationThreshold(
-          parser.get(), kEntityAmplificationThreshold) != XML_TRUE) {
-    return false;
-  }
   return XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE) ==
          XML_STATUS_OK;
 }

@@ -1,6 +1,5 @@
 #include "library/PackageMetadata.h"
 
-#include <expat.h>
 #include <glib.h>
 
 #include <map>
@@ -8,6 +7,7 @@
 #include <string_view>
 
 #include "platform/AtomicFileWriter.h"
+#include "platform/BookXMLParser.h"
 
 namespace tomekeeper {
 
@@ -15,7 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kSeparator = '\x1f';
 constexpr std::string_view kDublinCore = "http://purl.org/dc/elements/1.1/";
 constexpr std::string_view kPackage = "http://www.idpf.org/2007/opf";
 
@@ -38,7 +37,7 @@ struct Collector {
 
 std::pair<std::string_view, std::string_view> split(const XML_Char* name) {
   const std::string_view whole(name);
-  const std::size_t separator = whole.find(kSeparator);
+  const std::size_t separator = whole.find(kXMLNamespaceSeparator);
   if (separator == std::string_view::npos) return {{}, whole};
   return {whole.substr(0, separator), whole.substr(separator + 1)};
 }
@@ -160,14 +159,12 @@ PackageMetadata readPackageMetadata(const fs::path& extractedRoot,
   const std::optional<std::string> document = readWholeFile(extractedRoot / packageDocumentPath);
   if (!document) throw PackageMetadataError("The package document is missing");
 
-  std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
-      XML_ParserCreateNS(nullptr, kSeparator), &XML_ParserFree);
+  const XMLParserHandle parser = makeBookXMLParser();
   if (!parser) throw std::bad_alloc();
   Collector collector;
   collector.parser = parser.get();
   XML_SetUserData(parser.get(), &collector);
-  // Nothing outside the document is ever loaded, and a declared entity stops the parse.
-  XML_SetParamEntityParsing(parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
+  // A declared entity stops the parse.
   XML_SetEntityDeclHandler(parser.get(), onEntityDeclaration);
   XML_SetElementHandler(parser.get(), onStart, onEnd);
   XML_SetCharacterDataHandler(parser.get(), onText);

@@ -1,6 +1,5 @@
 #include "persistence/PublicationOutline.h"
 
-#include <expat.h>
 #include <glib.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include <string_view>
 
 #include "platform/AtomicFileWriter.h"
+#include "platform/BookXMLParser.h"
 
 namespace tomekeeper {
 
@@ -18,7 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kNamespaceSeparator = '\x1f';
 constexpr std::string_view kDublinCore = "http://purl.org/dc/elements/1.1/";
 constexpr std::string_view kOPS = "http://www.idpf.org/2007/ops";
 
@@ -29,7 +28,7 @@ struct Name {
 
 Name splitName(const XML_Char* name) {
   const std::string_view whole(name);
-  const std::size_t separator = whole.find(kNamespaceSeparator);
+  const std::size_t separator = whole.find(kXMLNamespaceSeparator);
   if (separator == std::string_view::npos) return {{}, whole};
   return {whole.substr(0, separator), whole.substr(separator + 1)};
 }
@@ -44,13 +43,11 @@ struct Handlers {
 };
 
 // Parses `document` with namespaces, reporting elements and text. Entity declarations stop the
-// parse, and nothing outside the document is ever loaded (no external entity handler).
+// parse, and nothing outside the document is ever loaded.
 void parseDocument(std::string_view document, Handlers& handlers, const std::string& what) {
-  std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
-      XML_ParserCreateNS(nullptr, kNamespaceSeparator), &XML_ParserFree);
+  const XMLParserHandle parser = makeBookXMLParser();
   if (!parser) throw std::bad_alloc();
   XML_SetUserData(parser.get(), &handlers);
-  XML_SetParamEntityParsing(parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
   // Every handler gets the parser, and reaches the handlers through its user data.
   XML_UseParserAsHandlerArg(parser.get());
   XML_SetEntityDeclHandler(

@@ -1,11 +1,5 @@
 #include "runtime/PrefixedCSSDocumentRewriter.h"
 
-// The amplification limits are declared only under XML_DTD, with which the system's expat is
-// built.
-#ifndef XML_DTD
-#define XML_DTD 1
-#endif
-#include <expat.h>
 #include <glib.h>
 
 #include <climits>
@@ -13,17 +7,15 @@
 #include <optional>
 #include <vector>
 
+#include "platform/BookXMLParser.h"
 #include "runtime/PrefixedCSSRewriter.h"
 
 namespace tomekeeper {
 
 namespace {
 
-constexpr XML_Char kNamespaceSeparator = '\x1F';
 constexpr std::string_view kXHTMLNamespace = "http://www.w3.org/1999/xhtml";
 constexpr std::string_view kSVGNamespace = "http://www.w3.org/2000/svg";
-constexpr float kMaximumEntityAmplification = 100.0F;
-constexpr unsigned long long kEntityAmplificationThreshold = 1024ULL * 1024ULL;
 
 // One piece of the original bytes and what replaces it.
 struct Edit {
@@ -76,15 +68,32 @@ std::string escaped(std::string_view text, EscapeContext context, char quote, bo
       continue;
     }
     switch (character) {
-      case '&': result += "&amp;"; break;
-      case '<': result += "&lt;"; break;
-      case '>': result += "&gt;"; break;
-      case '\r': result += "&#13;"; break;
-      case '\t': result += context == EscapeContext::attribute ? "&#9;" : "\t"; break;
-      case '\n': result += context == EscapeContext::attribute ? "&#10;" : "\n"; break;
-      case '"': result += context == EscapeContext::attribute && quote == '"' ? "&quot;" : "\""; break;
-      case '\'': result += context == EscapeContext::attribute && quote == '\'' ? "&apos;" : "'"; break;
-      default: result += character;
+      case '&':
+        result += "&amp;";
+        break;
+      case '<':
+        result += "&lt;";
+        break;
+      case '>':
+        result += "&gt;";
+        break;
+      case '\r':
+        result += "&#13;";
+        break;
+      case '\t':
+        result += context == EscapeContext::attribute ? "&#9;" : "\t";
+        break;
+      case '\n':
+        result += context == EscapeContext::attribute ? "&#10;" : "\n";
+        break;
+      case '"':
+        result += context == EscapeContext::attribute && quote == '"' ? "&quot;" : "\"";
+        break;
+      case '\'':
+        result += context == EscapeContext::attribute && quote == '\'' ? "&apos;" : "'";
+        break;
+      default:
+        result += character;
     }
     ++position;
   }
@@ -159,7 +168,7 @@ std::optional<std::pair<std::size_t, std::size_t>> currentEventSpan(const Rewrit
 }
 
 bool isStyleElement(std::string_view name) {
-  const std::size_t separator = name.rfind(kNamespaceSeparator);
+  const std::size_t separator = name.rfind(kXMLNamespaceSeparator);
   if (separator == std::string_view::npos) return name == "style";
   const std::string_view space = name.substr(0, separator);
   return name.substr(separator + 1) == "style" &&
@@ -182,11 +191,10 @@ void rewriteStyleAttribute(RewriteState& state, const XML_Char** attributes,
     // The parser drops a reference to an entity it never read from an attribute's value, so
     // the value it gave is not the whole of what is written.
     if (referencesUndeclaredEntity(raw)) return;
-    state.edits.push_back(
-        Edit{tagSpan.first + span->first, tagSpan.first + span->second,
-             raw == value ? rewritten
-                          : escaped(rewritten, EscapeContext::attribute, quote,
-                                    state.documentIsUTF8)});
+    state.edits.push_back(Edit{
+        tagSpan.first + span->first, tagSpan.first + span->second,
+        raw == value ? rewritten
+                     : escaped(rewritten, EscapeContext::attribute, quote, state.documentIsUTF8)});
     return;
   }
 }
@@ -217,11 +225,10 @@ void XMLCALL endElement(void* data, const XML_Char*) {
   if (rewritten == style.text) return;
   const std::string_view raw =
       state.document.substr(style.contentBegin, span->first - style.contentBegin);
-  state.edits.push_back(Edit{style.contentBegin, span->first,
-                             raw == style.text
-                                 ? rewritten
-                                 : escaped(rewritten, EscapeContext::text, '"',
-                                           state.documentIsUTF8)});
+  state.edits.push_back(
+      Edit{style.contentBegin, span->first,
+           raw == style.text ? rewritten
+                             : escaped(rewritten, EscapeContext::text, '"', state.documentIsUTF8)});
 }
 
 void XMLCALL characterData(void* data, const XML_Char* text, int length) {
@@ -239,8 +246,7 @@ void XMLCALL xmlDeclaration(void* data, const XML_Char*, const XML_Char* encodin
 }
 
 void XMLCALL entityDeclaration(void* data, const XML_Char*, int, const XML_Char*, int,
-                               const XML_Char*, const XML_Char*, const XML_Char*,
-                               const XML_Char*) {
+                               const XML_Char*, const XML_Char*, const XML_Char*, const XML_Char*) {
   refuse(*static_cast<RewriteState*>(data));
 }
 
@@ -251,22 +257,13 @@ void XMLCALL skippedEntity(void* data, const XML_Char*, int) {
   if (state.style) state.style->hasChildElement = true;
 }
 
-int XMLCALL refuseExternalEntity(XML_Parser, const XML_Char*, const XML_Char*, const XML_Char*,
-                                 const XML_Char*) {
-  return XML_STATUS_ERROR;
-}
-
 bool looksLikeUTF16(std::string_view document) {
   if (document.size() < 2) return false;
   const auto first = static_cast<unsigned char>(document[0]);
   const auto second = static_cast<unsigned char>(document[1]);
-  return (first == 0xFE && second == 0xFF) || (first == 0xFF && second == 0xFE) ||
-         first == 0 || second == 0;
+  return (first == 0xFE && second == 0xFF) || (first == 0xFF && second == 0xFE) || first == 0 ||
+         second == 0;
 }
-
-struct ParserDeleter {
-  void operator()(XML_ParserStruct* parser) const { XML_ParserFree(parser); }
-};
 
 }  // namespace
 
@@ -275,8 +272,7 @@ std::string PrefixedCSSDocumentRewriter::rewriteDocument(std::string_view docume
   if (document.size() > static_cast<std::size_t>(INT_MAX) || looksLikeUTF16(document)) {
     return unchanged;
   }
-  std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(
-      XML_ParserCreateNS(nullptr, kNamespaceSeparator));
+  const XMLParserHandle parser = makeBookXMLParser();
   if (!parser) return unchanged;
   RewriteState state{parser.get(), document, true, false, 0, std::nullopt, {}};
   XML_SetUserData(parser.get(), &state);
@@ -285,14 +281,6 @@ std::string PrefixedCSSDocumentRewriter::rewriteDocument(std::string_view docume
   XML_SetXmlDeclHandler(parser.get(), xmlDeclaration);
   XML_SetEntityDeclHandler(parser.get(), entityDeclaration);
   XML_SetSkippedEntityHandler(parser.get(), skippedEntity);
-  XML_SetExternalEntityRefHandler(parser.get(), refuseExternalEntity);
-  XML_SetParamEntityParsing(parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
-  if (XML_SetBillionLaughsAttackProtectionMaximumAmplification(
-          parser.get(), kMaximumEntityAmplification) != XML_TRUE ||
-      XML_SetBillionLaughsAttackProtectionActivationThreshold(
-          parser.get(), kEntityAmplificationThreshold) != XML_TRUE) {
-    return unchanged;
-  }
   if (XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE) !=
           XML_STATUS_OK ||
       state.refused || state.edits.empty()) {

@@ -1,30 +1,21 @@
 #include "runtime/PublicationManifestListing.h"
 
-// The amplification limits are declared only under XML_DTD, with which the system's expat is
-// built.
-#ifndef XML_DTD
-#define XML_DTD 1
-#endif
-#include <expat.h>
-
 #include <climits>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <vector>
 
+#include "platform/BookXMLParser.h"
 #include "runtime/PublicationSchemeRoute.h"
 
 namespace tomekeeper {
 
 namespace {
 
-constexpr XML_Char kNamespaceSeparator = '\x1F';
 constexpr std::string_view kContainerNamespace = "urn:oasis:names:tc:opendocument:xmlns:container";
 constexpr std::string_view kPackageNamespace = "http://www.idpf.org/2007/opf";
 constexpr std::string_view kPackageMediaType = "application/oebps-package+xml";
-constexpr float kMaximumEntityAmplification = 100.0F;
-constexpr unsigned long long kEntityAmplificationThreshold = 1024ULL * 1024ULL;
 
 [[noreturn]] void refuse() {
   throwFailure(PublicationResourceError::unavailable);
@@ -51,15 +42,6 @@ void XMLCALL startElement(void* data, const XML_Char* name, const XML_Char** att
   if (value) gathering.values.emplace_back(std::move(*value), std::move(mediaType));
 }
 
-int XMLCALL refuseExternalEntity(XML_Parser, const XML_Char*, const XML_Char*, const XML_Char*,
-                                 const XML_Char*) {
-  return XML_STATUS_ERROR;
-}
-
-struct ParserDeleter {
-  void operator()(XML_ParserStruct* parser) const { XML_ParserFree(parser); }
-};
-
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream input(path, std::ios::binary);
   if (!input) refuse();
@@ -70,26 +52,19 @@ std::string readFile(const std::filesystem::path& path) {
 
 void gather(const std::string& text, AttributeGathering& gathering) {
   if (text.size() > static_cast<std::size_t>(INT_MAX)) refuse();
-  std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(
-      XML_ParserCreateNS(nullptr, kNamespaceSeparator));
+  const XMLParserHandle parser = makeBookXMLParser();
   if (!parser) refuse();
   XML_SetUserData(parser.get(), &gathering);
   XML_SetStartElementHandler(parser.get(), startElement);
-  XML_SetExternalEntityRefHandler(parser.get(), refuseExternalEntity);
-  XML_SetParamEntityParsing(parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
-  if (XML_SetBillionLaughsAttackProtectionMaximumAmplification(
-          parser.get(), kMaximumEntityAmplification) != XML_TRUE ||
-      XML_SetBillionLaughsAttackProtectionActivationThreshold(
-          parser.get(), kEntityAmplificationThreshold) != XML_TRUE ||
-      XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) !=
-          XML_STATUS_OK) {
+  if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) !=
+      XML_STATUS_OK) {
     refuse();
   }
 }
 
 std::string qualified(std::string_view space, std::string_view name) {
   std::string result(space);
-  result += kNamespaceSeparator;
+  result += kXMLNamespaceSeparator;
   result += name;
   return result;
 }

@@ -1,11 +1,5 @@
 #include "runtime/PublicationSafetyScan.h"
 
-// The amplification limits are declared only under XML_DTD, with which the system's expat is
-// built.
-#ifndef XML_DTD
-#define XML_DTD 1
-#endif
-#include <expat.h>
 #include <glib.h>
 
 #include <climits>
@@ -14,15 +8,15 @@
 #include <memory>
 #include <optional>
 
+#include "platform/BookXMLParser.h"
+
 namespace tomekeeper {
 
 namespace {
 
-constexpr XML_Char kNamespaceSeparator = '\x1F';
-
 std::string_view localName(const XML_Char* name) {
   const std::string_view whole(name);
-  const std::size_t separator = whole.rfind(kNamespaceSeparator);
+  const std::size_t separator = whole.rfind(kXMLNamespaceSeparator);
   return separator == std::string_view::npos ? whole : whole.substr(separator + 1);
 }
 
@@ -173,10 +167,6 @@ void XMLCALL refuseEntityDeclaration(void* data, const XML_Char*, int, const XML
   XML_StopParser(static_cast<DocumentScan*>(data)->parser, XML_FALSE);
 }
 
-struct ParserDeleter {
-  void operator()(XML_ParserStruct* parser) const { XML_ParserFree(parser); }
-};
-
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream input(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
@@ -209,8 +199,7 @@ std::optional<PublicationManifestListing> listingOf(const PublicationResourcePro
 
 void scanPublicationDocument(std::string_view text, PublicationSafetyReport& report,
                              const PublicationReferenceContext* references) {
-  std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(
-      XML_ParserCreateNS(nullptr, kNamespaceSeparator));
+  const XMLParserHandle parser = makeBookXMLParser();
   if (!parser || text.size() > static_cast<std::size_t>(INT_MAX)) {
     ++report.unreadableDocuments;
     return;
@@ -222,7 +211,6 @@ void scanPublicationDocument(std::string_view text, PublicationSafetyReport& rep
   XML_SetElementHandler(parser.get(), startElement, endElement);
   XML_SetCharacterDataHandler(parser.get(), characterData);
   XML_SetEntityDeclHandler(parser.get(), refuseEntityDeclaration);
-  XML_SetParamEntityParsing(parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
   if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) !=
       XML_STATUS_OK) {
     ++report.unreadableDocuments;
