@@ -332,19 +332,10 @@ void LibraryView::activate(const std::string& fingerprint) {
 void LibraryView::presentRemoveConfirmation(const std::string& fingerprint) {
   if (removeDialog_ || model_.find(fingerprint) == nullptr) return;
   GtkRoot* root = gtk_widget_get_root(root_.get());
-  GtkWidget* dialog = adw_message_dialog_new(
-      root != nullptr && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr,
-      "Delete Reading Progress and Annotations?",
-      "This permanently deletes this book\u2019s reading position, bookmarks, highlights, and "
-      "notes. The EPUB file and cached book files are not removed.");
+  GtkWidget* dialog = views::makeDeleteReadingDataDialog(
+      root != nullptr && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr);
   removeDialog_ = views::WidgetHandle::retain(dialog);
   pendingRemoval_ = fingerprint;
-  adw_message_dialog_add_responses(ADW_MESSAGE_DIALOG(dialog), "cancel", "Cancel", "delete",
-                                   "Delete Reading History", nullptr);
-  adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), "delete",
-                                             ADW_RESPONSE_DESTRUCTIVE);
-  adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
-  adw_message_dialog_set_close_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
   connections_.add(dialog, "response", G_CALLBACK(onRemoveResponse), this);
   gtk_window_present(GTK_WINDOW(dialog));
 }
@@ -354,7 +345,7 @@ void LibraryView::onRemoveResponse(GtkWidget*, const char* response, gpointer se
   // The dialog closes itself after the response.
   view->removeDialog_.reset();
   const std::string fingerprint = std::exchange(view->pendingRemoval_, {});
-  if (std::string_view(response) != "delete") return;
+  if (std::string_view(response) != views::kDeleteReadingDataResponse) return;
   async::spawn([](std::weak_ptr<LibraryView*> weakView, LibraryLocations locations,
                   std::string removed) -> async::Task<void> {
     try {

@@ -231,17 +231,8 @@ GtkWindow* ReaderScreen::window() const {
 
 void ReaderScreen::presentClearReadingDataConfirmation() {
   if (clearDialog_) return;
-  GtkWidget* dialog = adw_message_dialog_new(
-      window(), "Delete Reading Progress and Annotations?",
-      "This permanently deletes this book\u2019s reading position, bookmarks, highlights, and "
-      "notes. The EPUB file and cached book files are not removed.");
+  GtkWidget* dialog = views::makeDeleteReadingDataDialog(window());
   clearDialog_ = views::WidgetHandle::retain(dialog);
-  adw_message_dialog_add_responses(ADW_MESSAGE_DIALOG(dialog), "cancel", "Cancel", "delete",
-                                   "Delete Reading History", nullptr);
-  adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), "delete",
-                                             ADW_RESPONSE_DESTRUCTIVE);
-  adw_message_dialog_set_default_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
-  adw_message_dialog_set_close_response(ADW_MESSAGE_DIALOG(dialog), "cancel");
   dialogConnections_.add(dialog, "response", G_CALLBACK(onClearResponse), this);
   gtk_window_present(GTK_WINDOW(dialog));
 }
@@ -250,7 +241,7 @@ void ReaderScreen::onClearResponse(GtkWidget*, const char* response, gpointer se
   auto* screen = static_cast<ReaderScreen*>(self);
   // The dialog closes itself after the response.
   screen->clearDialog_.reset();
-  if (std::string_view(response) == "delete") {
+  if (std::string_view(response) == views::kDeleteReadingDataResponse) {
     views::runSessionCommand(
         screen->session_, [](ReaderSession& session) { return session.clearReadingData(); },
         screen->windowLifetime_);

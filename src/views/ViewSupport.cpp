@@ -1,5 +1,7 @@
 #include "views/ViewSupport.h"
 
+#include <adwaita.h>
+
 namespace tomekeeper::views {
 
 SignalConnection::SignalConnection(gpointer instance, gulong handlerID) : handlerID_(handlerID) {
@@ -64,6 +66,21 @@ GtkWidget* makeTextButton(const std::string& label) {
   GtkWidget* button = gtk_button_new_with_label(label.c_str());
   setAccessibleLabel(button, label);
   return button;
+}
+
+GtkWidget* makeDeleteReadingDataDialog(GtkWindow* parent) {
+  GtkWidget* dialog = adw_message_dialog_new(
+      parent, "Delete Reading Progress and Annotations?",
+      "This permanently deletes this book\u2019s reading position, bookmarks, highlights, and "
+      "notes. The EPUB file and cached book files are not removed.");
+  auto* messageDialog = ADW_MESSAGE_DIALOG(dialog);
+  adw_message_dialog_add_responses(messageDialog, "cancel", "Cancel", kDeleteReadingDataResponse,
+                                   "Delete Reading History", nullptr);
+  adw_message_dialog_set_response_appearance(messageDialog, kDeleteReadingDataResponse,
+                                             ADW_RESPONSE_DESTRUCTIVE);
+  adw_message_dialog_set_default_response(messageDialog, "cancel");
+  adw_message_dialog_set_close_response(messageDialog, "cancel");
+  return dialog;
 }
 
 void setAccessibleLabel(GtkWidget* widget, const std::string& label) {

@@ -73,4 +73,12 @@ void setLabelText(GtkWidget* label, const std::string& text);
 // Removes every row of `listBox`.
 void removeAllRows(GtkListBox* listBox);
 
+// The response of the confirmation below that deletes.
+inline constexpr const char* kDeleteReadingDataResponse = "delete";
+// The confirmation, over `parent` (which may be null), before a book's reading position,
+// bookmarks, highlights and notes are deleted: "Cancel", the default and the close response, or
+// "Delete Reading History" (kDeleteReadingDataResponse), shown as destructive. Not yet presented;
+// the caller connects its response and presents it.
+GtkWidget* makeDeleteReadingDataDialog(GtkWindow* parent);
+
 }  // namespace tomekeeper::views
