@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <random>
 #include <regex>
@@ -77,7 +78,12 @@ TEST_F(PublicationCacheOperationLeaseTest, HoldsALockedFileBesideItsWorkArea) {
   ::close(other);
 }
 
-TEST_F(PublicationCacheOperationLeaseTest, FinishRemovesBothNamesAndASecondFinishDoesNothing) {
+// Finished, released or refused, a lease leaves no name behind; a second finish removes nothing.
+TEST_F(PublicationCacheOperationLeaseTest, LeavesNoNameBehind) {
+  EXPECT_THROW(PublicationCacheOperationLease(root_ / "absent"), std::system_error);
+  EXPECT_TRUE(namesUnder(root_.path()).empty());
+  { PublicationCacheOperationLease released(root_.path()); }
+  EXPECT_TRUE(namesUnder(root_.path()).empty());
   PublicationCacheOperationLease lease(root_.path());
   std::ofstream(lease.operationRoot() / "work") << "partial";
   lease.finish();
@@ -86,16 +92,6 @@ TEST_F(PublicationCacheOperationLeaseTest, FinishRemovesBothNamesAndASecondFinis
   fs::create_directory(lease.operationRoot());
   lease.finish();
   EXPECT_TRUE(fs::exists(lease.operationRoot()));
-}
-
-TEST_F(PublicationCacheOperationLeaseTest, ReleasingTheLastReferenceFinishes) {
-  { PublicationCacheOperationLease lease(root_.path()); }
-  EXPECT_TRUE(namesUnder(root_.path()).empty());
-}
-
-TEST_F(PublicationCacheOperationLeaseTest, FailsWithoutLeavingALockWhenTheRootIsMissing) {
-  EXPECT_THROW(PublicationCacheOperationLease(root_ / "absent"), std::system_error);
-  EXPECT_TRUE(namesUnder(root_.path()).empty());
 }
 
 class PublicationExtractionCacheTest : public ::testing::Test {
@@ -109,16 +105,6 @@ class PublicationExtractionCacheTest : public ::testing::Test {
   PreparedPublicationResources prepare(const fs::path& source,
                                        const std::string& fingerprint = kFingerprint) {
     return async::runUntilDone(cache_.prepare(source, fingerprint), 60s);
-  }
-
-  template <typename Enumeration>
-  std::optional<Enumeration> failureOfPrepare(const EpubBuilder& book) {
-    try {
-      prepare(writeBook(book));
-      return std::nullopt;
-    } catch (const FailureError<Enumeration>& error) {
-      return error.failure();
-    }
   }
 
   // A stale or live operation of another run: a work area and its lock file.
@@ -144,9 +130,6 @@ TEST_F(PublicationExtractionCacheTest, ExtractsValidatesAndDescribesABook) {
   EXPECT_TRUE(fs::is_regular_file(finalDirectory / "OEBPS/package.opf"));
   const std::string id = resources.descriptor.publicationID.string();
   EXPECT_TRUE(std::regex_match(id, kUpperCaseUUID)) << id;
-  EXPECT_EQ(resources.descriptor.packageURL,
-            "tomekeeper://publication/" + id + "/OEBPS/package.opf");
-  EXPECT_EQ(resources.descriptor.resourceBaseURL, "tomekeeper://publication/" + id + "/OEBPS/");
   EXPECT_EQ(resources.descriptor.accessMode,
             PublicationDescriptor::AccessMode::applicationResourceScheme);
   EXPECT_EQ(
@@ -176,31 +159,36 @@ TEST_F(PublicationExtractionCacheTest, APrepareCommitsWhatTheSinglePassStaged) {
   EXPECT_FALSE(holdsOperationNames(root_));
 }
 
-TEST_F(PublicationExtractionCacheTest, APackageAtTheRootHasTheBaseAsItsResourceBase) {
-  EpubBuilder book;
-  book.withContainerXML(EpubBuilder::containerXML("package.opf"));
-  book.addFile("package.opf", "<package/>");
-  const auto resources = prepare(writeBook(book));
-  const std::string base =
-      "tomekeeper://publication/" + resources.descriptor.publicationID.string() + "/";
-  EXPECT_EQ(resources.descriptor.packageURL, base + "package.opf");
-  EXPECT_EQ(resources.descriptor.resourceBaseURL, base);
-}
-
-TEST_F(PublicationExtractionCacheTest, EscapesThePackagePathInItsURL) {
-  EpubBuilder book;
-  book.withContainerXML(
-      EpubBuilder::containerXML("Text Files/b\xC3\xBC"
-                                "ch%.opf"));
-  book.addFile(
-      "Text Files/b\xC3\xBC"
-      "ch%.opf",
-      "<package/>");
-  const auto resources = prepare(writeBook(book));
-  const std::string base =
-      "tomekeeper://publication/" + resources.descriptor.publicationID.string() + "/";
-  EXPECT_EQ(resources.descriptor.packageURL, base + "Text%20Files/b%C3%BCch%25.opf");
-  EXPECT_EQ(resources.descriptor.resourceBaseURL, base + "Text%20Files/");
+// The package's URL and the resource base under it name the package's path, escaped, under the
+// publication's identifier.
+TEST_F(PublicationExtractionCacheTest, DescribesThePackageByItsEscapedPath) {
+  const struct {
+    const char* name;
+    std::string packagePath;
+    std::string packageURL;
+    std::string resourceBase;
+  } cases[] = {
+      {"a package in a folder", "OEBPS/package.opf", "OEBPS/package.opf", "OEBPS/"},
+      {"a package at the root", "package.opf", "package.opf", ""},
+      {"a path to escape",
+       "Text Files/b\xC3\xBC"
+       "ch%.opf",
+       "Text%20Files/b%C3%BCch%25.opf", "Text%20Files/"},
+  };
+  char fingerprintLetter = 'a';
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    EpubBuilder book;
+    if (testCase.packagePath != EpubBuilder::kPackageDocumentPath) {
+      book.withContainerXML(EpubBuilder::containerXML(testCase.packagePath));
+      book.addFile(testCase.packagePath, "<package/>");
+    }
+    const auto resources = prepare(writeBook(book), std::string(64, fingerprintLetter++));
+    const std::string base =
+        "tomekeeper://publication/" + resources.descriptor.publicationID.string() + "/";
+    EXPECT_EQ(resources.descriptor.packageURL, base + testCase.packageURL);
+    EXPECT_EQ(resources.descriptor.resourceBaseURL, base + testCase.resourceBase);
+  }
 }
 
 TEST_F(PublicationExtractionCacheTest, ASecondOpenReusesTheDirectoryWithANewIdentifier) {
@@ -228,60 +216,61 @@ TEST_F(PublicationExtractionCacheTest, RebuildsACachedCopyThatLostItsContainer) 
   EXPECT_TRUE(fs::exists(second.extractedRoot / "META-INF/container.xml"));
 }
 
-TEST_F(PublicationExtractionCacheTest,
-       ACachedCopyThatFailsAndABookRefusedAgainLeaveNoFinalDirectory) {
-  const fs::path source = writeBook(EpubBuilder());
-  prepare(source);
-  std::ofstream(root_ / kFingerprint / "Extracted/META-INF/rights.xml");
-  EpubBuilder protectedBook;
-  protectedBook.withRightsXML("<rights/>");
-  writeBook(protectedBook);
-  try {
-    prepare(source);
-    FAIL();
-  } catch (const EPUBContainerValidationFailureError& error) {
-    EXPECT_EQ(error.failure(), EPUBContainerValidationFailure::unsupportedDRM);
-  }
-  EXPECT_EQ(namesUnder(root_), std::set<std::string>{kFingerprint});
-}
-
+// A book refused by the inspection, the extraction (a lie or a full disk) or the validation, or
+// refused again after its cached copy failed: the failure reaches the caller and only the empty
+// fingerprint directory is left.
 TEST_F(PublicationExtractionCacheTest, ARefusedBookLeavesOnlyItsEmptyFingerprintDirectory) {
-  EpubBuilder book;
-  book.withRightsXML("");
-  EXPECT_EQ(failureOfPrepare<EPUBContainerValidationFailure>(book),
-            EPUBContainerValidationFailure::unsupportedDRM);
-  EXPECT_EQ(namesUnder(root_), std::set<std::string>{kFingerprint});
-}
-
-TEST_F(PublicationExtractionCacheTest, AnExtractionFailureReachesTheCallerAndCleansUp) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").centralCRC = 1;
-  EXPECT_EQ(failureOfPrepare<EPUBArchiveExtractionFailure>(book),
-            EPUBArchiveExtractionFailure::checksumMismatch);
-  EXPECT_EQ(namesUnder(root_), std::set<std::string>{kFingerprint});
-}
-
-TEST_F(PublicationExtractionCacheTest, AFullDiskHalfWayThroughTheExtractionCommitsNothing) {
-  EpubBuilder book;
   std::mt19937 generator(7);
   std::string plate(3 << 20, '\0');
   for (char& byte : plate) byte = static_cast<char>(generator());
-  book.addFile("OEBPS/images/plate.png", plate);
-  testing::FaultInjectingFileSystem fileSystem(
-      {{testing::FileOperation::write, ENOSPC, "plate.png", 2}});
-  EXPECT_EQ(failureOfPrepare<EPUBArchiveExtractionFailure>(book),
-            EPUBArchiveExtractionFailure::cannotCreateOutput);
-  EXPECT_EQ(namesUnder(root_), std::set<std::string>{kFingerprint});
-  EXPECT_FALSE(holdsOperationNames(root_));
-}
-
-TEST_F(PublicationExtractionCacheTest, AnInspectionFailureReachesTheCaller) {
-  EpubBuilder book;
-  book.archive().entryNamed("OEBPS/chapter1.xhtml").externalAttributes =
-      ZipArchiveBuilder::kSymbolicLinkAttributes;
-  EXPECT_EQ(failureOfPrepare<EPUBArchiveInspectionFailure>(book),
-            EPUBArchiveInspectionFailure::symbolicLink);
-  EXPECT_FALSE(holdsOperationNames(root_));
+  const struct {
+    const char* name;
+    std::function<void(EpubBuilder&)> change;
+    std::vector<testing::FileFault> faults;
+    std::string failure;
+  } cases[] = {
+      {"a symbolic link",
+       [](EpubBuilder& book) {
+         book.archive().entryNamed("OEBPS/chapter1.xhtml").externalAttributes =
+             ZipArchiveBuilder::kSymbolicLinkAttributes;
+       },
+       {},
+       "EPUBArchiveInspectionFailure.symbolicLink"},
+      {"a wrong checksum",
+       [](EpubBuilder& book) { book.archive().entryNamed("OEBPS/chapter1.xhtml").centralCRC = 1; },
+       {},
+       "EPUBArchiveExtractionFailure.checksumMismatch"},
+      {"a full disk half-way through the extraction",
+       [&](EpubBuilder& book) { book.addFile("OEBPS/images/plate.png", plate); },
+       {{testing::FileOperation::write, ENOSPC, "plate.png", 2}},
+       "EPUBArchiveExtractionFailure.cannotCreateOutput"},
+      {"rights metadata",
+       [](EpubBuilder& book) { book.withRightsXML(""); },
+       {},
+       "EPUBContainerValidationFailure.unsupportedDRM"},
+      {"a cached copy that fails, and a book refused again",
+       [&](EpubBuilder& book) {
+         prepare(writeBook(EpubBuilder()));
+         std::ofstream(root_ / kFingerprint / "Extracted/META-INF/rights.xml");
+         book.withRightsXML("<rights/>");
+       },
+       {},
+       "EPUBContainerValidationFailure.unsupportedDRM"},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    EpubBuilder book;
+    testCase.change(book);
+    const fs::path source = writeBook(book);
+    testing::FaultInjectingFileSystem fileSystem(testCase.faults);
+    try {
+      prepare(source);
+      ADD_FAILURE() << "the book was prepared";
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.reflectiveText(), testCase.failure);
+    }
+    EXPECT_EQ(namesUnder(root_), std::set<std::string>{kFingerprint});
+  }
 }
 
 TEST_F(PublicationExtractionCacheTest, ACancelledPrepareLeavesNoOperationBehind) {
@@ -370,16 +359,11 @@ TEST_F(PublicationExtractionCacheTest, MarksTheStagesOfTheBoundTrace) {
 
 // --- The stale sweep ------------------------------------------------------------
 
-TEST_F(PublicationExtractionCacheTest, SweepsAnOperationWhoseLockNobodyHolds) {
+// A prepare sweeps an operation whose lock nobody holds, and leaves what is not an operation
+// with a free lock, and this process's own lease.
+TEST_F(PublicationExtractionCacheTest, SweepsOnlyOperationsWhoseLockNobodyHolds) {
   fs::create_directories(root_);
   const auto [area, lock] = makeOperation("11111111-1111-4111-8111-111111111111");
-  prepare(writeBook(EpubBuilder()));
-  EXPECT_FALSE(fs::exists(area));
-  EXPECT_FALSE(fs::exists(lock));
-}
-
-TEST_F(PublicationExtractionCacheTest, LeavesWhatIsNotAnOperationWithAFreeLock) {
-  fs::create_directories(root_);
   const fs::path withoutLock = root_ / ".operation-22222222-2222-4222-8222-222222222222.partial";
   fs::create_directories(withoutLock);
   const fs::path plainFile = root_ / ".operation-33333333-3333-4333-8333-333333333333.partial";
@@ -387,10 +371,15 @@ TEST_F(PublicationExtractionCacheTest, LeavesWhatIsNotAnOperationWithAFreeLock) 
   std::ofstream(root_ / ".operation-33333333-3333-4333-8333-333333333333.lock");
   const fs::path strayLock = root_ / ".operation-44444444-4444-4444-8444-444444444444.lock";
   std::ofstream{strayLock};
-  cache_.sweepStaleOperations();
+  PublicationCacheOperationLease lease(root_);
+  prepare(writeBook(EpubBuilder()));
+  EXPECT_FALSE(fs::exists(area));
+  EXPECT_FALSE(fs::exists(lock));
   EXPECT_TRUE(fs::is_directory(withoutLock));
   EXPECT_TRUE(fs::is_regular_file(plainFile));
   EXPECT_TRUE(fs::exists(strayLock));
+  EXPECT_TRUE(fs::is_directory(lease.operationRoot()));
+  EXPECT_TRUE(fs::exists(lease.lockURL()));
 }
 
 TEST_F(PublicationExtractionCacheTest, ALiveLockOfAnotherProcessSurvivesTheSweep) {
@@ -424,21 +413,10 @@ TEST_F(PublicationExtractionCacheTest, ALiveLockOfAnotherProcessSurvivesTheSweep
   EXPECT_FALSE(fs::exists(lock));
 }
 
-TEST_F(PublicationExtractionCacheTest, ALeaseOfThisProcessSurvivesTheSweep) {
-  fs::create_directories(root_);
-  PublicationCacheOperationLease lease(root_);
-  cache_.sweepStaleOperations();
-  EXPECT_TRUE(fs::is_directory(lease.operationRoot()));
-  EXPECT_TRUE(fs::exists(lease.lockURL()));
-}
-
 // --- Measuring and clearing -------------------------------------------------------
 
-TEST_F(PublicationExtractionCacheTest, MeasuresNothingWithoutACache) {
-  EXPECT_EQ(async::runUntilDone(cache_.measureSize(), 10s), 0);
-}
-
 TEST_F(PublicationExtractionCacheTest, MeasuresAllocatedSizesOfVisibleFiles) {
+  EXPECT_EQ(async::runUntilDone(cache_.measureSize(), 10s), 0);
   prepare(writeBook(EpubBuilder()));
   std::int64_t expected = 0;
   for (const auto& item : fs::recursive_directory_iterator(root_)) {
