@@ -35,63 +35,79 @@ class DocumentOpenRegistryTest : public ::testing::Test, protected testing::Regi
     return DocumentOpenFailure::notAnEPUB;
   }
 
+  // Two opens of `file` at once, both waiting on the one hash before it may end; each gives its
+  // identity, or nothing when its open failed.
+  std::pair<std::unique_ptr<PreparedDocumentIdentity>, std::unique_ptr<PreparedDocumentIdentity>>
+  openTwiceAtOnce(const std::filesystem::path& file) {
+    fingerprinter->holdUntilReleased = true;
+    auto both =
+        [&]() -> async::Task<std::pair<PreparedDocumentIdentity*, PreparedDocumentIdentity*>> {
+      auto attempt = [&]() -> async::Task<PreparedDocumentIdentity*> {
+        try {
+          co_return new PreparedDocumentIdentity(co_await open(file));
+        } catch (const std::runtime_error&) {
+          co_return nullptr;
+        }
+      };
+      auto first = async::SharedTask<PreparedDocumentIdentity*>::start(attempt());
+      auto second = async::SharedTask<PreparedDocumentIdentity*>::start(attempt());
+      while (registry->waitingOpenCount() < 2) co_await async::sleepFor(1ms);
+      fingerprinter->release();
+      co_return std::pair{co_await first, co_await second};
+    };
+    const auto [first, second] = run(both());
+    return {std::unique_ptr<PreparedDocumentIdentity>(first),
+            std::unique_ptr<PreparedDocumentIdentity>(second)};
+  }
+
   void expectLedgerBalanced() {
     EXPECT_EQ(ledger->activeCount(), 0);
     EXPECT_EQ(ledger->starts(), ledger->stops());
   }
 };
 
-TEST_F(DocumentOpenRegistryTest, ReservesTheFingerprintOfAFirstOpen) {
+TEST_F(DocumentOpenRegistryTest, ReservesTheFingerprintOfAFirstOpenAndTracesItsStages) {
   writeFile(directory / "book.epub", "the book");
-  PreparedDocumentIdentity identity = run(open(directory / "book.epub"));
+  auto trace = std::make_shared<OpenPerformanceTrace>();
+  PreparedDocumentIdentity identity =
+      run(OpenPerformanceTrace::bind(trace, open(directory / "book.epub")));
   EXPECT_FALSE(identity.reusedActiveSession);
   EXPECT_TRUE(registry->isReserved(identity.fingerprint));
   EXPECT_EQ(identity.sourceURL, directory / "book.epub");
   EXPECT_TRUE(std::filesystem::exists(bookmarkStore->bookmarkFileURL(identity.fingerprint)));
   identity.sourceAccess->end();
   expectLedgerBalanced();
+  const OpenPerformanceTrace::State state = trace->state();
+  EXPECT_EQ(state.identityCacheHit, false);
+  EXPECT_EQ(state.sourceByteCount, 8);
+  for (const char* stage : {"identityCacheLookup", "fullFingerprint", "securityScopedAccess"}) {
+    EXPECT_TRUE(state.durationsMS.contains(stage)) << stage;
+  }
 }
 
-TEST_F(DocumentOpenRegistryTest, AcceptsAnyLetterCaseOfTheExtensionAndRefusesOthersBeforeAccess) {
+// Any letter case of the extension opens; another type is refused before any access begins, and
+// a file that cannot be read ends its access.
+TEST_F(DocumentOpenRegistryTest, OpensOnlyReadableEPUBs) {
   writeFile(directory / "BOOK.EPUB", "the book");
   writeFile(directory / "book.pdf", "not a book");
-  PreparedDocumentIdentity identity = run(open(directory / "BOOK.EPUB"));
-  identity.sourceAccess->end();
+  run(open(directory / "BOOK.EPUB")).sourceAccess->end();
   EXPECT_EQ(openFailure(open(directory / "book.pdf")), DocumentOpenFailure::notAnEPUB);
   EXPECT_EQ(ledger->starts(), 1) << "no access may begin for a file of another type";
-}
-
-TEST_F(DocumentOpenRegistryTest, AnUnreadableFileIsUnavailableAndItsLeaseEnds) {
   EXPECT_EQ(openFailure(open(directory / "missing.epub")), DocumentOpenFailure::sourceUnavailable);
-  EXPECT_EQ(ledger->starts(), 1);
+  EXPECT_EQ(ledger->starts(), 2);
   expectLedgerBalanced();
 }
 
 TEST_F(DocumentOpenRegistryTest, TwoOpensOfOnePathHashOnceAndTheSecondReusesTheReservation) {
   writeFile(directory / "book.epub", "the book");
-  fingerprinter->holdUntilReleased = true;
-  auto both = [&]() -> async::Task<std::pair<bool, bool>> {
-    auto first = async::SharedTask<PreparedDocumentIdentity*>::start(
-        [&]() -> async::Task<PreparedDocumentIdentity*> {
-          co_return new PreparedDocumentIdentity(co_await open(directory / "book.epub"));
-        }());
-    auto second = async::SharedTask<PreparedDocumentIdentity*>::start(
-        [&]() -> async::Task<PreparedDocumentIdentity*> {
-          co_return new PreparedDocumentIdentity(co_await open(directory / "book.epub"));
-        }());
-    // Both opens wait on the one hash before it may end.
-    while (registry->waitingOpenCount() < 2) co_await async::sleepFor(1ms);
-    fingerprinter->release();
-    std::unique_ptr<PreparedDocumentIdentity> a(co_await first);
-    std::unique_ptr<PreparedDocumentIdentity> b(co_await second);
-    EXPECT_EQ(a->fingerprint, b->fingerprint);
-    a->sourceAccess->end();
-    b->sourceAccess->end();
-    co_return std::pair{a->reusedActiveSession, b->reusedActiveSession};
-  };
-  const auto [firstReused, secondReused] = run(both());
+  const auto [first, second] = openTwiceAtOnce(directory / "book.epub");
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(first->fingerprint, second->fingerprint);
+  first->sourceAccess->end();
+  second->sourceAccess->end();
   EXPECT_EQ(fingerprinter->calls, 1);
-  EXPECT_NE(firstReused, secondReused) << "exactly one open wins the reservation";
+  EXPECT_NE(first->reusedActiveSession, second->reusedActiveSession)
+      << "exactly one open wins the reservation";
   EXPECT_EQ(registry->inFlightCount(), 0u);
   expectLedgerBalanced();
 }
@@ -120,24 +136,8 @@ TEST_F(DocumentOpenRegistryTest, AWarmOpenUsesTheIdentityCacheAndHashesNothing) 
 TEST_F(DocumentOpenRegistryTest, AFailedHashReachesEveryWaiterAndANewOpenStartsAfresh) {
   writeFile(directory / "book.epub", "the book");
   fingerprinter->failure = true;
-  fingerprinter->holdUntilReleased = true;
-  auto both = [&]() -> async::Task<int> {
-    auto attempt = [&]() -> async::Task<int> {
-      try {
-        co_await open(directory / "book.epub");
-      } catch (const std::runtime_error&) {
-        co_return 1;
-      }
-      co_return 0;
-    };
-    auto first = async::SharedTask<int>::start(attempt());
-    auto second = async::SharedTask<int>::start(attempt());
-    // Both opens wait on the one hash before it may end.
-    while (registry->waitingOpenCount() < 2) co_await async::sleepFor(1ms);
-    fingerprinter->release();
-    co_return co_await first + co_await second;
-  };
-  EXPECT_EQ(run(both()), 2);
+  const auto [first, second] = openTwiceAtOnce(directory / "book.epub");
+  EXPECT_FALSE(first || second);
   EXPECT_EQ(fingerprinter->calls, 1);
   EXPECT_EQ(registry->inFlightCount(), 0u);
   expectLedgerBalanced();
@@ -186,21 +186,9 @@ TEST_F(DocumentOpenRegistryTest, AnOpenOfAnActiveBookIsToldToReuseIt) {
   EXPECT_TRUE(second.reusedActiveSession);
 }
 
-TEST_F(DocumentOpenRegistryTest, ATraceRecordsTheIdentityStages) {
-  writeFile(directory / "book.epub", "the book");
-  auto trace = std::make_shared<OpenPerformanceTrace>();
-  PreparedDocumentIdentity identity =
-      run(OpenPerformanceTrace::bind(trace, open(directory / "book.epub")));
-  identity.sourceAccess->end();
-  const OpenPerformanceTrace::State state = trace->state();
-  EXPECT_EQ(state.identityCacheHit, false);
-  EXPECT_EQ(state.sourceByteCount, 8);
-  EXPECT_TRUE(state.durationsMS.contains("identityCacheLookup"));
-  EXPECT_TRUE(state.durationsMS.contains("fullFingerprint"));
-  EXPECT_TRUE(state.durationsMS.contains("securityScopedAccess"));
-}
-
-TEST(SecurityScopedAccessTest, EndingTwiceCountsOnceAndADestroyedLeaseEndsItself) {
+// Ending twice counts once, a destroyed lease ends itself, and one that outlives its ledger still
+// ends.
+TEST(SecurityScopedAccessTest, EveryLeaseEndsOnce) {
   auto ledger = std::make_shared<SecurityScopedAccessLedger>();
   auto lease = ledger->begin("/tmp/book.epub");
   EXPECT_FALSE(lease->systemGranted());
@@ -212,14 +200,10 @@ TEST(SecurityScopedAccessTest, EndingTwiceCountsOnceAndADestroyedLeaseEndsItself
   EXPECT_EQ(ledger->starts(), 2);
   EXPECT_EQ(ledger->stops(), 2);
   EXPECT_EQ(ledger->activeCount(), 0);
-}
-
-TEST(SecurityScopedAccessTest, ALeaseThatOutlivesItsLedgerStillEnds) {
-  auto ledger = std::make_shared<SecurityScopedAccessLedger>();
-  auto lease = ledger->begin("/tmp/book.epub");
+  auto outliving = ledger->begin("/tmp/book.epub");
   ledger.reset();
-  lease->end();
-  EXPECT_TRUE(lease->ended());
+  outliving->end();
+  EXPECT_TRUE(outliving->ended());
 }
 
 class SourceBookmarkStoreTest : public ::testing::Test, protected testing::RegistryFixture {
@@ -227,27 +211,26 @@ class SourceBookmarkStoreTest : public ::testing::Test, protected testing::Regis
   const std::string fingerprint = std::string(64, 'e');
 };
 
-TEST_F(SourceBookmarkStoreTest, AFileRenamedInItsDirectoryResolvesStaleAndIsRewritten) {
+// Renamed in its directory, the file resolves stale once and the bookmark is rewritten; gone, it
+// fails to resolve, as does a fingerprint never saved.
+TEST_F(SourceBookmarkStoreTest, FollowsARenameAndFailsForAFileThatIsGone) {
+  const auto resolve = [&](const std::string& of) {
+    return async::runUntilDone(bookmarkStore->resolve(of), 5s);
+  };
   writeFile(directory / "books/book.epub", "content");
   async::runUntilDone(bookmarkStore->save(directory / "books/book.epub", fingerprint), 5s);
-  EXPECT_EQ(async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s).isStale, false);
+  EXPECT_EQ(resolve(fingerprint).isStale, false);
   std::filesystem::rename(directory / "books/book.epub", directory / "books/renamed.epub");
-  const auto moved = async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s);
+  const auto moved = resolve(fingerprint);
   EXPECT_EQ(moved.url, directory / "books/renamed.epub");
   EXPECT_TRUE(moved.isStale);
   EXPECT_TRUE(moved.didRefresh);
-  const auto again = async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s);
+  const auto again = resolve(fingerprint);
   EXPECT_FALSE(again.isStale);
   EXPECT_EQ(again.url, directory / "books/renamed.epub");
-}
-
-TEST_F(SourceBookmarkStoreTest, AFileThatIsGoneFailsToResolve) {
-  writeFile(directory / "books/book.epub", "content");
-  async::runUntilDone(bookmarkStore->save(directory / "books/book.epub", fingerprint), 5s);
-  std::filesystem::remove(directory / "books/book.epub");
-  EXPECT_THROW(async::runUntilDone(bookmarkStore->resolve(fingerprint), 5s), std::system_error);
-  EXPECT_THROW(async::runUntilDone(bookmarkStore->resolve(std::string(64, 'f')), 5s),
-               std::system_error);
+  std::filesystem::remove(directory / "books/renamed.epub");
+  EXPECT_THROW(resolve(fingerprint), std::system_error);
+  EXPECT_THROW(resolve(std::string(64, 'f')), std::system_error);
 }
 
 TEST_F(SourceBookmarkStoreTest, AnInvalidFingerprintIsRefusedWithoutTouchingTheDisk) {
