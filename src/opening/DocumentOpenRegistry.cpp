@@ -2,12 +2,11 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <system_error>
 
 #include "async/OperationCancelled.h"
 #include "opening/OpeningFailures.h"
+#include "platform/EPUBFileName.h"
 
 namespace tomekeeper {
 
@@ -18,13 +17,6 @@ std::filesystem::path canonicalForm(const std::filesystem::path& file) {
   std::filesystem::path absolute = std::filesystem::absolute(file, error).lexically_normal();
   std::filesystem::path resolved = std::filesystem::weakly_canonical(absolute, error);
   return error ? absolute : resolved;
-}
-
-bool hasEPUBExtension(const std::filesystem::path& file) {
-  std::string extension = file.extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char character) { return std::tolower(character); });
-  return extension == ".epub";
 }
 
 }  // namespace
