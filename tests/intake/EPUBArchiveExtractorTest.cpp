@@ -96,27 +96,26 @@ class EPUBArchiveExtractorTest : public ::testing::Test {
   fs::path destination_ = directory_ / "out" / "Extracted";
 };
 
-TEST(ZipCRC32Test, AgreesWithZlibOnArbitraryBytes) {
+// Whole, and as a running state fed in pieces of any size.
+TEST(ZipCRC32Test, AgreesWithZlib) {
+  const auto bytesOf = [](const std::string& text) {
+    return std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+  };
+  EXPECT_EQ(ZipCRC32::of(bytesOf("123456789")), 0xCBF43926u);
   for (std::size_t size : {0, 1, 7, 4096, 100003}) {
-    const std::string bytes = randomBytes(size, static_cast<unsigned>(size));
-    const auto span = std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-    EXPECT_EQ(ZipCRC32::of(span), ZipArchiveBuilder::crc32(bytes)) << size;
+    EXPECT_EQ(ZipCRC32::of(bytesOf(randomBytes(size, static_cast<unsigned>(size)))),
+              ZipArchiveBuilder::crc32(randomBytes(size, static_cast<unsigned>(size))))
+        << size;
   }
-  const std::string check = "123456789";
-  EXPECT_EQ(ZipCRC32::of(std::span(reinterpret_cast<const std::uint8_t*>(check.data()), 9)),
-            0xCBF43926u);
-}
-
-TEST(ZipCRC32Test, ARunningStateFedInPiecesGivesTheWholeChecksum) {
   const std::string bytes = randomBytes(70001, 5);
-  const auto whole = std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  const auto whole = bytesOf(bytes);
   for (std::size_t piece : {1, 3, 4096, 65536}) {
     std::uint32_t state = ZipCRC32::kInitialState;
     for (std::size_t offset = 0; offset < whole.size(); offset += piece) {
       state =
           ZipCRC32::update(state, whole.subspan(offset, std::min(piece, whole.size() - offset)));
     }
-    EXPECT_EQ(ZipCRC32::finish(state), ZipCRC32::of(whole)) << piece;
+    EXPECT_EQ(ZipCRC32::finish(state), ZipArchiveBuilder::crc32(bytes)) << piece;
   }
 }
 
@@ -371,24 +370,20 @@ TEST_F(EPUBArchiveExtractorTest, RefusesWhatTheInspectorWouldHaveRefused) {
   }
 }
 
-TEST_F(EPUBArchiveExtractorTest, CancellationBeforeTheCommitLeavesNoDestination) {
-  const fs::path path = write(EpubBuilder());
-  std::stop_source source;
-  source.request_stop();
-  EXPECT_THROW(EPUBArchiveExtractor().extract(path, EPUBArchiveInspection{}, destination_,
-                                              source.get_token()),
-               async::OperationCancelled);
-  expectNothingLeftBehind();
-}
-
-TEST_F(EPUBArchiveExtractorTest, CancellationBetweenBlocksRemovesTheStagingDirectory) {
+// Before anything is written, and between the blocks of an entry.
+TEST_F(EPUBArchiveExtractorTest, CancellationLeavesNoDestinationNorStagingDirectory) {
   EpubBuilder book;
   book.addFile("OEBPS/big.bin", randomBytes(4096, 4), ZipArchiveBuilder::kStored);
   const fs::path path = write(book);
-  const EPUBArchiveInspection inspection = inspect(path);
+  std::stop_source stopped;
+  stopped.request_stop();
+  EXPECT_THROW(EPUBArchiveExtractor().extract(path, EPUBArchiveInspection{}, destination_,
+                                              stopped.get_token()),
+               async::OperationCancelled);
+  expectNothingLeftBehind();
   std::stop_source source;
   const EPUBArchiveExtractor extractor(64, std::make_shared<MisbehavingReads>(source, 10));
-  EXPECT_THROW(extractor.extract(path, inspection, destination_, source.get_token()),
+  EXPECT_THROW(extractor.extract(path, inspect(path), destination_, source.get_token()),
                async::OperationCancelled);
   expectNothingLeftBehind();
 }
@@ -400,44 +395,23 @@ TEST_F(EPUBArchiveExtractorTest, ADiskFaultAtAnyStepCommitsNothing) {
   const struct {
     const char* name;
     FileFault fault;
-    Durability durability;
-    Failure failure;
+    Failure failure = Failure::cannotCreateOutput;
+    Durability durability = Durability::synchronizeOnceBeforeCommit;
   } cases[] = {
-      {"staging directory refused",
-       {FileOperation::makeDirectory, EACCES, ".extract-"},
-       Durability::synchronizeOnceBeforeCommit,
-       Failure::cannotCreateOutput},
-      {"output file refused",
-       {FileOperation::open, EACCES, "chapter1.xhtml"},
-       Durability::synchronizeOnceBeforeCommit,
-       Failure::cannotCreateOutput},
-      {"disk full half-way through an entry",
-       {FileOperation::write, ENOSPC, "big.bin", 5},
-       Durability::synchronizeOnceBeforeCommit,
-       Failure::cannotCreateOutput},
-      {"disk full at a later entry",
-       {FileOperation::write, ENOSPC, "chapter1.xhtml"},
-       Durability::synchronizeOnceBeforeCommit,
-       Failure::cannotCreateOutput},
-      {"input/output error on write",
-       {FileOperation::write, EIO, ""},
-       Durability::synchronizeOnceBeforeCommit,
-       Failure::cannotCreateOutput},
-      {"close reports a lost write",
-       {FileOperation::close, ENOSPC, "big.bin"},
-       Durability::synchronizeOnceBeforeCommit,
-       Failure::cannotCreateOutput},
+      {"staging directory refused", {FileOperation::makeDirectory, EACCES, ".extract-"}},
+      {"output file refused", {FileOperation::open, EACCES, "chapter1.xhtml"}},
+      {"disk full half-way through an entry", {FileOperation::write, ENOSPC, "big.bin", 5}},
+      {"disk full at a later entry", {FileOperation::write, ENOSPC, "chapter1.xhtml"}},
+      {"input/output error on write", {FileOperation::write, EIO, ""}},
+      {"close reports a lost write", {FileOperation::close, ENOSPC, "big.bin"}},
       {"fsync of a file fails",
        {FileOperation::synchronize, EIO, "big.bin"},
-       Durability::synchronizeEachFile,
-       Failure::cannotCreateOutput},
+       Failure::cannotCreateOutput,
+       Durability::synchronizeEachFile},
       {"syncfs fails before the commit move",
-       {FileOperation::synchronizeFileSystem, EIO, ".extract-"},
-       Durability::synchronizeOnceBeforeCommit,
-       Failure::cannotCreateOutput},
+       {FileOperation::synchronizeFileSystem, EIO, ".extract-"}},
       {"the commit move fails",
        {FileOperation::renameWithoutReplacing, EIO, "Extracted"},
-       Durability::synchronizeOnceBeforeCommit,
        Failure::commitFailed},
   };
   EpubBuilder book;
