@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 #include "async/OperationCancelled.h"
@@ -15,151 +16,123 @@ namespace tomekeeper {
 namespace {
 
 template <typename Error>
-ReaderError map(Error error) {
-  return ReaderError::from(std::make_exception_ptr(std::move(error)));
+std::exception_ptr raised(Error error) {
+  return std::make_exception_ptr(std::move(error));
 }
 
 const ReaderErrorPolicy kInlineRetryable{true, false, true, ReaderErrorPresentation::inline_};
 const ReaderErrorPolicy kClosing{true, true, false, ReaderErrorPresentation::blocking};
+const ReaderErrorPolicy kDegraded{false, false, true, ReaderErrorPresentation::inline_};
 const char* const kGeneral = "This book could not be opened by the reader.";
+const char* const kHighlight = "A saved highlight could not be shown at its original text.";
+const char* const kProcessDied = "The book renderer stopped unexpectedly. You can reopen the book.";
+const char* const kCancelled = "The reading operation was cancelled.";
+const char* const kReadingData = "Your local reading data could not be saved or restored.";
 
-TEST(ReaderErrorTest, AReaderErrorPassesThroughUnchangedPolicyIncluded) {
-  const ReaderError original(ReaderErrorKind::corruptPublication, "shown", "logged",
-                             {false, true, false, ReaderErrorPresentation::alert});
-  EXPECT_EQ(map(original), original);
+ReaderError closing(std::string diagnostic) {
+  return {ReaderErrorKind::readerRuntimeFailed, kGeneral, std::move(diagnostic), kClosing};
+}
+ReaderError cancelled(std::string diagnostic) {
+  return {ReaderErrorKind::operationCancelled, kCancelled, std::move(diagnostic), kInlineRetryable};
+}
+ReaderError readingData(std::string diagnostic) {
+  return {ReaderErrorKind::persistenceFailed, kReadingData, std::move(diagnostic),
+          kInlineRetryable};
 }
 
-TEST(ReaderErrorTest, UnresolvedHighlightCodesAreDegradedAndNotRetryable) {
-  for (const char* code : {"annotation-anchor-unresolved", "highlight-rendering-unavailable"}) {
-    const ReaderError error =
-        map(ReaderBridgeFailure::runtime({code, "the message", std::string("the diagnostic")}));
-    EXPECT_EQ(error.kind(), ReaderErrorKind::readerRuntimeFailed);
-    EXPECT_EQ(error.userMessage(), "A saved highlight could not be shown at its original text.");
-    EXPECT_EQ(error.diagnosticCause(), std::string(code) + ": the diagnostic");
-    EXPECT_EQ(error.policy(),
-              (ReaderErrorPolicy{false, false, true, ReaderErrorPresentation::inline_}));
-  }
-  // Without a diagnostic, the message stands in for it.
-  const ReaderError error =
-      map(ReaderBridgeFailure::runtime({"annotation-anchor-unresolved", "no anchor", {}}));
-  EXPECT_EQ(error.diagnosticCause(), "annotation-anchor-unresolved: no anchor");
-}
-
-TEST(ReaderErrorTest, SelectionTooLongIsAnUnsupportedFeature) {
-  const ReaderError error =
-      map(ReaderBridgeFailure::runtime({"selection-too-long", "too long", std::string("x")}));
-  EXPECT_EQ(error.kind(), ReaderErrorKind::unsupportedFeature);
-  EXPECT_EQ(error.userMessage(), "Select fewer than 2000 characters to create a highlight.");
-  EXPECT_EQ(error.diagnosticCause(), "selection-too-long");
-  EXPECT_EQ(error.policy(), kInlineRetryable);
-}
-
-// Codes compare exactly: another letter case is an unknown code.
-TEST(ReaderErrorTest, AnUnknownRuntimeCodeClosesThePublicationWithoutShowingItsMessage) {
-  for (const char* code : {"layout-exploded", "Selection-Too-Long"}) {
-    const ReaderError error = map(ReaderBridgeFailure::runtime({code, "secret runtime text", {}}));
-    EXPECT_EQ(error.kind(), ReaderErrorKind::readerRuntimeFailed) << code;
-    EXPECT_EQ(error.userMessage(), kGeneral);
-    EXPECT_EQ(error.policy(), kClosing);
-  }
-}
-
-TEST(ReaderErrorTest, BridgeTimeoutIsARetryableAlert) {
-  const ReaderError error = map(ReaderBridgeFailure(ReaderBridgeFailure::Case::timedOut));
-  EXPECT_EQ(error.kind(), ReaderErrorKind::bridgeTimedOut);
-  EXPECT_EQ(error.userMessage(), "The reader took too long to respond. Try again.");
-  EXPECT_EQ(error.diagnosticCause(), "ReaderBridgeFailure.timedOut");
-  EXPECT_EQ(error.policy(), (ReaderErrorPolicy{true, false, true, ReaderErrorPresentation::alert}));
-}
-
-TEST(ReaderErrorTest, RuntimeLoadTimeoutClosesAndBlocks) {
-  const ReaderError error =
-      map(ReaderWebViewHostFailureError(ReaderWebViewHostFailure::runtimeLoadTimedOut));
-  EXPECT_EQ(error.kind(), ReaderErrorKind::readerRuntimeFailed);
-  EXPECT_EQ(error.diagnosticCause(), "ReaderWebViewHostFailure.runtimeLoadTimedOut");
-  EXPECT_EQ(error.policy(), kClosing);
-}
-
-TEST(ReaderErrorTest, AWebProcessThatDiedFromEitherSideIsReopenable) {
-  const ReaderError fromBridge =
-      map(ReaderBridgeFailure(ReaderBridgeFailure::Case::webContentProcessTerminated));
-  const ReaderError fromHost =
-      map(ReaderWebViewHostFailureError(ReaderWebViewHostFailure::webContentProcessTerminated));
-  for (const ReaderError& error : {fromBridge, fromHost}) {
-    EXPECT_EQ(error.kind(), ReaderErrorKind::webContentProcessTerminated);
-    EXPECT_EQ(error.userMessage(),
-              "The book renderer stopped unexpectedly. You can reopen the book.");
-    EXPECT_EQ(error.policy(), kInlineRetryable);
-  }
-  EXPECT_EQ(fromBridge.diagnosticCause(), "ReaderBridgeFailure.webContentProcessTerminated");
-  EXPECT_EQ(fromHost.diagnosticCause(), "ReaderWebViewHostFailure.webContentProcessTerminated");
-}
-
-TEST(ReaderErrorTest, EveryFormOfCancellationIsOperationCancelled) {
-  const std::vector<ReaderError> errors = {
-      map(ReaderBridgeFailure(ReaderBridgeFailure::Case::cancelled)),
-      map(ReaderBridgeFailure(ReaderBridgeFailure::Case::readerClosed)),
-      map(ReaderWebViewHostFailureError(ReaderWebViewHostFailure::closed)),
-      map(async::OperationCancelled()),
+// Each failure of the reader's subsystems, and the one record it becomes: the kind, the
+// sentence shown (never a runtime's own text), the diagnostic and the policy.
+TEST(ReaderErrorTest, MapsEveryFailureToItsRecord) {
+  using Kind = ReaderErrorKind;
+  using Bridge = ReaderBridgeFailure;
+  using Host = ReaderWebViewHostFailureError;
+  const ReaderError passedThrough(Kind::corruptPublication, "shown", "logged",
+                                  {false, true, false, ReaderErrorPresentation::alert});
+  const auto runtime = [](const char* code, const char* message,
+                          std::optional<std::string> diagnostic) {
+    return raised(Bridge::runtime({code, message, std::move(diagnostic)}));
   };
-  const std::vector<std::string> diagnostics = {
-      "ReaderBridgeFailure.cancelled", "ReaderBridgeFailure.readerClosed",
-      "ReaderWebViewHostFailure.closed", "OperationCancelled"};
-  for (size_t index = 0; index < errors.size(); ++index) {
-    EXPECT_EQ(errors[index].kind(), ReaderErrorKind::operationCancelled);
-    EXPECT_EQ(errors[index].userMessage(), "The reading operation was cancelled.");
-    EXPECT_EQ(errors[index].diagnosticCause(), diagnostics[index]);
-    EXPECT_EQ(errors[index].policy(), kInlineRetryable);
-  }
-}
-
-TEST(ReaderErrorTest, EveryPersistenceFailureLeavesReadingPossible) {
-  const std::vector<ReaderError> errors = {
-      map(ReadingPositionPersistenceFailureError(ReadingPositionPersistenceFailure::cannotRead)),
-      map(TypographyPreferencesPersistenceFailureError(
-          TypographyPreferencesPersistenceFailure::unsupportedSchema)),
-      map(ReadingThemePersistenceFailureError(ReadingThemePersistenceFailure::cannotWrite)),
-      map(ReadingModePersistenceFailureError(ReadingModePersistenceFailure::corruptStore)),
-      map(PageLayoutPersistenceFailureError(PageLayoutPersistenceFailure::cannotWrite)),
-      map(ScrolledContentWidthPersistenceFailureError(
-          ScrolledContentWidthPersistenceFailure::corruptStore)),
-      map(BookmarkPersistenceFailureError(BookmarkPersistenceFailure::invalidStore)),
-      map(AnnotationPersistenceFailureError(AnnotationPersistenceFailure::invalidFingerprint)),
+  const std::filesystem::filesystem_error gone("gone", std::make_error_code(std::errc::io_error));
+  const std::pair<std::exception_ptr, ReaderError> cases[] = {
+      {raised(passedThrough), passedThrough},
+      {runtime("annotation-anchor-unresolved", "the message", "the diagnostic"),
+       {Kind::readerRuntimeFailed, kHighlight, "annotation-anchor-unresolved: the diagnostic",
+        kDegraded}},
+      {runtime("highlight-rendering-unavailable", "the message", "the diagnostic"),
+       {Kind::readerRuntimeFailed, kHighlight, "highlight-rendering-unavailable: the diagnostic",
+        kDegraded}},
+      // Without a diagnostic, the message stands in for it.
+      {runtime("annotation-anchor-unresolved", "no anchor", {}),
+       {Kind::readerRuntimeFailed, kHighlight, "annotation-anchor-unresolved: no anchor",
+        kDegraded}},
+      {runtime("selection-too-long", "too long", "x"),
+       {Kind::unsupportedFeature, "Select fewer than 2000 characters to create a highlight.",
+        "selection-too-long", kInlineRetryable}},
+      // Codes compare exactly: another letter case is an unknown code.
+      {runtime("layout-exploded", "secret runtime text", {}),
+       closing("ReaderBridgeFailure.runtime(layout-exploded)")},
+      {runtime("Selection-Too-Long", "secret runtime text", {}),
+       closing("ReaderBridgeFailure.runtime(Selection-Too-Long)")},
+      {raised(Bridge(Bridge::Case::timedOut)),
+       {Kind::bridgeTimedOut,
+        "The reader took too long to respond. Try again.",
+        "ReaderBridgeFailure.timedOut",
+        {true, false, true, ReaderErrorPresentation::alert}}},
+      {raised(Host(ReaderWebViewHostFailure::runtimeLoadTimedOut)),
+       closing("ReaderWebViewHostFailure.runtimeLoadTimedOut")},
+      {raised(Bridge(Bridge::Case::webContentProcessTerminated)),
+       {Kind::webContentProcessTerminated, kProcessDied,
+        "ReaderBridgeFailure.webContentProcessTerminated", kInlineRetryable}},
+      {raised(Host(ReaderWebViewHostFailure::webContentProcessTerminated)),
+       {Kind::webContentProcessTerminated, kProcessDied,
+        "ReaderWebViewHostFailure.webContentProcessTerminated", kInlineRetryable}},
+      {raised(Bridge(Bridge::Case::cancelled)), cancelled("ReaderBridgeFailure.cancelled")},
+      {raised(Bridge(Bridge::Case::readerClosed)), cancelled("ReaderBridgeFailure.readerClosed")},
+      {raised(Host(ReaderWebViewHostFailure::closed)),
+       cancelled("ReaderWebViewHostFailure.closed")},
+      {raised(async::OperationCancelled()), cancelled("OperationCancelled")},
+      {raised(
+           ReadingPositionPersistenceFailureError(ReadingPositionPersistenceFailure::cannotRead)),
+       readingData("ReadingPositionPersistenceFailure.cannotRead")},
+      {raised(TypographyPreferencesPersistenceFailureError(
+           TypographyPreferencesPersistenceFailure::unsupportedSchema)),
+       readingData("TypographyPreferencesPersistenceFailure.unsupportedSchema")},
+      {raised(ReadingThemePersistenceFailureError(ReadingThemePersistenceFailure::cannotWrite)),
+       readingData("ReadingThemePersistenceFailure.cannotWrite")},
+      {raised(ReadingModePersistenceFailureError(ReadingModePersistenceFailure::corruptStore)),
+       readingData("ReadingModePersistenceFailure.corruptStore")},
+      {raised(PageLayoutPersistenceFailureError(PageLayoutPersistenceFailure::cannotWrite)),
+       readingData("PageLayoutPersistenceFailure.cannotWrite")},
+      {raised(ScrolledContentWidthPersistenceFailureError(
+           ScrolledContentWidthPersistenceFailure::corruptStore)),
+       readingData("ScrolledContentWidthPersistenceFailure.corruptStore")},
+      {raised(BookmarkPersistenceFailureError(BookmarkPersistenceFailure::invalidStore)),
+       readingData("BookmarkPersistenceFailure.invalidStore")},
+      {raised(AnnotationPersistenceFailureError(AnnotationPersistenceFailure::invalidFingerprint)),
+       readingData("AnnotationPersistenceFailure.invalidFingerprint")},
+      {raised(Bridge::protocolVersion(2)), closing("ReaderBridgeFailure.protocolVersion(2)")},
+      {raised(Bridge(Bridge::Case::malformedResponse)),
+       closing("ReaderBridgeFailure.malformedResponse")},
+      {raised(Bridge(Bridge::Case::navigationReset)),
+       closing("ReaderBridgeFailure.navigationReset")},
+      {raised(Host(ReaderWebViewHostFailure::alreadyLoading)),
+       closing("ReaderWebViewHostFailure.alreadyLoading")},
+      {raised(Host(ReaderWebViewHostFailure::runtimeLoadFailed)),
+       closing("ReaderWebViewHostFailure.runtimeLoadFailed")},
+      {raised(ReaderTypographyFailureError(ReaderTypographyFailure::invalidFontScale)),
+       closing("ReaderTypographyFailure.invalidFontScale")},
+      {raised(EPUBArchiveInspectionFailureError(EPUBArchiveInspectionFailure::symbolicLink)),
+       closing("EPUBArchiveInspectionFailure.symbolicLink")},
+      {raised(gone), closing(gone.what())},
   };
-  for (const ReaderError& error : errors) {
-    EXPECT_EQ(error.kind(), ReaderErrorKind::persistenceFailed) << error.diagnosticCause();
-    EXPECT_EQ(error.userMessage(), "Your local reading data could not be saved or restored.");
-    EXPECT_EQ(error.policy(), kInlineRetryable);
+  for (const auto& [error, expected] : cases) {
+    SCOPED_TRACE(expected.diagnosticCause());
+    const ReaderError actual = ReaderError::from(error);
+    EXPECT_EQ(actual.kind(), expected.kind());
+    EXPECT_EQ(actual.userMessage(), expected.userMessage());
+    EXPECT_EQ(actual.diagnosticCause(), expected.diagnosticCause());
+    EXPECT_EQ(actual.policy(), expected.policy());
   }
-  EXPECT_EQ(errors[6].diagnosticCause(), "BookmarkPersistenceFailure.invalidStore");
-  EXPECT_EQ(errors[7].diagnosticCause(), "AnnotationPersistenceFailure.invalidFingerprint");
-}
-
-TEST(ReaderErrorTest, EverythingElseClosesThePublication) {
-  const std::vector<ReaderError> errors = {
-      map(ReaderBridgeFailure::protocolVersion(2)),
-      map(ReaderBridgeFailure(ReaderBridgeFailure::Case::malformedResponse)),
-      map(ReaderBridgeFailure(ReaderBridgeFailure::Case::navigationReset)),
-      map(ReaderWebViewHostFailureError(ReaderWebViewHostFailure::alreadyLoading)),
-      map(ReaderWebViewHostFailureError(ReaderWebViewHostFailure::runtimeLoadFailed)),
-      map(ReaderTypographyFailureError(ReaderTypographyFailure::invalidFontScale)),
-      map(EPUBArchiveInspectionFailureError(EPUBArchiveInspectionFailure::symbolicLink)),
-      map(std::filesystem::filesystem_error("gone", std::make_error_code(std::errc::io_error))),
-  };
-  for (const ReaderError& error : errors) {
-    EXPECT_EQ(error.kind(), ReaderErrorKind::readerRuntimeFailed) << error.diagnosticCause();
-    EXPECT_EQ(error.userMessage(), kGeneral);
-    EXPECT_EQ(error.policy(), kClosing);
-  }
-  EXPECT_EQ(errors[0].diagnosticCause(), "ReaderBridgeFailure.protocolVersion(2)");
-  EXPECT_EQ(errors[5].diagnosticCause(), "ReaderTypographyFailure.invalidFontScale");
-}
-
-TEST(ReaderErrorTest, NoFailureProducesCorruptPublication) {
-  // The kind exists in the enumeration, but no row maps to it.
-  EXPECT_EQ(rawValue(ReaderErrorKind::corruptPublication), "corruptPublication");
-  EXPECT_EQ(rawValue(ReaderErrorKind::operationCancelled), "operationCancelled");
-  EXPECT_EQ(rawValue(ReaderErrorPresentation::inline_), "inline");
 }
 
 }  // namespace
