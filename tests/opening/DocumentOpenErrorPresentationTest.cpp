@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "intake/IntakeFailures.h"
 #include "opening/OpeningFailures.h"
@@ -12,8 +14,8 @@ namespace tomekeeper {
 namespace {
 
 template <typename Error>
-DocumentOpenErrorPresentation present(Error error) {
-  return DocumentOpenErrorPresentation::from(std::make_exception_ptr(std::move(error)));
+std::exception_ptr raised(Error error) {
+  return std::make_exception_ptr(std::move(error));
 }
 
 const DocumentOpenErrorPresentation kUnsafe{
@@ -31,89 +33,72 @@ const DocumentOpenErrorPresentation kGeneral{
     "unsupported.",
     ""};
 
-void expectTexts(const DocumentOpenErrorPresentation& actual,
-                 const DocumentOpenErrorPresentation& expected, const std::string& diagnostic) {
-  EXPECT_EQ(actual.title, expected.title) << diagnostic;
-  EXPECT_EQ(actual.message, expected.message) << diagnostic;
-  EXPECT_EQ(actual.diagnostic, diagnostic);
-}
-
-TEST(DocumentOpenErrorPresentationTest, AReaderErrorKeepsItsMessageAndDiagnostic) {
-  const ReaderError error(ReaderErrorKind::bridgeTimedOut, "Shown to the reader", "for the log",
-                          {});
-  EXPECT_EQ(present(error), (DocumentOpenErrorPresentation{"The EPUB couldn’t be opened",
-                                                           "Shown to the reader", "for the log"}));
-}
-
-TEST(DocumentOpenErrorPresentationTest, EachOpenFailureHasItsOwnAlert) {
-  EXPECT_EQ(present(DocumentOpenFailureError(DocumentOpenFailure::notAnEPUB)),
-            (DocumentOpenErrorPresentation{"Choose an EPUB file",
-                                           "Tomekeeper can open files with the .epub extension.",
-                                           "not-an-epub"}));
-  EXPECT_EQ(present(DocumentOpenFailureError(DocumentOpenFailure::sourceUnavailable)),
-            (DocumentOpenErrorPresentation{
-                "The EPUB can’t be accessed",
-                "The file may have moved, been deleted, or no longer be readable.",
-                "source-unavailable"}));
-  EXPECT_EQ(present(DocumentOpenFailureError(DocumentOpenFailure::relocatedContentMismatch)),
-            (DocumentOpenErrorPresentation{
-                "This isn’t the same EPUB",
-                "Choose the original file or an identical copy to restore its reading state.",
-                "relocated-content-mismatch"}));
-}
-
-TEST(DocumentOpenErrorPresentationTest, InspectionFailuresFallIntoThreeGroups) {
-  using enum EPUBArchiveInspectionFailure;
-  const std::vector<std::pair<EPUBArchiveInspectionFailure, DocumentOpenErrorPresentation>> rows = {
-      {invalidPath, kUnsafe},
-      {symbolicLink, kUnsafe},
-      {conflictingPath, kUnsafe},
-      {suspiciousExpansion, kUnsafe},
-      {unsupportedZIP64, kUnsupported},
-      {encryptedEntry, kUnsupported},
-      {unsupportedCompression, kUnsupported},
-      {malformedArchive, kDamaged},
-      {tooManyEntries, kDamaged},
-      {centralDirectoryTooLarge, kDamaged},
-      {missingMimetype, kDamaged},
-      {missingContainer, kDamaged},
+// Each failure an open can end in, and what the alert says: a sentence for the reader that
+// carries no path or code, and the diagnostic for the log.
+TEST(DocumentOpenErrorPresentationTest, PresentsEveryFailure) {
+  using Presentation = DocumentOpenErrorPresentation;
+  using Inspection = EPUBArchiveInspectionFailure;
+  using Validation = EPUBContainerValidationFailure;
+  const auto with = [](Presentation texts, std::string diagnostic) {
+    texts.diagnostic = std::move(diagnostic);
+    return texts;
   };
-  for (const auto& [failure, expected] : rows) {
-    const EPUBArchiveInspectionFailureError error(failure);
-    expectTexts(present(error), expected, error.reflectiveText());
+  std::vector<std::pair<std::exception_ptr, Presentation>> cases = {
+      {raised(
+           ReaderError(ReaderErrorKind::bridgeTimedOut, "Shown to the reader", "for the log", {})),
+       {"The EPUB couldn’t be opened", "Shown to the reader", "for the log"}},
+      {raised(DocumentOpenFailureError(DocumentOpenFailure::notAnEPUB)),
+       {"Choose an EPUB file", "Tomekeeper can open files with the .epub extension.",
+        "not-an-epub"}},
+      {raised(DocumentOpenFailureError(DocumentOpenFailure::sourceUnavailable)),
+       {"The EPUB can’t be accessed",
+        "The file may have moved, been deleted, or no longer be readable.", "source-unavailable"}},
+      {raised(DocumentOpenFailureError(DocumentOpenFailure::relocatedContentMismatch)),
+       {"This isn’t the same EPUB",
+        "Choose the original file or an identical copy to restore its reading state.",
+        "relocated-content-mismatch"}},
+      {raised(EPUBContainerValidationFailureError(Validation::unsupportedDRM)),
+       {"This EPUB is protected", "Tomekeeper doesn’t support DRM-protected books.",
+        "EPUBContainerValidationFailure.unsupportedDRM"}},
+      {raised(EPUBArchiveExtractionFailureError(EPUBArchiveExtractionFailure::sizeMismatch)),
+       with(kGeneral, "EPUBArchiveExtractionFailure.sizeMismatch")},
+      {raised(SourceBookmarkStoreFailureError(SourceBookmarkStoreFailure::invalidFingerprint)),
+       with(kGeneral, "SourceBookmarkStoreFailure.invalidFingerprint")},
+  };
+  for (const auto& [texts, failures] :
+       std::vector<std::pair<Presentation, std::vector<Inspection>>>{
+           {kUnsafe,
+            {Inspection::invalidPath, Inspection::symbolicLink, Inspection::conflictingPath,
+             Inspection::suspiciousExpansion}},
+           {kUnsupported,
+            {Inspection::unsupportedZIP64, Inspection::encryptedEntry,
+             Inspection::unsupportedCompression}},
+           {kDamaged,
+            {Inspection::malformedArchive, Inspection::tooManyEntries,
+             Inspection::centralDirectoryTooLarge, Inspection::missingMimetype,
+             Inspection::missingContainer}},
+       }) {
+    for (const Inspection failure : failures) {
+      const EPUBArchiveInspectionFailureError error(failure);
+      cases.emplace_back(raised(error), with(texts, error.reflectiveText()));
+    }
   }
-  EXPECT_EQ(present(EPUBArchiveInspectionFailureError(symbolicLink)).diagnostic,
-            "EPUBArchiveInspectionFailure.symbolicLink");
-}
-
-TEST(DocumentOpenErrorPresentationTest, ProtectedBooksAreToldApartFromDamagedOnes) {
-  using enum EPUBContainerValidationFailure;
-  expectTexts(present(EPUBContainerValidationFailureError(unsupportedDRM)),
-              {"This EPUB is protected", "Tomekeeper doesn’t support DRM-protected books.", ""},
-              "EPUBContainerValidationFailure.unsupportedDRM");
-  for (auto failure : {missingContainer, malformedContainer, missingRootfile, invalidRootfilePath,
-                       unavailablePackageDocument, malformedEncryptionMetadata}) {
+  for (const Validation failure :
+       {Validation::missingContainer, Validation::malformedContainer, Validation::missingRootfile,
+        Validation::invalidRootfilePath, Validation::unavailablePackageDocument,
+        Validation::malformedEncryptionMetadata}) {
     const EPUBContainerValidationFailureError error(failure);
-    expectTexts(present(error), kDamaged, error.reflectiveText());
+    cases.emplace_back(raised(error), with(kDamaged, error.reflectiveText()));
   }
-}
-
-TEST(DocumentOpenErrorPresentationTest, EverythingElseGetsTheGeneralText) {
-  expectTexts(
-      present(EPUBArchiveExtractionFailureError(EPUBArchiveExtractionFailure::sizeMismatch)),
-      kGeneral, "EPUBArchiveExtractionFailure.sizeMismatch");
-  expectTexts(
-      present(SourceBookmarkStoreFailureError(SourceBookmarkStoreFailure::invalidFingerprint)),
-      kGeneral, "SourceBookmarkStoreFailure.invalidFingerprint");
-  const std::system_error fileError(std::make_error_code(std::errc::permission_denied), "open");
-  expectTexts(present(fileError), kGeneral, fileError.what());
-}
-
-TEST(DocumentOpenErrorPresentationTest, NoUserTextCarriesAPathOrACode) {
-  const DocumentOpenErrorPresentation presentation = present(
-      std::system_error(std::make_error_code(std::errc::io_error), "/home/reader/book.epub"));
-  EXPECT_EQ(presentation.message.find("/home"), std::string::npos);
-  EXPECT_NE(presentation.diagnostic.find("/home/reader/book.epub"), std::string::npos);
+  const std::system_error fileError(std::make_error_code(std::errc::io_error),
+                                    "/home/reader/book.epub");
+  cases.emplace_back(raised(fileError), with(kGeneral, fileError.what()));
+  for (const auto& [error, expected] : cases) {
+    SCOPED_TRACE(expected.diagnostic);
+    EXPECT_EQ(DocumentOpenErrorPresentation::from(error), expected);
+  }
+  // The path is in the diagnostic only; the message is the general text.
+  EXPECT_NE(std::string(fileError.what()).find("/home/reader/book.epub"), std::string::npos);
 }
 
 }  // namespace
