@@ -129,9 +129,11 @@ TEST_F(OpenPublicationTest, TheCachesSinglePassTakesThePlaceOfTheHash) {
     try {
       const auto decision =
           async::runUntilDone(opener.prepare(book, testCase.expectedFingerprint), 10s);
+      EXPECT_FALSE(testCase.expectedFingerprint) << book << " opened as another book";
       EXPECT_EQ(std::get<CreateWindow>(decision).fingerprint,
                 PublicationFingerprintService::fingerprintFile(book, {}));
     } catch (const DocumentOpenFailureError& error) {
+      EXPECT_TRUE(testCase.expectedFingerprint) << book << " was refused";
       EXPECT_EQ(error.failure(), DocumentOpenFailure::relocatedContentMismatch);
     }
     EXPECT_EQ(fingerprinter->calls, testCase.hashes) << book;
