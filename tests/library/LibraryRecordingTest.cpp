@@ -89,40 +89,26 @@ TEST_F(LibraryRecordingTest, RecordsTheBookTheOpenRoadPrepared) {
 }
 
 TEST_F(LibraryRecordingTest, CoversThatCannotServeLeaveTheRecordWithoutOne) {
+  const std::string svg = "<svg xmlns='http://www.w3.org/2000/svg' width='9' height='9'/>";
   struct Case {
     const char* name;
-    std::string href;
-    std::string mediaType;
     std::vector<std::pair<std::string, std::string>> files;
     std::optional<std::pair<int, int>> thumbnailSize;
+    std::string href = "cover.png";
+    std::string mediaType = "image/png";
   };
   const Case cases[] = {
       {"SmallCoverKeepsItsSize",
-       "cover.png",
-       "image/png",
        {{"OEBPS/cover.png", testing::encodedImage(200, 100, "png")}},
        std::pair{200, 100}},
-      {"MissingFile", "cover.png", "image/png", {}, std::nullopt},
-      {"NotAnImage",
-       "cover.png",
-       "image/png",
-       {{"OEBPS/cover.png", "not a picture"}},
-       std::nullopt},
-      {"SVGIsNeverDecoded",
-       "cover.svg",
-       "image/svg+xml",
-       {{"OEBPS/cover.svg", "<svg xmlns='http://www.w3.org/2000/svg' width='9' height='9'/>"}},
-       std::nullopt},
-      {"SVGContentUnderARasterType",
-       "cover.png",
-       "image/png",
-       {{"OEBPS/cover.png", "<svg xmlns='http://www.w3.org/2000/svg' width='9' height='9'/>"}},
-       std::nullopt},
+      {"MissingFile", {}, std::nullopt},
+      {"NotAnImage", {{"OEBPS/cover.png", "not a picture"}}, std::nullopt},
+      {"SVGIsNeverDecoded", {{"OEBPS/cover.svg", svg}}, std::nullopt, "cover.svg", "image/svg+xml"},
+      {"SVGContentUnderARasterType", {{"OEBPS/cover.png", svg}}, std::nullopt},
       {"OutsideTheRoot",
-       "../../outside.png",
-       "image/png",
        {{"outside.png", testing::encodedImage(10, 10, "png")}},
-       std::nullopt},
+       std::nullopt,
+       "../../outside.png"},
   };
   for (const Case& testCase : cases) {
     SCOPED_TRACE(testCase.name);
