@@ -1,4 +1,5 @@
 import { describe, expect, it } from 'vitest';
+import type { TableOfContentsItem } from '../../src/bridge/records';
 import { parseNavigationDocument, parseNCX } from '../../src/publication/TableOfContents';
 
 const base = 'tomekeeper://publication/6F1E2D3C-4B5A-4968-8776-A5B4C3D2E1F0/OEBPS/';
@@ -28,49 +29,37 @@ const navigationDocument = `<?xml version="1.0" encoding="UTF-8"?>
 </body>
 </html>`;
 
-describe('NavigationDocument', () => {
-  it('ReadsTheTocNavigationWithNestedChildren', () => {
-    const items = parseNavigationDocument(navigationDocument, `${base}nav.xhtml`, base);
-    expect(items).toEqual([
-      { title: 'Chapter One', href: 'text/ch1.xhtml', children: [] },
-      {
-        title: 'Part Two',
-        href: 'text/ch2.xhtml#s1',
-        children: [
-          {
-            title: 'Section 2.1',
-            href: 'text/ch2.xhtml#s1',
-            children: [{ title: 'Deeper', href: 'text/ch2.xhtml#s1-1', children: [] }],
-          },
-          { title: 'Section 2.2', href: '../extra/ch3.xhtml', children: [] },
-        ],
-      },
-      { title: 'Picture chapter', href: 'text/ch4.xhtml', children: [] },
-    ]);
-  });
+// An entry of the contents as the parsers give it.
+const entry = (title: string, href: string, ...children: TableOfContentsItem[]): TableOfContentsItem => ({ title, href, children });
+const tocNavigation = (links: string) =>
+  `<html xmlns="http://www.w3.org/1999/xhtml" xmlns:epub="http://www.idpf.org/2007/ops"><body><nav epub:type="toc"><ol>${links}</ol></nav></body></html>`;
 
-  it('ResolvesLinksAgainstTheNavigationDocumentsOwnDirectory', () => {
-    const text = `<html xmlns="http://www.w3.org/1999/xhtml" xmlns:epub="http://www.idpf.org/2007/ops"><body>
-      <nav epub:type="toc"><ol><li><a href="ch1.xhtml#a">One</a></li></ol></nav></body></html>`;
-    expect(parseNavigationDocument(text, `${base}text/nav.xhtml`, base)).toEqual([
-      { title: 'One', href: 'text/ch1.xhtml#a', children: [] },
-    ]);
+describe('NavigationDocument', () => {
+  it.each<[string, string, string, TableOfContentsItem[]]>([
+    [
+      'ReadsTheTocNavigationWithNestedChildren',
+      navigationDocument,
+      'nav.xhtml',
+      [
+        entry('Chapter One', 'text/ch1.xhtml'),
+        entry('Part Two', 'text/ch2.xhtml#s1', entry('Section 2.1', 'text/ch2.xhtml#s1', entry('Deeper', 'text/ch2.xhtml#s1-1')), entry('Section 2.2', '../extra/ch3.xhtml')),
+        entry('Picture chapter', 'text/ch4.xhtml'),
+      ],
+    ],
+    ['ResolvesLinksAgainstTheNavigationDocumentsOwnDirectory', tocNavigation('<li><a href="ch1.xhtml#a">One</a></li>'), 'text/nav.xhtml', [entry('One', 'text/ch1.xhtml#a')]],
+    [
+      'FallsBackToTheHtmlParserForMarkupThatIsNotWellFormed',
+      '<html><body><nav epub:type="toc"><ol><li><a href="a.xhtml">A<br></a></li></ol></nav></body></html>',
+      'nav.xhtml',
+      [entry('A', 'a.xhtml')],
+    ],
+  ])('%s', (_name, text, location, expected) => {
+    expect(parseNavigationDocument(text, `${base}${location}`, base)).toEqual(expected);
   });
 
   it('KeepsNonAsciiFragmentsReachable', () => {
-    const text = `<html xmlns="http://www.w3.org/1999/xhtml" xmlns:epub="http://www.idpf.org/2007/ops"><body>
-      <nav epub:type="toc"><ol><li><a href="ch1.xhtml#見出し">見出し</a></li></ol></nav></body></html>`;
-    const [item] = parseNavigationDocument(text, `${base}nav.xhtml`, base);
+    const [item] = parseNavigationDocument(tocNavigation('<li><a href="ch1.xhtml#見出し">見出し</a></li>'), `${base}nav.xhtml`, base);
     expect(decodeURIComponent(item?.href ?? '')).toBe('ch1.xhtml#見出し');
-  });
-
-  it('FallsBackToTheHtmlParserForMarkupThatIsNotWellFormed', () => {
-    const text = `<html><body><nav epub:type="toc"><ol><li><a href="a.xhtml">A<br></a></li></ol></nav></body></html>`;
-    expect(parseNavigationDocument(text, `${base}nav.xhtml`, base)).toEqual([{ title: 'A', href: 'a.xhtml', children: [] }]);
-  });
-
-  it('RefusesADocumentWithoutNavigation', () => {
-    expect(() => parseNavigationDocument('<html xmlns="http://www.w3.org/1999/xhtml"><body/></html>', `${base}nav.xhtml`, base)).toThrow();
   });
 });
 
@@ -100,29 +89,18 @@ const ncx = `<?xml version="1.0" encoding="UTF-8"?>
 </ncx>`;
 
 describe('NCX', () => {
-  it('ReadsNestedNavigationPoints', () => {
+  it('ReadsNestedNavigationPointsAgainstTheNcxLocation', () => {
     expect(parseNCX(ncx, `${base}toc.ncx`, base)).toEqual([
-      {
-        title: 'Chapter 1',
-        href: 'text/ch1.xhtml',
-        children: [
-          {
-            title: 'Section 1.1',
-            href: 'text/ch1.xhtml#s1',
-            children: [{ title: 'Deep', href: 'text/ch1.xhtml#d', children: [] }],
-          },
-        ],
-      },
-      { title: 'Chapter 2', href: 'text/ch2.xhtml', children: [] },
+      entry('Chapter 1', 'text/ch1.xhtml', entry('Section 1.1', 'text/ch1.xhtml#s1', entry('Deep', 'text/ch1.xhtml#d'))),
+      entry('Chapter 2', 'text/ch2.xhtml'),
     ]);
+    expect(parseNCX(ncx, `${base}nav/toc.ncx`, base)[0]?.href).toBe('nav/text/ch1.xhtml');
   });
+});
 
-  it('ResolvesSourcesAgainstTheNcxLocation', () => {
-    const items = parseNCX(ncx, `${base}nav/toc.ncx`, base);
-    expect(items[0]?.href).toBe('nav/text/ch1.xhtml');
-  });
-
-  it('RefusesAnNcxWithoutNavMap', () => {
-    expect(() => parseNCX('<ncx xmlns="http://www.daisy.org/z3986/2005/ncx/"/>', `${base}toc.ncx`, base)).toThrow();
-  });
+it.each<[string, () => unknown]>([
+  ['RefusesADocumentWithoutNavigation', () => parseNavigationDocument('<html xmlns="http://www.w3.org/1999/xhtml"><body/></html>', `${base}nav.xhtml`, base)],
+  ['RefusesAnNcxWithoutNavMap', () => parseNCX('<ncx xmlns="http://www.daisy.org/z3986/2005/ncx/"/>', `${base}toc.ncx`, base)],
+])('%s', (_name, parse) => {
+  expect(parse).toThrow();
 });
