@@ -39,18 +39,25 @@ function expectEveryTextPositionRoundTrips(document: Document): void {
 }
 
 describe('CfiDocument', () => {
-  it('GeneratesAPathWithIdAssertionsAndTextAssertion', () => {
-    const document = xhtml('<section id="s1"><p id="p1">Hello <em>big</em> world</p></section>');
-    const text = textNodeContaining(document, 'world');
-    expect(cfiForPoint({ node: text, offset: 2 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2[s1]/2[p1]/3:2[ello big w,orld])');
+  // Where a point is generated from: a text node's offset, or a child offset of an element.
+  it.each<[string, string, (document: Document) => { node: Node; offset: number }, string]>([
+    ['GeneratesAPathWithIdAssertionsAndTextAssertion', '<section id="s1"><p id="p1">Hello <em>big</em> world</p></section>', (d) => ({ node: textNodeContaining(d, 'world'), offset: 2 }), 'epubcfi(/6/4[c1]!/4/2[s1]/2[p1]/3:2[ello big w,orld])'],
+    ['CountsTextSplitByACommentAsOneRun', '<p>abc<!-- note -->def</p>', (d) => ({ node: textNodeContaining(d, 'def'), offset: 1 }), 'epubcfi(/6/4[c1]!/4/2/1:4[abcd,ef])'],
+    ['PointsAtAnImageWithoutId', '<p>x<img src="a.png" alt=""/>y</p>', (d) => ({ node: d.body.firstElementChild as Element, offset: 1 }), 'epubcfi(/6/4[c1]!/4/2/2)'],
+    ['PointsAfterAnImageIntoTheTextThatFollows', '<p>x<img src="a.png" alt=""/>y</p>', (d) => ({ node: d.body.firstElementChild as Element, offset: 2 }), 'epubcfi(/6/4[c1]!/4/2/3:0[x,y])'],
+    [
+      'GivesAPointAtTheEndOfAnElementTheEndOfItsLastRun',
+      '<p>ab<em>c</em>de</p><p>next</p>',
+      (d) => ({ node: d.body.firstElementChild as Element, offset: (d.body.firstElementChild as Element).childNodes.length }),
+      'epubcfi(/6/4[c1]!/4/2/3:2[abcde,next])',
+    ],
+  ])('%s', (_name, body, locate, expected) => {
+    expect(cfiForPoint(locate(xhtml(body)), spine)).toBe(expected);
   });
 
-  it('CountsTextSplitByACommentAsOneRun', () => {
+  it('ResolvesAnOffsetIntoTextSplitByAComment', () => {
     const document = xhtml('<p>abc<!-- note -->def</p>');
-    const text = textNodeContaining(document, 'def');
-    expect(cfiForPoint({ node: text, offset: 1 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2/1:4[abcd,ef])');
-    const resolved = resolveCfiPoint(document, 'epubcfi(/6/4[c1]!/4/2/1:4)');
-    expect(resolved.point).toEqual({ node: text, offset: 1 });
+    expect(resolveCfiPoint(document, 'epubcfi(/6/4[c1]!/4/2/1:4)').point).toEqual({ node: textNodeContaining(document, 'def'), offset: 1 });
   });
 
   it('GivesTheSameCfiForTextSplitIntoSeveralNodes', () => {
@@ -92,20 +99,6 @@ describe('CfiDocument', () => {
     const resolved = resolveCfiPoint(document, cfi);
     expect(resolved.quality).toBe('exact');
     expect(resolved.point.node.childNodes[resolved.point.offset]).toBe(image);
-  });
-
-  it('PointsAtAnImageWithoutId', () => {
-    const document = xhtml('<p>x<img src="a.png" alt=""/>y</p>');
-    const paragraph = document.body.firstElementChild as Element;
-    expect(cfiForPoint({ node: paragraph, offset: 1 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2/2)');
-    expect(cfiForPoint({ node: paragraph, offset: 2 }, spine)).toBe('epubcfi(/6/4[c1]!/4/2/3:0[x,y])');
-  });
-
-  it('GivesAPointAtTheEndOfAnElementTheEndOfItsLastRun', () => {
-    const document = xhtml('<p>ab<em>c</em>de</p><p>next</p>');
-    const paragraph = document.body.firstElementChild as Element;
-    const cfi = cfiForPoint({ node: paragraph, offset: paragraph.childNodes.length }, spine);
-    expect(cfi).toBe('epubcfi(/6/4[c1]!/4/2/3:2[abcde,next])');
   });
 
   it.each([
@@ -244,34 +237,24 @@ function roundTrippedMatches(document: Document, query: string): { cfi: string; 
 }
 
 describe('RangeCfi', () => {
-  it('MapsAMatchInOneTextNodeToARangeCfiWithinIt', () => {
-    const document = xhtml('<p id="p1">Call me Ishmael.</p>');
-    const [match] = roundTrippedMatches(document, 'ishmael');
-    expect(match).toEqual({
-      cfi: 'epubcfi(/6/8[chapter]!/4/2[p1],/1:8[Call me ,Ishmael.],/1:15[me Ishmael,.])',
-      text: 'Ishmael',
-      resolved: 'Ishmael',
-    });
-  });
-
-  it('MapsAMatchSplitByInlineElementsToARangeOverThem', () => {
-    const document = xhtml('<p>a <span>wh</span><b>a</b>le and <i>a</i> <em>WH<strong>ALE</strong></em></p>');
-    const matches = roundTrippedMatches(document, 'whale');
-    expect(matches.map((match) => match.resolved)).toEqual(['whale', 'WHALE']);
-    expect(matches[0]?.cfi).toBe('epubcfi(/6/8[chapter]!/4/2,/2/1:0[a ,whale and ],/5:2[a whale, and a WHA])');
-  });
-
-  it('KeepsRangesOfMatchesWithDiacriticsAndMarksWhole', () => {
-    const document = xhtml('<p>Un cafe\u0301 et un <em>caf</em>é.</p>');
-    const matches = roundTrippedMatches(document, 'CAFE');
-    expect(matches.map((match) => match.resolved)).toEqual(['cafe\u0301', 'café']);
-  });
-
-  it('SpansParagraphsWhenTheMatchCrossesABlockBoundary', () => {
-    const document = xhtml('<p>the end.</p><p>Start again</p>');
-    const matches = roundTrippedMatches(document, 'end. start');
-    expect(matches.map((match) => match.resolved)).toEqual(['end.Start']);
-    expect(matches[0]?.cfi).toBe('epubcfi(/6/8[chapter]!/4,/2/1:4[the ,end.Start ],/4/1:5[ end.Start, again])');
+  // Every match resolves back to its characters (checked in roundTrippedMatches); the first
+  // match's CFI where given.
+  it.each<[string, string, string, string[], string | undefined]>([
+    ['MapsAMatchInOneTextNodeToARangeCfiWithinIt', '<p id="p1">Call me Ishmael.</p>', 'ishmael', ['Ishmael'], 'epubcfi(/6/8[chapter]!/4/2[p1],/1:8[Call me ,Ishmael.],/1:15[me Ishmael,.])'],
+    [
+      'MapsAMatchSplitByInlineElementsToARangeOverThem',
+      '<p>a <span>wh</span><b>a</b>le and <i>a</i> <em>WH<strong>ALE</strong></em></p>',
+      'whale',
+      ['whale', 'WHALE'],
+      'epubcfi(/6/8[chapter]!/4/2,/2/1:0[a ,whale and ],/5:2[a whale, and a WHA])',
+    ],
+    ['KeepsRangesOfMatchesWithDiacriticsAndMarksWhole', '<p>Un cafe\u0301 et un <em>caf</em>é.</p>', 'CAFE', ['cafe\u0301', 'café'], undefined],
+    ['SpansParagraphsWhenTheMatchCrossesABlockBoundary', '<p>the end.</p><p>Start again</p>', 'end. start', ['end.Start'], 'epubcfi(/6/8[chapter]!/4,/2/1:4[the ,end.Start ],/4/1:5[ end.Start, again])'],
+  ])('%s', (_name, body, query, resolved, firstCfi) => {
+    const matches = roundTrippedMatches(xhtml(body), query);
+    expect(matches.map((match) => match.resolved)).toEqual(resolved);
+    expect(matches.map((match) => match.text)).toEqual(resolved);
+    if (firstCfi !== undefined) expect(matches[0]?.cfi).toBe(firstCfi);
   });
 
   it('LooksThroughNodesThatTheRuntimeAdded', () => {
