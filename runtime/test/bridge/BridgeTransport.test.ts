@@ -1,7 +1,6 @@
 import { describe, expect, it } from 'vitest';
 import { BridgeRequestError } from '../../src/bridge/BridgeRequestError';
 import { BridgeTransport, type MethodHandler } from '../../src/bridge/BridgeTransport';
-import { bridgeCatalogue } from '../../src/bridge/catalogue';
 
 interface Captured {
   type: string;
@@ -155,14 +154,5 @@ describe('BridgeTransport', () => {
     const { transport } = makeTransport({ next: () => ({}) });
     await transport.receive(envelope('next'));
     expect(() => transport.emit('somethingElse', {})).toThrow();
-  });
-
-  // The response and event names and the version on the wire are the catalogue's.
-  it('UsesTheDomEventNamesOfTheCatalogue', () => {
-    expect([bridgeCatalogue.responseEventName, bridgeCatalogue.eventEventName, bridgeCatalogue.protocolVersion]).toEqual([
-      'tomekeeper-bridge-response',
-      'tomekeeper-bridge-event',
-      1,
-    ]);
   });
 });
