@@ -14,17 +14,23 @@ function placedText(document: Document, annotation: RuntimeAnnotation): { text?:
 }
 
 describe('AnnotationPlacement', () => {
-  it('PlacesAFreshHighlightByItsCfi', () => {
-    const document = sectionDocument(chapter);
-    const annotation = highlightOf(document, 'never mind how long');
-    expect(annotation.locator.cfi).toMatch(/^epubcfi\(\/6\/8\[ch3\]!\/4\/2\[a\],\/1:\d+/);
-    expect(placedText(sectionDocument(chapter), annotation)).toEqual({ text: 'never mind how long', resolution: 'cfi' });
+  // [name, the highlighted words and which of them, the section as it is now, where it lands]
+  it.each<[string, [string, number], string, { text?: string; resolution: string }]>([
+    ['PlacesAFreshHighlightByItsCfi', ['never mind how long', 0], chapter, { text: 'never mind how long', resolution: 'cfi' }],
+    ['FollowsTheIdAssertionsOfTheCfiWhenAParagraphMoved', ['the spleen', 0], `<p>Foreword.</p>${chapter}`, { text: 'the spleen', resolution: 'cfi' }],
+    ['LeavesAHighlightUnresolvedWhenItsWordsChanged', ['the spleen', 0], chapter.replace('the spleen', 'the gloom'), { resolution: 'unresolved' }],
+    ['KeepsTheCfiPlacementWhenTheWordsAreStillThere', ['the', 1], chapter, { text: 'the', resolution: 'cfi' }],
+    // "the" is highlighted in "regulating the circulation"; that passage is rewritten, and other
+    // "the"s remain in the section. None of them may take the highlight.
+    ['DoesNotMoveAShortHighlightToTheSameWordsElsewhere', ['the', 1], chapter.replace('regulating the circulation', 'keeping my blood moving'), { resolution: 'unresolved' }],
+  ])('%s', (_name, [words, occurrence], now, expected) => {
+    const annotation = highlightOf(sectionDocument(chapter), words, 3, occurrence);
+    expect(placedText(sectionDocument(now), annotation)).toEqual(expected);
   });
 
-  it('FollowsTheIdAssertionsOfTheCfiWhenAParagraphMoved', () => {
-    const annotation = highlightOf(sectionDocument(chapter), 'the spleen');
-    const edited = sectionDocument(`<p>Foreword.</p>${chapter}`);
-    expect(placedText(edited, annotation)).toEqual({ text: 'the spleen', resolution: 'cfi' });
+  it('DescribesAHighlightByACfiIntoItsParagraphAndItsOwnOccurrence', () => {
+    expect(highlightOf(sectionDocument(chapter), 'never mind how long').locator.cfi).toMatch(/^epubcfi\(\/6\/8\[ch3\]!\/4\/2\[a\],\/1:\d+/);
+    expect(highlightOf(sectionDocument(chapter), 'the', 3, 1).locator.excerpt?.suffix?.startsWith(' circulation')).toBe(true);
   });
 
   it('FindsTheSameWordsAfterTheMarkupAroundThemChanged', () => {
@@ -38,26 +44,6 @@ describe('AnnotationPlacement', () => {
     const bare = { ...annotation, locator: { ...annotation.locator, cfi: (annotation.locator.cfi as string).replace(/(:\d+)\[[^\]]*\]/g, '$1') } };
     expect(bare.locator.cfi).not.toContain('spleen');
     expect(placedText(edited, bare)).toEqual({ text: 'the spleen', resolution: 'excerpt' });
-  });
-
-  it('LeavesAHighlightUnresolvedWhenItsWordsChanged', () => {
-    const annotation = highlightOf(sectionDocument(chapter), 'the spleen');
-    const edited = sectionDocument(chapter.replace('the spleen', 'the gloom'));
-    expect(placedText(edited, annotation)).toEqual({ resolution: 'unresolved' });
-  });
-
-  it('DoesNotMoveAShortHighlightToTheSameWordsElsewhere', () => {
-    // "the" is highlighted in "regulating the circulation"; that passage is rewritten, and other
-    // "the"s remain in the section. None of them may take the highlight.
-    const annotation = highlightOf(sectionDocument(chapter), 'the', 3, 1);
-    expect(annotation.locator.excerpt?.suffix?.startsWith(' circulation')).toBe(true);
-    const edited = sectionDocument(chapter.replace('regulating the circulation', 'keeping my blood moving'));
-    expect(placedText(edited, annotation)).toEqual({ resolution: 'unresolved' });
-  });
-
-  it('KeepsTheCfiPlacementWhenTheWordsAreStillThere', () => {
-    const annotation = highlightOf(sectionDocument(chapter), 'the', 3, 1);
-    expect(placedText(sectionDocument(chapter), annotation)).toEqual({ text: 'the', resolution: 'cfi' });
   });
 
   it('PlacesAHighlightWithAnUnreadableCfiByItsExcerpt', () => {
