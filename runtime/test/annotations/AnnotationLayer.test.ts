@@ -53,13 +53,19 @@ const idA = '11111111-1111-4111-8111-111111111111';
 const idB = '22222222-2222-4222-8222-222222222222';
 
 describe('AnnotationLayer', () => {
-  it('ResolvesAHighlightOfASectionNotOnScreenFromTheParsedSection', async () => {
-    const { layer, events, parsed, flush } = harness();
+  it('ResolvesAHighlightOfASectionNotOnScreenAndSendsNothingMoreWhenItLoads', async () => {
+    const { layer, events, parsed, loaded, flush } = harness();
     parsed.set(3, sectionDocument(chapter));
     const annotation = { ...highlightOf(sectionDocument(chapter), 'the spleen'), id: idA };
     expect(await layer.add(annotation)).toEqual({ rendered: true, resolution: 'cfi' });
     flush();
     expect(events).toEqual([{ resolved: [idA], unresolved: [] }]);
+    // The section loads and no placement changes.
+    const view = fakeView(3, sectionDocument(chapter));
+    loaded.push(view);
+    layer.sectionPrepared(view);
+    flush();
+    expect(events).toHaveLength(1);
   });
 
   it('ReportsAHighlightWhoseTextChangedAsUnresolvedAndDrawsItWhenItsSectionLoads', async () => {
@@ -78,18 +84,6 @@ describe('AnnotationLayer', () => {
     flush();
     expect(events[1]).toEqual({ resolved: [idA], unresolved: [] });
     expect(layer.ids()).toEqual({ resolved: [idA, idB], unresolved: [] });
-  });
-
-  it('SendsNothingWhenASectionLoadChangesNoPlacement', async () => {
-    const { layer, events, parsed, loaded, flush } = harness();
-    parsed.set(3, sectionDocument(chapter));
-    await layer.add({ ...highlightOf(sectionDocument(chapter), 'the spleen'), id: idA });
-    flush();
-    const view = fakeView(3, sectionDocument(chapter));
-    loaded.push(view);
-    layer.sectionPrepared(view);
-    flush();
-    expect(events).toHaveLength(1);
   });
 
   it('PlacesAHighlightInTheLoadedSectionDirectly', async () => {
