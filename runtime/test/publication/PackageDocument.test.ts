@@ -85,23 +85,17 @@ describe('PackageDocument', () => {
     expect(parsed.ncxURL).toBe(`${base}toc.ncx`);
   });
 
-  it('TakesAnEpub2CoverMetaThatNamesAnHref', () => {
+  // A cover meta names a manifest item or an image's href; one that names a document is no cover.
+  it.each([
+    ['TakesAnEpub2CoverMetaThatNamesAnHref', 'img/c.jpg', `${base}img/c.jpg`],
+    ['IgnoresACoverMetaThatNamesADocument', 't', undefined],
+  ])('%s', (_name, content, cover) => {
     const text = `<package xmlns="http://www.idpf.org/2007/opf" version="2.0">
-      <metadata xmlns:dc="http://purl.org/dc/elements/1.1/"><meta name="cover" content="img/c.jpg"/></metadata>
+      <metadata xmlns:dc="http://purl.org/dc/elements/1.1/"><meta name="cover" content="${content}"/></metadata>
       <manifest><item id="i" href="img/c.jpg" media-type="image/jpeg"/><item id="t" href="t.xhtml" media-type="application/xhtml+xml"/></manifest>
       <spine><itemref idref="t"/></spine></package>`;
-    expect(parsePackageDocument(text, packageURL, base).coverURL).toBe(`${base}img/c.jpg`);
-  });
-
-  it('IgnoresACoverMetaThatNamesADocument', () => {
-    const text = `<package xmlns="http://www.idpf.org/2007/opf" version="2.0">
-      <metadata xmlns:dc="http://purl.org/dc/elements/1.1/"><meta name="cover" content="t"/></metadata>
-      <manifest><item id="t" href="t.xhtml" media-type="application/xhtml+xml"/></manifest>
-      <spine><itemref idref="t"/></spine></package>`;
     const parsed = parsePackageDocument(text, packageURL, base);
-    expect(parsed.coverURL).toBeUndefined();
-    expect(parsed.title).toBeUndefined();
-    expect(parsed.creators).toEqual([]);
+    expect([parsed.coverURL, parsed.title, parsed.creators]).toEqual([cover, undefined, []]);
   });
 
   it('FramesOnlySpineItemsOfARenderedType', () => {
