@@ -51,11 +51,8 @@ describe('notes', () => {
   );
   const element = (id: string): Element => doc.getElementById(id) as Element;
 
-  it('TellsNoteReferencesByTypeOrRole', () => {
+  it('TellsNotesAndTheirReferencesByTypeOrRole', () => {
     expect(['epub', 'role', 'plain'].map((id) => isNoteReference(element(id)))).toEqual([true, true, false]);
-  });
-
-  it('TellsNotesByTypeOrRole', () => {
     expect(['n1', 'n2', 'n3'].map((id) => isNote(element(id)))).toEqual([true, true, false]);
   });
 });
