@@ -123,6 +123,16 @@ std::uint32_t centralDirectorySize() {
 // its names; the inspection ends in the case's failure, or passes.
 TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
   using Entry = ZipArchiveBuilder::Entry;
+  using End = ZipArchiveBuilder::EndRecord;
+  // Changes to one field of the end record, or of the chapter's entry.
+  const auto endField = [](auto field, auto value) {
+    return [=](EpubBuilder& book) { book.archive().endRecord().*field = value; };
+  };
+  const auto chapterField = [](auto field, auto value) {
+    return [=](EpubBuilder& book) {
+      book.archive().entryNamed("OEBPS/chapter1.xhtml").*field = value;
+    };
+  };
   const auto chapter = [](void (*change)(Entry&)) {
     return
         [change](EpubBuilder& book) { change(book.archive().entryNamed("OEBPS/chapter1.xhtml")); };
@@ -137,9 +147,6 @@ TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
         }
       }
     };
-  };
-  const auto directorySize = [](std::uint32_t size) {
-    return [size](EpubBuilder& book) { book.archive().endRecord().centralDirectorySize = size; };
   };
   struct Case {
     std::string name;
@@ -164,12 +171,12 @@ TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
        },
        std::nullopt},
       // The longer directory takes in the first bytes of the end record.
-      {"a central directory with trailing bytes", directorySize(centralDirectorySize() + 4),
-       Failure::malformedArchive},
-      {"a central directory missing a byte", directorySize(centralDirectorySize() - 1),
-       Failure::invalidPath},
-      {"a central directory of the exact size", directorySize(centralDirectorySize()),
-       std::nullopt},
+      {"a central directory with trailing bytes",
+       endField(&End::centralDirectorySize, centralDirectorySize() + 4), Failure::malformedArchive},
+      {"a central directory missing a byte",
+       endField(&End::centralDirectorySize, centralDirectorySize() - 1), Failure::invalidPath},
+      {"a central directory of the exact size",
+       endField(&End::centralDirectorySize, centralDirectorySize()), std::nullopt},
       {"a mimetype that comes last and is compressed",
        [](EpubBuilder& book) {
          book.archive().remove("mimetype");
@@ -207,34 +214,25 @@ TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
       {"bytes after the comment",
        [](EpubBuilder& book) { book.archive().setBytesAfterEndRecord("junk"); },
        Failure::malformedArchive},
-      {"another disk", [](EpubBuilder& book) { book.archive().endRecord().diskNumber = 1; },
+      {"another disk", endField(&End::diskNumber, 1), Failure::malformedArchive},
+      {"the directory on another disk", endField(&End::centralDirectoryDisk, 1),
        Failure::malformedArchive},
-      {"the directory on another disk",
-       [](EpubBuilder& book) { book.archive().endRecord().centralDirectoryDisk = 1; },
-       Failure::malformedArchive},
-      {"entries on other disks",
-       [](EpubBuilder& book) { book.archive().endRecord().entriesOnDisk = 3; },
-       Failure::malformedArchive},
+      {"entries on other disks", endField(&End::entriesOnDisk, 3), Failure::malformedArchive},
       {"the ZIP64 entry count",
        [](EpubBuilder& book) {
          book.archive().endRecord().entriesOnDisk = 0xFFFF;
          book.archive().endRecord().totalEntries = 0xFFFF;
        },
        Failure::unsupportedZIP64},
-      {"the ZIP64 directory size",
-       [](EpubBuilder& book) { book.archive().endRecord().centralDirectorySize = 0xFFFFFFFF; },
+      {"the ZIP64 directory size", endField(&End::centralDirectorySize, 0xFFFFFFFF),
        Failure::unsupportedZIP64},
-      {"the ZIP64 directory offset",
-       [](EpubBuilder& book) { book.archive().endRecord().centralDirectoryOffset = 0xFFFFFFFF; },
+      {"the ZIP64 directory offset", endField(&End::centralDirectoryOffset, 0xFFFFFFFF),
        Failure::unsupportedZIP64},
-      {"a ZIP64 compressed size",
-       chapter([](Entry& entry) { entry.centralCompressedSize = 0xFFFFFFFF; }),
+      {"a ZIP64 compressed size", chapterField(&Entry::centralCompressedSize, 0xFFFFFFFF),
        Failure::unsupportedZIP64},
-      {"a ZIP64 uncompressed size",
-       chapter([](Entry& entry) { entry.centralUncompressedSize = 0xFFFFFFFF; }),
+      {"a ZIP64 uncompressed size", chapterField(&Entry::centralUncompressedSize, 0xFFFFFFFF),
        Failure::unsupportedZIP64},
-      {"a ZIP64 local header offset",
-       chapter([](Entry& entry) { entry.centralLocalHeaderOffset = 0xFFFFFFFF; }),
+      {"a ZIP64 local header offset", chapterField(&Entry::centralLocalHeaderOffset, 0xFFFFFFFF),
        Failure::unsupportedZIP64},
       {"10 001 entries declared",
        [](EpubBuilder& book) {
@@ -265,17 +263,13 @@ TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
          book.archive().setBytesBeforeCentralDirectory(std::string(2900000, '\0'));
        },
        Failure::suspiciousExpansion},
-      {"a central directory above its limit",
-       [](EpubBuilder& book) { book.archive().endRecord().centralDirectorySize = 67108865; },
+      {"a central directory above its limit", endField(&End::centralDirectorySize, 67108865),
        Failure::centralDirectoryTooLarge},
       // Exactly the limit passes that check and fails the next: it runs past the file.
-      {"a central directory at its limit",
-       [](EpubBuilder& book) { book.archive().endRecord().centralDirectorySize = 67108864; },
+      {"a central directory at its limit", endField(&End::centralDirectorySize, 67108864),
        Failure::malformedArchive},
-      {"the encrypted flag", chapter([](Entry& entry) { entry.flags = 0x0001; }),
-       Failure::encryptedEntry},
-      {"method 12", chapter([](Entry& entry) { entry.method = 12; }),
-       Failure::unsupportedCompression},
+      {"the encrypted flag", chapterField(&Entry::flags, 0x0001), Failure::encryptedEntry},
+      {"method 12", chapterField(&Entry::method, 12), Failure::unsupportedCompression},
       {"a stored entry whose sizes differ",
        [](EpubBuilder& book) {
          book.archive().entryNamed("mimetype").centralUncompressedSize = 21;
@@ -287,19 +281,16 @@ TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
          book.archive().entryNamed("OEBPS/chapter1.xhtml").flags = 0x0001;
        },
        Failure::unsupportedCompression},
-      {"local flags that differ", chapter([](Entry& entry) { entry.localFlags = 0x0800; }),
+      {"local flags that differ", chapterField(&Entry::localFlags, 0x0800),
        Failure::malformedArchive},
-      {"a local method that differs", chapter([](Entry& entry) { entry.localMethod = 0; }),
+      {"a local method that differs", chapterField(&Entry::localMethod, 0),
        Failure::malformedArchive},
-      {"a local name that differs",
-       chapter([](Entry& entry) { entry.localName = "OEBPS/chapter2.xhtml"; }),
+      {"a local name that differs", chapterField(&Entry::localName, "OEBPS/chapter2.xhtml"),
        Failure::malformedArchive},
-      {"an empty local name", chapter([](Entry& entry) { entry.localName = ""; }),
+      {"an empty local name", chapterField(&Entry::localName, ""), Failure::malformedArchive},
+      {"a wrong local signature", chapterField(&Entry::localSignature, 0x04034b51),
        Failure::malformedArchive},
-      {"a wrong local signature", chapter([](Entry& entry) { entry.localSignature = 0x04034b51; }),
-       Failure::malformedArchive},
-      {"a local header offset off by one",
-       chapter([](Entry& entry) { entry.centralLocalHeaderOffset = 1; }),
+      {"a local header offset off by one", chapterField(&Entry::centralLocalHeaderOffset, 1),
        Failure::malformedArchive},
       {"local sizes and CRC are not compared", chapter([](Entry& entry) {
          entry.localCRC = 1;
@@ -308,22 +299,19 @@ TEST_F(EPUBArchiveInspectorTest, JudgesABookByItsRecords) {
        }),
        std::nullopt},
       {"data that runs into the central directory",
-       chapter([](Entry& entry) { entry.centralCompressedSize = 100000; }),
-       Failure::malformedArchive},
+       chapterField(&Entry::centralCompressedSize, 100000), Failure::malformedArchive},
       {"a local header beyond the central directory",
-       chapter([](Entry& entry) { entry.centralLocalHeaderOffset = 0x7FFFFFFF; }),
-       Failure::malformedArchive},
-      {"a name that runs past the directory",
-       chapter([](Entry& entry) { entry.centralNameLength = 4000; }), Failure::invalidPath},
+       chapterField(&Entry::centralLocalHeaderOffset, 0x7FFFFFFF), Failure::malformedArchive},
+      {"a name that runs past the directory", chapterField(&Entry::centralNameLength, 4000),
+       Failure::invalidPath},
       {"invalid UTF-8 under the UTF-8 flag",
        [](EpubBuilder& book) {
          book.addFile("OEBPS/\xFF.xhtml", "x");
          book.archive().entryNamed("OEBPS/\xFF.xhtml").flags = 0x0800;
        },
        Failure::invalidPath},
-      {"symbolic link attributes", chapter([](Entry& entry) {
-         entry.externalAttributes = ZipArchiveBuilder::kSymbolicLinkAttributes;
-       }),
+      {"symbolic link attributes",
+       chapterField(&Entry::externalAttributes, ZipArchiveBuilder::kSymbolicLinkAttributes),
        Failure::symbolicLink},
       {"symbolic link attributes on a directory name",
        [](EpubBuilder& book) {
