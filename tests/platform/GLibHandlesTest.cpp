@@ -4,6 +4,7 @@
 
 #include "platform/GLibError.h"
 #include "platform/GLibString.h"
+#include "platform/GObjectHandle.h"
 #include "platform/GVariantHandle.h"
 
 namespace tomekeeper {
@@ -37,12 +38,49 @@ TEST(GLibHandlesTest, AMovedHolderLeavesNothingBehind) {
   GLibString moved = std::move(text);
   EXPECT_FALSE(text);  // NOLINT(bugprone-use-after-move)
   EXPECT_EQ(moved.string(), "chapter");
+  // Assigning over a held string frees it; assigning a holder to itself keeps its string.
+  moved = GLibString(g_strdup("  appendix  "));
+  GLibString& same = moved;
+  moved = std::move(same);
+  g_strstrip(moved.data());
+  EXPECT_STREQ(moved.get(), "appendix");
+
+  auto object = GObjectHandle<GObject>::adopt(G_OBJECT(g_object_new(G_TYPE_OBJECT, nullptr)));
+  auto other = std::move(object);
+  EXPECT_FALSE(object);  // NOLINT(bugprone-use-after-move)
+  ASSERT_TRUE(other);
+  other = GObjectHandle<GObject>::adopt(G_OBJECT(g_object_new(G_TYPE_OBJECT, nullptr)));
+  EXPECT_EQ(other.get()->ref_count, 1u);
 }
 
 TEST(GLibHandlesTest, ANullStringReadsAsEmpty) {
   const GLibString none(nullptr);
   EXPECT_FALSE(none);
   EXPECT_EQ(none.string(), "");
+  EXPECT_FALSE(GLibError());
+  EXPECT_STREQ(GLibError().message(), "");
+}
+
+// A floating object is sunk into the holder's one reference; a weak reference reads empty once
+// the last holder lets go.
+TEST(GLibHandlesTest, AnObjectHolderOwnsOneReferenceAndAWeakOneSeesItGo) {
+  GObjectHandle<GObject> held = GObjectHandle<GObject>::adopt(
+      G_OBJECT(g_object_new(G_TYPE_INITIALLY_UNOWNED, nullptr)));
+  ASSERT_TRUE(held);
+  EXPECT_FALSE(g_object_is_floating(held.get()));
+  EXPECT_EQ(held.get()->ref_count, 1u);
+  GObjectHandle<GObject> shared = GObjectHandle<GObject>::retain(held.get());
+  EXPECT_EQ(held.get()->ref_count, 2u);
+  const GObjectWeakReference<GObject> weak(held.get());
+  held.reset();
+  EXPECT_FALSE(held);
+  EXPECT_EQ(weak.lock().get(), shared.get());
+  shared.reset();
+  EXPECT_FALSE(weak.lock());
+  EXPECT_FALSE(GObjectHandle<GObject>::retain(nullptr));
+  EXPECT_FALSE(GObjectHandle<GObject>::adopt(nullptr));
+  EXPECT_FALSE(GVariantHandle::retain(nullptr));
+  EXPECT_FALSE(GVariantHandle::adopt(nullptr));
 }
 
 TEST(GLibHandlesTest, AnErrorHolderKeepsTheCallsErrorAndFreesIt) {
