@@ -64,8 +64,8 @@ TEST(GLibHandlesTest, ANullStringReadsAsEmpty) {
 // A floating object is sunk into the holder's one reference; a weak reference reads empty once
 // the last holder lets go.
 TEST(GLibHandlesTest, AnObjectHolderOwnsOneReferenceAndAWeakOneSeesItGo) {
-  GObjectHandle<GObject> held = GObjectHandle<GObject>::adopt(
-      G_OBJECT(g_object_new(G_TYPE_INITIALLY_UNOWNED, nullptr)));
+  GObjectHandle<GObject> held =
+      GObjectHandle<GObject>::adopt(G_OBJECT(g_object_new(G_TYPE_INITIALLY_UNOWNED, nullptr)));
   ASSERT_TRUE(held);
   EXPECT_FALSE(g_object_is_floating(held.get()));
   EXPECT_EQ(held.get()->ref_count, 1u);
