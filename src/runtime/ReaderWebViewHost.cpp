@@ -58,6 +58,14 @@ class WebViewBridgeTransport final : public ReaderBridgeTransport {
   GObjectWeakReference<WebKitWebView> webView_;
 };
 
+// Each view shows one page, the runtime's, which never navigates back and reads the book over a
+// scheme it never caches: a browser's caches (the memory cache sized for many pages, the
+// back-forward cache) would only hold memory. The model is the context's, shared by every view.
+void useDocumentViewerCaches(WebKitWebView* webView) {
+  webkit_web_context_set_cache_model(webkit_web_view_get_context(webView),
+                                     WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
+}
+
 std::optional<std::string_view> requestURI(WebKitNavigationAction* action) {
   WebKitURIRequest* request = webkit_navigation_action_get_request(action);
   if (request == nullptr) return std::nullopt;
@@ -97,6 +105,7 @@ void ReaderWebViewHost::configure() {
   webView_ = GObjectHandle<WebKitWebView>::retain(WEBKIT_WEB_VIEW(
       g_object_new(WEBKIT_TYPE_WEB_VIEW, "user-content-manager", contentManager_.get(), nullptr)));
   schemeHandler_->attach(webView_.get());
+  useDocumentViewerCaches(webView_.get());
 
   // The bridge, which reaches the view weakly.
   transport_ = std::make_shared<WebViewBridgeTransport>(webView_.get());
