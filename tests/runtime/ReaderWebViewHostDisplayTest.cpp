@@ -34,12 +34,11 @@ void writeFile(const std::filesystem::path& path, const std::string& contents) {
   std::ofstream(path, std::ios::binary) << contents;
 }
 
-class ReaderWebViewHostDisplayTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { gtk_init(); }
-
-  void SetUp() override {
-    const std::filesystem::path book = directory_ / "Extracted";
+// A web view host in a window, with a book of a page that tries a script, a style sheet and an
+// SVG chapter with a script, registered before the runtime loads.
+struct HostedPage {
+  HostedPage() {
+    const std::filesystem::path book = directory / "Extracted";
     writeFile(book / "OEBPS/page.xhtml",
               "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
               "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><title>Book page</title>"
@@ -53,47 +52,87 @@ class ReaderWebViewHostDisplayTest : public ::testing::Test {
     writeFile(book / "OEBPS/chapter.svg",
               "<svg xmlns=\"http://www.w3.org/2000/svg\"><title>SVG chapter</title>"
               "<script>window.scriptRan = true;</script></svg>");
-    host_ = ReaderWebViewHost::create();
-    host_->onExternalLink = [this](std::string url) { externalLinks_.push_back(std::move(url)); };
-    host_->registerPublication(kPublicationID, book);
-    window_ = gtk_window_new();
-    gtk_window_set_default_size(GTK_WINDOW(window_), 800, 600);
-    gtk_window_set_child(GTK_WINDOW(window_), GTK_WIDGET(host_->webView()));
-    gtk_window_present(GTK_WINDOW(window_));
+    host = ReaderWebViewHost::create();
+    host->onExternalLink = [this](std::string url) { externalLinks.push_back(std::move(url)); };
+    host->registerPublication(kPublicationID, book);
+    window = gtk_window_new();
+    gtk_window_set_default_size(GTK_WINDOW(window), 800, 600);
+    gtk_window_set_child(GTK_WINDOW(window), GTK_WIDGET(host->webView()));
+    gtk_window_present(GTK_WINDOW(window));
   }
 
-  void TearDown() override {
-    host_.reset();
-    gtk_window_destroy(GTK_WINDOW(window_));
-    iterateFor(20ms);
+  ~HostedPage() {
+    host.reset();
+    gtk_window_destroy(GTK_WINDOW(window));
+    while (g_main_context_iteration(nullptr, FALSE)) {
+    }
   }
 
   void prepareRuntime() {
-    async::runUntilDone(host_->prepareRuntime(TOMEKEEPER_TEST_RUNTIME_DIRECTORY, 10s), 20s);
+    async::runUntilDone(host->prepareRuntime(TOMEKEEPER_TEST_RUNTIME_DIRECTORY, 10s), 20s);
+  }
+
+  async::Task<json> query(const std::string& method, json payload = json::object()) {
+    return host->bridge()->query<json, json>(method, std::move(payload), 10s, Uuid::random(),
+                                             host->bridge()->generation());
   }
 
   json call(const std::string& method, json payload = json::object()) {
-    return async::runUntilDone(
-        host_->bridge()->query<json, json>(method, std::move(payload), 10s, Uuid::random(),
-                                           host_->bridge()->generation()),
-        20s);
+    return async::runUntilDone(query(method, std::move(payload)), 20s);
   }
 
-  testing::TemporaryDirectory directory_;
-  std::shared_ptr<ReaderWebViewHost> host_;
-  GtkWidget* window_ = nullptr;
-  std::vector<std::string> externalLinks_;
+  // Starts a request that the page never answers, and waits until the page has it: the answer
+  // to a later call comes after the earlier request was delivered.
+  std::shared_ptr<testing::CallOutcome<json>> startHangingRequest() {
+    auto pending = startCall(query("hang"));
+    EXPECT_TRUE(iterateUntil([&] { return host->bridge()->pendingCount() == 1; }));
+    call("next");
+    return pending;
+  }
+
+  testing::TemporaryDirectory directory;
+  std::shared_ptr<ReaderWebViewHost> host;
+  GtkWidget* window = nullptr;
+  std::vector<std::string> externalLinks;
+};
+
+// One page for the cases that leave it standing: the runtime loads once for the suite.
+class ReaderWebViewHostDisplayTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    gtk_init();
+    page_ = std::make_unique<HostedPage>();
+    page_->prepareRuntime();
+  }
+  static void TearDownTestSuite() { page_.reset(); }
+  void SetUp() override {
+    page_->externalLinks.clear();
+    page_->host->bridge()->onLocatorChanged = nullptr;
+  }
+
+  json call(const std::string& method, json payload = json::object()) {
+    return page_->call(method, std::move(payload));
+  }
+
+  static inline std::unique_ptr<HostedPage> page_;
+};
+
+// A page of its own for each case that navigates, kills or closes it.
+class ReaderWebViewHostLifecycleDisplayTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { gtk_init(); }
+
+  HostedPage page_;
+  std::shared_ptr<ReaderWebViewHost>& host_ = page_.host;
 };
 
 TEST_F(ReaderWebViewHostDisplayTest, ARequestIsAnsweredByTheRuntimePage) {
-  prepareRuntime();
-  const ReaderPositionResult position = async::runUntilDone(host_->bridge()->next(), 20s);
+  const ReaderPositionResult position = async::runUntilDone(page_->host->bridge()->next(), 20s);
   EXPECT_EQ(position.pageCount, 3);
   EXPECT_TRUE(position.atStart);
 }
 
 TEST_F(ReaderWebViewHostDisplayTest, AnUnknownMethodIsARuntimeFailureNotATimeout) {
-  prepareRuntime();
   try {
     call("noSuchMethod");
     FAIL() << "the call succeeded";
@@ -104,9 +143,8 @@ TEST_F(ReaderWebViewHostDisplayTest, AnUnknownMethodIsARuntimeFailureNotATimeout
 }
 
 TEST_F(ReaderWebViewHostDisplayTest, EventsOfAStaleGenerationAreDropped) {
-  prepareRuntime();
   std::vector<std::string> locators;
-  host_->bridge()->onLocatorChanged = [&](Locator locator) {
+  page_->host->bridge()->onLocatorChanged = [&](Locator locator) {
     locators.push_back(locator.spineHref);
   };
   call("emitEvents");
@@ -114,35 +152,104 @@ TEST_F(ReaderWebViewHostDisplayTest, EventsOfAStaleGenerationAreDropped) {
   EXPECT_EQ(locators, std::vector<std::string>{"current.xhtml"});
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, APageCannotForgeTheKindOfAReply) {
-  prepareRuntime();
+// The forged kind of a reply, and a forged event and reply posted from a frame of the page's
+// origin: what the page sent comes before the answer to a later call.
+TEST_F(ReaderWebViewHostDisplayTest, APageOrItsFrameCannotForgeRepliesOrEvents) {
   int locatorEvents = 0;
-  host_->bridge()->onLocatorChanged = [&](Locator) { ++locatorEvents; };
-  const json result = call("forgeKind");
-  EXPECT_EQ(result, json({{"forged", false}}));
-  // Whatever the page sent for the forged reply comes before the answer to a later call.
-  call("next");
-  EXPECT_EQ(locatorEvents, 0);
+  page_->host->bridge()->onLocatorChanged = [&](Locator) { ++locatorEvents; };
+  for (const char* method : {"forgeKind", "postFromAFrame"}) {
+    SCOPED_TRACE(method);
+    EXPECT_EQ(call(method), json({{"forged", false}}));
+    call("next");
+    EXPECT_EQ(locatorEvents, 0);
+  }
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, AMessageFromAFrameNeverReachesTheBridge) {
-  prepareRuntime();
-  int locatorEvents = 0;
-  host_->bridge()->onLocatorChanged = [&](Locator) { ++locatorEvents; };
-  // The frame's forged event and reply were posted before the page's own reply, so they would
-  // have arrived before it.
-  const json result = call("postFromAFrame");
-  EXPECT_EQ(result, json({{"forged", false}}));
-  EXPECT_EQ(locatorEvents, 0);
+// What a book frame ends up holding when it is sent to a page of the book, an SVG document of
+// the book, or the runtime: no script runs, and neither SVG nor the runtime is a frame's document.
+TEST_F(ReaderWebViewHostDisplayTest, ABookFrameHoldsOnlyTheBooksPagesWithoutScript) {
+  const struct {
+    std::string href;
+    bool shown;
+  } cases[] = {
+      {bookURL("OEBPS/page.xhtml"), true},
+      {bookURL("OEBPS/chapter.svg"), false},
+      {std::string(kReaderRuntimeEntryURL), false},
+  };
+  for (const auto& [href, shown] : cases) {
+    SCOPED_TRACE(href);
+    const json state = call("loadFrame", {{"href", href}});
+    EXPECT_EQ(state["href"] == href, shown) << state.dump();
+    EXPECT_EQ(state["scriptRan"], false);
+    if (shown) EXPECT_EQ(state["title"], "Book page");
+  }
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, AProvisionalNavigationFailsPendingRequests) {
-  prepareRuntime();
+TEST_F(ReaderWebViewHostDisplayTest, ThePolicyHeaderComesOnlyWithBookDocuments) {
+  // Each address, the headers that it must come with, and whether the policy is among them.
+  const std::tuple<std::string, const char*, bool> cases[] = {
+      {bookURL("OEBPS/page.xhtml"),
+       R"({"status": 200, "contentType": "application/xhtml+xml", "cacheControl": "no-store",
+           "contentTypeOptions": "nosniff"})",
+       true},
+      {bookURL("OEBPS/chapter.svg"), R"({"contentType": "image/svg+xml"})", true},
+      {bookURL("OEBPS/style.css"),
+       R"({"status": 200, "contentType": "text/css", "cacheControl": "no-store"})", false},
+      {std::string(kReaderRuntimeEntryURL), R"({"status": 200, "contentType": "text/html"})",
+       false},
+  };
+  for (const auto& [href, expected, withPolicy] : cases) {
+    const json headers = call("headers", {{"href", href}});
+    const json wanted = json::parse(expected);
+    for (const auto& [name, value] : wanted.items()) {
+      EXPECT_EQ(headers[name], value) << href << " " << name;
+    }
+    EXPECT_EQ(headers["contentSecurityPolicy"],
+              withPolicy ? json(kPublicationContentSecurityPolicy) : json(nullptr))
+        << href;
+  }
+}
+
+TEST_F(ReaderWebViewHostDisplayTest, UnknownPublicationsAndRefusedPathsFail) {
+  for (const std::string& href :
+       {"tomekeeper://publication/" + Uuid::random().string() + "/OEBPS/page.xhtml",
+        bookURL("OEBPS/missing.xhtml"), bookURL("OEBPS/%2E%2E/%2E%2E/secret"),
+        std::string("tomekeeper://publication/runtime/")}) {
+    SCOPED_TRACE(href);
+    try {
+      call("headers", {{"href", href}});
+      ADD_FAILURE() << "served";
+    } catch (const ReaderBridgeFailure& failure) {
+      EXPECT_EQ(failure.payload().code, "unreadable");
+    }
+  }
+}
+
+TEST_F(ReaderWebViewHostDisplayTest, AFrameThatSetsAWebLocationIsCancelled) {
+  call("loadFrame", {{"href", bookURL("OEBPS/page.xhtml")}});
+  const json state = call("assignFrameLocation", {{"href", "https://example.invalid/"}});
+  EXPECT_EQ(state["href"], bookURL("OEBPS/page.xhtml"));
+  EXPECT_TRUE(page_->externalLinks.empty());
+}
+
+// A clicked web or mail link reaches onExternalLink, and the frame stays on the book's page.
+TEST_F(ReaderWebViewHostDisplayTest, AClickedWebOrMailLinkReachesOnExternalLinkWithoutLeaving) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"external", "https://example.invalid/whale"}, {"mail", "mailto:someone@example.invalid"}};
+  for (const auto& [elementID, url] : cases) {
+    SCOPED_TRACE(elementID);
+    page_->externalLinks.clear();
+    call("loadFrame", {{"href", bookURL("OEBPS/page.xhtml")}});
+    const json state = call("clickLink", {{"elementID", elementID}});
+    EXPECT_EQ(state["href"], bookURL("OEBPS/page.xhtml"));
+    EXPECT_EQ(page_->externalLinks, std::vector<std::string>{url});
+  }
+}
+
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, AProvisionalNavigationFailsPendingRequests) {
+  page_.prepareRuntime();
   const std::uint64_t generation = host_->bridge()->generation();
-  auto pending = startCall(
-      host_->bridge()->query<json, json>("hang", json::object(), 10s, Uuid::random(), generation));
-  ASSERT_TRUE(iterateUntil([&] { return host_->bridge()->pendingCount() == 1; }));
-  iterateFor(50ms);
+  auto pending = page_.startHangingRequest();
   webkit_web_view_load_uri(host_->webView(), std::string(kReaderRuntimeEntryURL).c_str());
   ASSERT_TRUE(iterateUntil([&] { return pending->finished; }, 5s));
   ASSERT_TRUE(pending->failure);
@@ -150,20 +257,17 @@ TEST_F(ReaderWebViewHostDisplayTest, AProvisionalNavigationFailsPendingRequests)
   EXPECT_GT(host_->bridge()->generation(), generation);
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, ATerminatedWebProcessFailsPendingRequests) {
-  prepareRuntime();
-  auto pending = startCall(host_->bridge()->query<json, json>(
-      "hang", json::object(), 10s, Uuid::random(), host_->bridge()->generation()));
-  ASSERT_TRUE(iterateUntil([&] { return host_->bridge()->pendingCount() == 1; }));
-  iterateFor(50ms);
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, ATerminatedWebProcessFailsPendingRequests) {
+  page_.prepareRuntime();
+  auto pending = page_.startHangingRequest();
   webkit_web_view_terminate_web_process(host_->webView());
   ASSERT_TRUE(iterateUntil([&] { return pending->finished; }, 5s));
   ASSERT_TRUE(pending->failure);
   EXPECT_EQ(pending->failure->failureCase(), Case::webContentProcessTerminated);
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, AMissingReaderRuntimeIsMalformedNotATimeout) {
-  prepareRuntime();
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, AMissingReaderRuntimeIsMalformedNotATimeout) {
+  page_.prepareRuntime();
   webkit_web_view_load_uri(host_->webView(), "tomekeeper://publication/runtime/bare.html");
   ASSERT_TRUE(iterateUntil([&] { return !webkit_web_view_is_loading(host_->webView()); }));
   const auto started = std::chrono::steady_clock::now();
@@ -176,97 +280,8 @@ TEST_F(ReaderWebViewHostDisplayTest, AMissingReaderRuntimeIsMalformedNotATimeout
   EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, ABookPageRunsNoScript) {
-  prepareRuntime();
-  const json state = call("loadFrame", {{"href", bookURL("OEBPS/page.xhtml")}});
-  EXPECT_EQ(state["href"], bookURL("OEBPS/page.xhtml"));
-  EXPECT_EQ(state["title"], "Book page");
-  EXPECT_EQ(state["scriptRan"], false);
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, AnSVGDocumentOfTheBookIsNoFramesDocument) {
-  prepareRuntime();
-  const json state = call("loadFrame", {{"href", bookURL("OEBPS/chapter.svg")}});
-  EXPECT_NE(state["href"], bookURL("OEBPS/chapter.svg"));
-  EXPECT_EQ(state["scriptRan"], false);
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, ThePolicyHeaderComesOnlyWithBookDocuments) {
-  prepareRuntime();
-  const json page = call("headers", {{"href", bookURL("OEBPS/page.xhtml")}});
-  EXPECT_EQ(page["status"], 200);
-  EXPECT_EQ(page["contentType"], "application/xhtml+xml");
-  EXPECT_EQ(page["cacheControl"], "no-store");
-  EXPECT_EQ(page["contentSecurityPolicy"], std::string(kPublicationContentSecurityPolicy));
-
-  EXPECT_EQ(page["contentTypeOptions"], "nosniff");
-
-  const json svg = call("headers", {{"href", bookURL("OEBPS/chapter.svg")}});
-  EXPECT_EQ(svg["contentType"], "image/svg+xml");
-  EXPECT_EQ(svg["contentSecurityPolicy"], std::string(kPublicationContentSecurityPolicy));
-
-  const json style = call("headers", {{"href", bookURL("OEBPS/style.css")}});
-  EXPECT_EQ(style["status"], 200);
-  EXPECT_EQ(style["contentType"], "text/css");
-  EXPECT_EQ(style["cacheControl"], "no-store");
-  EXPECT_EQ(style["contentSecurityPolicy"], nullptr);
-
-  const json runtimePage = call("headers", {{"href", std::string(kReaderRuntimeEntryURL)}});
-  EXPECT_EQ(runtimePage["status"], 200);
-  EXPECT_EQ(runtimePage["contentType"], "text/html");
-  EXPECT_EQ(runtimePage["contentSecurityPolicy"], nullptr);
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, UnknownPublicationsAndRefusedPathsFail) {
-  prepareRuntime();
-  const auto failureCode = [&](const std::string& href) -> std::string {
-    try {
-      call("headers", {{"href", href}});
-    } catch (const ReaderBridgeFailure& failure) {
-      return failure.payload().code;
-    }
-    return "served";
-  };
-  EXPECT_EQ(
-      failureCode("tomekeeper://publication/" + Uuid::random().string() + "/OEBPS/page.xhtml"),
-      "unreadable");
-  EXPECT_EQ(failureCode(bookURL("OEBPS/missing.xhtml")), "unreadable");
-  EXPECT_EQ(failureCode(bookURL("OEBPS/%2E%2E/%2E%2E/secret")), "unreadable");
-  EXPECT_EQ(failureCode("tomekeeper://publication/runtime/"), "unreadable");
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, AFrameThatSetsAWebLocationIsCancelled) {
-  prepareRuntime();
-  call("loadFrame", {{"href", bookURL("OEBPS/page.xhtml")}});
-  const json state = call("assignFrameLocation", {{"href", "https://example.invalid/"}});
-  EXPECT_EQ(state["href"], bookURL("OEBPS/page.xhtml"));
-  EXPECT_TRUE(externalLinks_.empty());
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, AClickedWebLinkInABookReachesOnExternalLink) {
-  prepareRuntime();
-  call("loadFrame", {{"href", bookURL("OEBPS/page.xhtml")}});
-  const json state = call("clickLink", {{"elementID", "external"}});
-  EXPECT_EQ(state["href"], bookURL("OEBPS/page.xhtml"));
-  EXPECT_EQ(externalLinks_, std::vector<std::string>{"https://example.invalid/whale"});
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, AClickedMailLinkReachesOnExternalLinkWithoutLeaving) {
-  prepareRuntime();
-  call("loadFrame", {{"href", bookURL("OEBPS/page.xhtml")}});
-  const json state = call("clickLink", {{"elementID", "mail"}});
-  EXPECT_EQ(state["href"], bookURL("OEBPS/page.xhtml"));
-  EXPECT_EQ(externalLinks_, std::vector<std::string>{"mailto:someone@example.invalid"});
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, ABookFrameCannotHoldTheRuntime) {
-  prepareRuntime();
-  const json state = call("loadFrame", {{"href", std::string(kReaderRuntimeEntryURL)}});
-  EXPECT_NE(state["href"], std::string(kReaderRuntimeEntryURL));
-}
-
-TEST_F(ReaderWebViewHostDisplayTest, TheMainFrameCannotHoldABookPage) {
-  prepareRuntime();
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, TheMainFrameCannotHoldABookPage) {
+  page_.prepareRuntime();
   webkit_web_view_load_uri(host_->webView(), bookURL("OEBPS/page.xhtml").c_str());
   iterateFor(300ms);
   ASSERT_TRUE(iterateUntil([&] { return !webkit_web_view_is_loading(host_->webView()); }));
@@ -274,10 +289,9 @@ TEST_F(ReaderWebViewHostDisplayTest, TheMainFrameCannotHoldABookPage) {
   EXPECT_EQ(async::runUntilDone(host_->bridge()->next(), 20s).pageCount, 3);
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, ClosingFailsPendingRequestsAndLaterLoads) {
-  prepareRuntime();
-  auto pending = startCall(host_->bridge()->query<json, json>(
-      "hang", json::object(), 10s, Uuid::random(), host_->bridge()->generation()));
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, ClosingFailsPendingRequestsAndLaterLoads) {
+  page_.prepareRuntime();
+  auto pending = startCall(page_.query("hang"));
   ASSERT_TRUE(iterateUntil([&] { return host_->bridge()->pendingCount() == 1; }));
   host_->close();
   host_->close();
@@ -291,7 +305,7 @@ TEST_F(ReaderWebViewHostDisplayTest, ClosingFailsPendingRequestsAndLaterLoads) {
   }
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, ASecondLoadDuringTheFirstIsRefused) {
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, ASecondLoadDuringTheFirstIsRefused) {
   auto first = startCall(host_->prepareRuntime(TOMEKEEPER_TEST_RUNTIME_DIRECTORY, 10s));
   try {
     async::runUntilDone(host_->prepareRuntime(TOMEKEEPER_TEST_RUNTIME_DIRECTORY, 10s), 5s);
@@ -302,22 +316,22 @@ TEST_F(ReaderWebViewHostDisplayTest, ASecondLoadDuringTheFirstIsRefused) {
   ASSERT_TRUE(iterateUntil([&] { return first->finished; }, 15s));
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, AnUnusableRuntimeDirectoryBeginsNoLoad) {
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, AnUnusableRuntimeDirectoryBeginsNoLoad) {
   try {
-    async::runUntilDone(host_->prepareRuntime(directory_ / "nowhere", 10s), 5s);
+    async::runUntilDone(host_->prepareRuntime(page_.directory / "nowhere", 10s), 5s);
     FAIL() << "the load began";
   } catch (const PublicationResourceErrorError& error) {
     EXPECT_EQ(error.failure(), PublicationResourceError::unavailable);
   }
   // No load is under way, so a proper one may begin.
-  prepareRuntime();
+  page_.prepareRuntime();
 }
 
-TEST_F(ReaderWebViewHostDisplayTest, ARuntimeLoadEndsAtItsTimeout) {
+TEST_F(ReaderWebViewHostLifecycleDisplayTest, ARuntimeLoadEndsAtItsTimeout) {
   // A runtime directory without its entry page: the load fails or times out, and ends.
-  std::filesystem::create_directories(directory_ / "EmptyRuntime");
+  std::filesystem::create_directories(page_.directory / "EmptyRuntime");
   try {
-    async::runUntilDone(host_->prepareRuntime(directory_ / "EmptyRuntime", 500ms), 10s);
+    async::runUntilDone(host_->prepareRuntime(page_.directory / "EmptyRuntime", 500ms), 10s);
     FAIL() << "the load succeeded";
   } catch (const ReaderWebViewHostFailureError& error) {
     EXPECT_TRUE(error.failure() == ReaderWebViewHostFailure::runtimeLoadFailed ||
