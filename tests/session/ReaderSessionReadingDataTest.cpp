@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "SessionHarness.h"
+#include "async/Sleep.h"
 
 namespace tomekeeper::testing {
 namespace {
@@ -92,7 +93,12 @@ TEST_F(ReaderSessionReadingDataTest, ClearingCancelsThePendingDelayedSave) {
   harness.runtime().sendEvent("locatorChanged", {{"locator", json(locatorAt(2, "/6/6!/4/9/1:0"))}});
 
   runToEnd(harness.session->clearReadingData());
-  iterateFor(std::chrono::milliseconds(150));
+  // The sentinel: a sleep as long as the save's delay, started after it, ends after it; the
+  // store read queued then comes after any save that the pending one would have made.
+  runToEnd([](std::shared_ptr<MemoryPositionRepository> positions) -> async::Task<void> {
+    co_await async::sleepFor(std::chrono::milliseconds(30));
+    co_await positions->locator(std::string(kFingerprint));
+  }(harness.positions));
 
   EXPECT_TRUE(harness.positions->saves.empty());
   EXPECT_TRUE(harness.positions->locators.empty());
