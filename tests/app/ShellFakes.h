@@ -26,11 +26,6 @@ bool iterateUntil(Predicate done, std::chrono::milliseconds limit = std::chrono:
   return done();
 }
 
-// Iterates the main context for `duration`.
-inline void iterateFor(std::chrono::milliseconds duration) {
-  iterateUntil([] { return false; }, duration);
-}
-
 class FakeWindow final : public ShellWindow, public std::enable_shared_from_this<FakeWindow> {
  public:
   FakeWindow(ShellWindowDelegate& delegate, std::string identifier, std::string title)
