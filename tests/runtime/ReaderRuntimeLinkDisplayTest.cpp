@@ -79,11 +79,6 @@ class ReaderRuntimeLinkDisplayTest : public testing::ReaderRuntimeDisplayTest {
         TextContext{testing::paragraphText(chapter, paragraph).substr(0, 40), {}, {}});
   }
 
-  void expectSideClicks(const std::string& spineAttributes, const std::string& progression,
-                        PageTurnDirection leftTurn);
-  enum class Side { left, right };
-  void expectFirstPageOfSpread(const std::string& spineAttributes, Side side);
-
   std::vector<std::string> activated_;
   std::vector<PageTurnDirection> turns_;
 };
@@ -167,12 +162,30 @@ TEST_F(ReaderRuntimeLinkDisplayTest, ANoteReferenceOpensItsNoteWithoutMoving) {
   EXPECT_THAT(activated_.back(), ::testing::EndsWith("text/chapter1.xhtml#fn1"));
 }
 
+// A book read from right to left, and one from left to right.
+struct DirectionCase {
+  const char* name;
+  const char* spineAttributes;
+  const char* progression;
+  PageTurnDirection leftTurn;
+  bool spreadStartsOnTheRight;
+};
+
+void PrintTo(const DirectionCase& direction, std::ostream* stream) {
+  *stream << direction.name;
+}
+
+class ReaderRuntimeDirectionDisplayTest : public ReaderRuntimeLinkDisplayTest,
+                                          public ::testing::WithParamInterface<DirectionCase> {};
+
 // A click on the left or right fifth of the page turns it: on the left, onward in a book read
 // from right to left, back in one read from left to right; a click in the middle does nothing.
-void ReaderRuntimeLinkDisplayTest::expectSideClicks(const std::string& spineAttributes,
-                                                    const std::string& progression,
-                                                    PageTurnDirection leftTurn) {
-  EXPECT_EQ(openBook(linkedBook(spineAttributes)).pageProgressionDirection, progression);
+// In a spread, the first page of a book read from right to left is the right one, even where the
+// text itself runs from left to right; the text keeps its own direction.
+TEST_P(ReaderRuntimeDirectionDisplayTest, SideClicksTurnAndASpreadStartsWhereTheBookIsRead) {
+  const DirectionCase& direction = GetParam();
+  EXPECT_EQ(openBook(linkedBook(direction.spineAttributes)).pageProgressionDirection,
+            direction.progression);
   run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
   for (const double share : {0.05, 0.5, 0.95}) {
     evaluate(
@@ -187,24 +200,11 @@ void ReaderRuntimeLinkDisplayTest::expectSideClicks(const std::string& spineAttr
   }
   // A round trip after the clicks: the events they sent have arrived before its answer.
   run(bridge().currentLocator());
-  const PageTurnDirection rightTurn =
-      leftTurn == PageTurnDirection::next ? PageTurnDirection::previous : PageTurnDirection::next;
-  EXPECT_EQ(turns_, (std::vector{leftTurn, rightTurn}));
-}
+  const PageTurnDirection rightTurn = direction.leftTurn == PageTurnDirection::next
+                                          ? PageTurnDirection::previous
+                                          : PageTurnDirection::next;
+  EXPECT_EQ(turns_, (std::vector{direction.leftTurn, rightTurn}));
 
-TEST_F(ReaderRuntimeLinkDisplayTest, ALeftClickReadsOnInABookReadFromRightToLeft) {
-  expectSideClicks("page-progression-direction=\"rtl\"", "rtl", PageTurnDirection::next);
-}
-
-TEST_F(ReaderRuntimeLinkDisplayTest, ALeftClickReadsBackInABookReadFromLeftToRight) {
-  expectSideClicks("", "ltr", PageTurnDirection::previous);
-}
-
-// In a spread, the first page of a book read from right to left is the right one, even where the
-// text itself runs from left to right; the text keeps its own direction.
-void ReaderRuntimeLinkDisplayTest::expectFirstPageOfSpread(const std::string& spineAttributes,
-                                                           Side side) {
-  openBook(linkedBook(spineAttributes));
   run(bridge().configurePageLayout(ConfigurePageLayoutRequest{PageLayout::doublePage}));
   run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
   const json placement = evaluate(R"(
@@ -215,17 +215,18 @@ void ReaderRuntimeLinkDisplayTest::expectFirstPageOfSpread(const std::string& sp
     return { onTheRight: left > viewport.left + viewport.width / 2,
              direction: frame.contentWindow.getComputedStyle(paragraph).direction };
   )");
-  EXPECT_EQ(placement["onTheRight"].get<bool>(), side == Side::right) << placement.dump();
+  EXPECT_EQ(placement["onTheRight"].get<bool>(), direction.spreadStartsOnTheRight)
+      << placement.dump();
   EXPECT_EQ(placement["direction"], "ltr");
 }
 
-TEST_F(ReaderRuntimeLinkDisplayTest, ASpreadOfABookReadFromRightToLeftStartsOnTheRight) {
-  expectFirstPageOfSpread("page-progression-direction=\"rtl\"", Side::right);
-}
-
-TEST_F(ReaderRuntimeLinkDisplayTest, ASpreadOfABookReadFromLeftToRightStartsOnTheLeft) {
-  expectFirstPageOfSpread("", Side::left);
-}
+INSTANTIATE_TEST_SUITE_P(Books, ReaderRuntimeDirectionDisplayTest,
+                         ::testing::Values(DirectionCase{"ReadFromRightToLeft",
+                                                         "page-progression-direction=\"rtl\"",
+                                                         "rtl", PageTurnDirection::next, true},
+                                           DirectionCase{"ReadFromLeftToRight", "", "ltr",
+                                                         PageTurnDirection::previous, false}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace tomekeeper
