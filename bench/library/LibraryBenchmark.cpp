@@ -1,10 +1,12 @@
 // The library's first screen with 500 generated books, each with a record, a 341×512 cover
 // thumbnail, a source bookmark of a real file and a reading position. Usage: bench_library
 // [BOOKS] [ROUNDS]. Figures: the time from the start of the process to a window whose first
-// frame shows the books, and to the frame in which every visible cover is drawn; then the same
-// for each later round (a new window and view over the same books, as when the last reader
-// window closes), with their median. The generated books go to a temporary directory that is
-// removed at the end.
+// frame shows the books, and to the frame in which the cover of every item made is drawn; the
+// processor time to that first frame, split between the main thread's set-up of GTK, its work
+// until the books are in the view, their first frame, and the other threads (reading the
+// records on the pool, the accessibility bus); then the same for each later round (a new window
+// and view over the same books, as when the last reader window closes), with their median. The
+// generated books go to a temporary directory that is removed at the end.
 
 #include <adwaita.h>
 #include <gdk-pixbuf/gdk-pixbuf.h>
@@ -45,6 +47,13 @@ double processorMilliseconds() {
     return time.tv_sec * 1000.0 + time.tv_usec / 1000.0;
   };
   return total(usage.ru_utime) + total(usage.ru_stime);
+}
+
+double mainThreadMilliseconds() {
+  rusage usage{};
+  getrusage(RUSAGE_THREAD, &usage);
+  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000.0 +
+         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000.0;
 }
 
 std::string coverBytes() {
@@ -107,13 +116,15 @@ tomekeeper::LibraryLocations generate(const fs::path& root, int count) {
     locator.totalProgression = static_cast<double>(random() % 1000) / 1000.0;
     store.locators[name] = locator;
     writePlainly(directory / "reading-position.json",
-                        JSONReadingPositionRepository::encodeStore(store));
+                 JSONReadingPositionRepository::encodeStore(store));
   }
   return locations;
 }
 
 struct Round {
   double loaded = 0;
+  double mainThreadAtLoaded = 0;
+  double mainThreadAtFirstFrame = 0;
   double processorAtFirstFrame = 0;
   double firstFrame = 0;
   double coversDrawn = 0;
@@ -127,6 +138,17 @@ struct Watch {
   bool done = false;
 };
 
+// With TOMEKEEPER_BENCH_PERF_FIFO naming the control FIFO of `perf record --control
+// fifo:FIFO -D -1`, perf samples only from the books' arrival in the view to their first frame.
+void perfControl(const char* command) {
+  const char* fifo = std::getenv("TOMEKEEPER_BENCH_PERF_FIFO");
+  if (fifo == nullptr) return;
+  if (FILE* file = std::fopen(fifo, "w")) {
+    std::fprintf(file, "%s\n", command);
+    std::fclose(file);
+  }
+}
+
 void afterPaint(GdkFrameClock*, gpointer data) {
   auto& watch = *static_cast<Watch*>(data);
   if (!watch.loaded || watch.done) return;
@@ -134,8 +156,10 @@ void afterPaint(GdkFrameClock*, gpointer data) {
   if (watch.round.firstFrame == 0) {
     watch.round.firstFrame = now;
     watch.round.processorAtFirstFrame = processorMilliseconds();
+    watch.round.mainThreadAtFirstFrame = mainThreadMilliseconds();
+    perfControl("disable");
   }
-  if (watch.view->covers().decodingCount() == 0 && watch.round.firstFrame != now) {
+  if (watch.view->covers().pendingCount() == 0 && watch.round.firstFrame != now) {
     watch.round.coversDrawn = now;
     watch.done = true;
   }
@@ -153,6 +177,8 @@ Round showLibrary(const tomekeeper::LibraryLocations& locations, Clock::time_poi
   view.loaded.connect([&watch](std::size_t) {
     watch.loaded = true;
     watch.round.loaded = milliseconds(Clock::now() - watch.start);
+    watch.round.mainThreadAtLoaded = mainThreadMilliseconds();
+    perfControl("enable");
   });
   gtk_window_set_child(GTK_WINDOW(window), view.widget());
   gtk_window_present(GTK_WINDOW(window));
@@ -180,8 +206,10 @@ int main(int argc, char** argv) {
   const tomekeeper::LibraryLocations locations = generate(root, books);
   const Clock::time_point processStart = Clock::now();
   const double processorAtStart = processorMilliseconds();
+  const double mainThreadAtStart = mainThreadMilliseconds();
   adw_init();
   const double setUp = milliseconds(Clock::now() - processStart);
+  const double mainThreadSetUp = mainThreadMilliseconds() - mainThreadAtStart;
   const Round first = showLibrary(locations, processStart);
   std::vector<double> loads;
   std::vector<double> firstFrames;
@@ -210,8 +238,17 @@ int main(int argc, char** argv) {
   std::printf("  start to books loaded in the view:  %7.1f ms\n", first.loaded);
   std::printf("  start to first frame with books:    %7.1f ms\n", first.firstFrame);
   std::printf("  start to the covers of made items:  %7.1f ms\n", first.coversDrawn);
+  const double processorToFirstFrame = first.processorAtFirstFrame - processorAtStart;
+  const double mainThreadToFirstFrame = first.mainThreadAtFirstFrame - mainThreadAtStart;
   std::printf("  processor time to first frame:      %7.1f ms (all threads)\n",
-              first.processorAtFirstFrame - processorAtStart);
+              processorToFirstFrame);
+  std::printf("    main thread, GTK set up:          %7.1f ms\n", mainThreadSetUp);
+  std::printf("    main thread, to books in the view:%7.1f ms\n",
+              first.mainThreadAtLoaded - mainThreadAtStart - mainThreadSetUp);
+  std::printf("    main thread, their first frame:   %7.1f ms\n",
+              first.mainThreadAtFirstFrame - first.mainThreadAtLoaded);
+  std::printf("    other threads (records, D-Bus):   %7.1f ms\n",
+              processorToFirstFrame - mainThreadToFirstFrame);
   if (!firstFrames.empty()) {
     std::printf("  new window, books loaded (median of %zu):  %7.1f ms\n", loads.size(),
                 loads[loads.size() / 2]);

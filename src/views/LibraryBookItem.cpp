@@ -2,7 +2,9 @@
 
 #include <adwaita.h>
 
+#include <algorithm>
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 #include "async/BackgroundPool.h"
@@ -16,6 +18,10 @@ namespace {
 constexpr const char* kItemWidgetsKey = "tomekeeper-library-item";
 constexpr const char* kShownFingerprintKey = "tomekeeper-library-fingerprint";
 constexpr const char* kAvailableKey = "tomekeeper-library-available";
+
+// Covers decoded at once: enough to keep the pool busy, few enough to leave a core to the
+// frames of a two-core machine.
+constexpr std::size_t kConcurrentDecodes = 2;
 
 // The book's menu: "Open" or "Locate…", and "Remove from Library…", for the book the button's
 // item shows now.
@@ -66,6 +72,10 @@ std::string joinedAuthors(const std::vector<std::string>& authors) {
 GtkWidget* makeCoverStack(int width, int height, ItemWidgets& widgets) {
   GtkWidget* stack = gtk_stack_new();
   gtk_widget_set_size_request(stack, width, height);
+  // Only the page shown is measured: the placeholder's title would cost every item a layout of
+  // its text, though most show a picture.
+  gtk_stack_set_hhomogeneous(GTK_STACK(stack), FALSE);
+  gtk_stack_set_vhomogeneous(GTK_STACK(stack), FALSE);
   gtk_widget_set_halign(stack, GTK_ALIGN_CENTER);
   gtk_widget_set_overflow(stack, GTK_OVERFLOW_HIDDEN);
   gtk_widget_add_css_class(stack, "card");
@@ -143,15 +153,45 @@ GtkWidget* makeTextLabel(std::initializer_list<const char*> cssClasses, int line
   GtkWidget* label = views::makeLabel("", cssClasses);
   gtk_label_set_lines(GTK_LABEL(label), lines);
   gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
+  // A wrapping label lays its text out again for each width it is measured at; one line that
+  // ends in an ellipsis needs no wrapping.
+  if (lines == 1) gtk_label_set_wrap(GTK_LABEL(label), FALSE);
   return label;
 }
 
-void setCover(GtkWidget* coverStack, GdkTexture* texture) {
-  auto* widgets =
-      static_cast<ItemWidgets*>(g_object_get_data(G_OBJECT(coverStack), kItemWidgetsKey));
-  gtk_picture_set_paintable(GTK_PICTURE(widgets->cover), GDK_PAINTABLE(texture));
-  gtk_stack_set_visible_child_name(GTK_STACK(coverStack),
-                                   texture != nullptr ? "cover" : "placeholder");
+ItemWidgets& widgetsOfCoverStack(GtkWidget* coverStack) {
+  return *static_cast<ItemWidgets*>(g_object_get_data(G_OBJECT(coverStack), kItemWidgetsKey));
+}
+
+// The cover's picture; while the cover is decoded, no picture: the empty card.
+void showCoverPicture(GtkWidget* coverStack, GdkTexture* texture) {
+  gtk_picture_set_paintable(GTK_PICTURE(widgetsOfCoverStack(coverStack).cover),
+                            GDK_PAINTABLE(texture));
+  gtk_stack_set_visible_child_name(GTK_STACK(coverStack), "cover");
+}
+
+void showPlaceholder(GtkWidget* coverStack) {
+  gtk_picture_set_paintable(GTK_PICTURE(widgetsOfCoverStack(coverStack).cover), nullptr);
+  gtk_stack_set_visible_child_name(GTK_STACK(coverStack), "placeholder");
+}
+
+// The fingerprint of the book a cover stack shows now, or "".
+std::string_view shownFingerprint(GtkWidget* coverStack) {
+  const char* shown =
+      static_cast<const char*>(g_object_get_data(G_OBJECT(coverStack), kShownFingerprintKey));
+  return shown != nullptr ? shown : "";
+}
+
+// Whether any of the widget shows in the scrolled window around it, as laid out last.
+bool isOnScreen(GtkWidget* widget) {
+  if (!gtk_widget_get_mapped(widget)) return false;
+  GtkWidget* viewport = gtk_widget_get_ancestor(widget, GTK_TYPE_SCROLLED_WINDOW);
+  if (viewport == nullptr) return true;
+  graphene_rect_t bounds;
+  if (!gtk_widget_compute_bounds(widget, viewport, &bounds)) return false;
+  return bounds.origin.x < static_cast<float>(gtk_widget_get_width(viewport)) &&
+         bounds.origin.y < static_cast<float>(gtk_widget_get_height(viewport)) &&
+         bounds.origin.x + bounds.size.width > 0 && bounds.origin.y + bounds.size.height > 0;
 }
 
 }  // namespace
@@ -185,11 +225,6 @@ std::string libraryBookAccessibleLabel(const LibraryBook& book) {
   return label;
 }
 
-struct LibraryCoverCache::Waiting {
-  std::string fingerprint;
-  GObjectWeakReference<GtkWidget> coverStack;
-};
-
 LibraryCoverCache::LibraryCoverCache(int width, int height)
     : width_(width), height_(height), lifetime_(std::make_shared<LibraryCoverCache*>(this)) {}
 
@@ -198,44 +233,110 @@ LibraryCoverCache::~LibraryCoverCache() = default;
 void LibraryCoverCache::show(GtkWidget* coverStack, const LibraryBook& book) {
   g_object_set_data_full(G_OBJECT(coverStack), kShownFingerprintKey,
                          g_strdup(book.fingerprint.c_str()), g_free);
-  const auto found = textures_.find(book.fingerprint);
-  setCover(coverStack, found != textures_.end() ? found->second.get() : nullptr);
-  if (found != textures_.end() || !book.coverFile || failed_.contains(book.fingerprint)) return;
+  if (const auto found = textures_.find(book.fingerprint); found != textures_.end()) {
+    showCoverPicture(coverStack, found->second.get());
+    return;
+  }
+  if (!book.coverFile || failed_.contains(book.fingerprint)) {
+    showPlaceholder(coverStack);
+    return;
+  }
+  showCoverPicture(coverStack, nullptr);
 
-  waiting_.push_back(std::unique_ptr<Waiting>(
-      new Waiting{book.fingerprint, GObjectWeakReference<GtkWidget>(coverStack)}));
-  if (!decoding_.insert(book.fingerprint).second) return;
-  async::spawn([](std::weak_ptr<LibraryCoverCache*> weakCache, std::string fingerprint,
-                  std::filesystem::path file, int width, int height) -> async::Task<void> {
-    // Fitted inside the cover's box; the picture fills the box with it.
-    GdkPixbuf* pixbuf = co_await async::runInBackground([file, width, height] {
-      return gdk_pixbuf_new_from_file_at_scale(file.c_str(), width, height, TRUE, nullptr);
-    });
-    GObjectHandle<GdkTexture> texture;
-    if (pixbuf != nullptr) {
-      texture = GObjectHandle<GdkTexture>::adopt(gdk_texture_new_for_pixbuf(pixbuf));
-      g_object_unref(pixbuf);
+  WaitingStacks& stacks = waiting_[book.fingerprint];
+  stacks.push_back(std::make_unique<GObjectWeakReference<GtkWidget>>(coverStack));
+  const bool queued = std::any_of(queued_.begin(), queued_.end(), [&book](const auto& entry) {
+    return entry.first == book.fingerprint;
+  });
+  if (!queued && !decoding_.contains(book.fingerprint)) {
+    queued_.emplace_back(book.fingerprint, *book.coverFile);
+  }
+  startDecodes();
+}
+
+void LibraryCoverCache::holdDecoding() {
+  held_ = true;
+}
+
+void LibraryCoverCache::resumeDecoding() {
+  held_ = false;
+  startDecodes();
+}
+
+LibraryCoverCache::Wanted LibraryCoverCache::wanted(const std::string& fingerprint) {
+  const auto found = waiting_.find(fingerprint);
+  if (found == waiting_.end()) return Wanted::no;
+  Wanted wanted = Wanted::no;
+  WaitingStacks& stacks = found->second;
+  for (auto stack = stacks.begin(); stack != stacks.end();) {
+    const GObjectHandle<GtkWidget> widget = (*stack)->lock();
+    if (!widget || fingerprint != shownFingerprint(widget.get())) {
+      stack = stacks.erase(stack);
+      continue;
     }
-    if (const auto cache = weakCache.lock()) (*cache)->decoded(fingerprint, std::move(texture));
-  }(lifetime_, book.fingerprint, *book.coverFile, width_, height_));
+    if (isOnScreen(widget.get())) return Wanted::onScreen;
+    wanted = Wanted::offScreen;
+    ++stack;
+  }
+  if (stacks.empty()) waiting_.erase(found);
+  return wanted;
+}
+
+void LibraryCoverCache::startDecodes() {
+  while (!held_ && decoding_.size() < kConcurrentDecodes && !queued_.empty()) {
+    // The first cover on screen, else the first asked for; a cover no item shows any more is
+    // dropped (binding its book again asks for it again).
+    std::optional<std::size_t> chosen;
+    for (std::size_t index = 0; index < queued_.size();) {
+      const Wanted want = wanted(queued_[index].first);
+      if (want == Wanted::no) {
+        queued_.erase(queued_.begin() + static_cast<std::ptrdiff_t>(index));
+        continue;
+      }
+      if (!chosen) chosen = index;
+      if (want == Wanted::onScreen) {
+        chosen = index;
+        break;
+      }
+      ++index;
+    }
+    if (!chosen) return;
+    auto [chosenFingerprint, chosenFile] = std::move(queued_[*chosen]);
+    queued_.erase(queued_.begin() + static_cast<std::ptrdiff_t>(*chosen));
+    decoding_.insert(chosenFingerprint);
+    async::spawn([](std::weak_ptr<LibraryCoverCache*> weakCache, std::string fingerprint,
+                    std::filesystem::path file, int width, int height) -> async::Task<void> {
+      // Fitted inside the cover's box; the picture fills the box with it.
+      GdkPixbuf* pixbuf = co_await async::runInBackground([file, width, height] {
+        return gdk_pixbuf_new_from_file_at_scale(file.c_str(), width, height, TRUE, nullptr);
+      });
+      GObjectHandle<GdkTexture> texture;
+      if (pixbuf != nullptr) {
+        texture = GObjectHandle<GdkTexture>::adopt(gdk_texture_new_for_pixbuf(pixbuf));
+        g_object_unref(pixbuf);
+      }
+      if (const auto cache = weakCache.lock()) (*cache)->decoded(fingerprint, std::move(texture));
+    }(lifetime_, std::move(chosenFingerprint), std::move(chosenFile), width_, height_));
+  }
 }
 
 void LibraryCoverCache::decoded(const std::string& fingerprint, GObjectHandle<GdkTexture> texture) {
   decoding_.erase(fingerprint);
   if (!texture) failed_.insert(fingerprint);
-  for (auto waiting = waiting_.begin(); waiting != waiting_.end();) {
-    if ((*waiting)->fingerprint != fingerprint) {
-      ++waiting;
-      continue;
+  if (const auto found = waiting_.find(fingerprint); found != waiting_.end()) {
+    for (const auto& stack : found->second) {
+      const GObjectHandle<GtkWidget> widget = stack->lock();
+      if (!widget || fingerprint != shownFingerprint(widget.get())) continue;
+      if (texture) {
+        showCoverPicture(widget.get(), texture.get());
+      } else {
+        showPlaceholder(widget.get());
+      }
     }
-    if (const auto stack = (*waiting)->coverStack.lock()) {
-      const char* shown =
-          static_cast<const char*>(g_object_get_data(G_OBJECT(stack.get()), kShownFingerprintKey));
-      if (shown != nullptr && fingerprint == shown) setCover(stack.get(), texture.get());
-    }
-    waiting = waiting_.erase(waiting);
+    waiting_.erase(found);
   }
   if (texture) textures_.insert_or_assign(fingerprint, std::move(texture));
+  startDecodes();
 }
 
 GtkWidget* makeLibraryBookItem(LibraryLayout layout) {

@@ -2,11 +2,13 @@
 
 #include <gtk/gtk.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "library/LibraryCatalog.h"
@@ -35,6 +37,9 @@ inline constexpr int kListCoverHeight = 72;
 
 // The cover thumbnails of the books shown, decoded once each on the background pool at the
 // size of one layout's covers (a picture is never larger than its texture) and kept as textures.
+// Decodes run a few at a time, those of covers on screen first: a view makes items for many
+// rows ahead of what it shows, and decoding all of theirs at once would take the processor from
+// the frames. While held, covers asked for only wait (see holdDecoding).
 // Main executor only; a decode that ends after the cache is gone is dropped.
 class LibraryCoverCache {
  public:
@@ -44,23 +49,37 @@ class LibraryCoverCache {
   LibraryCoverCache& operator=(const LibraryCoverCache&) = delete;
 
   // Shows `book`'s cover in the item's cover stack: at once when it is decoded, after its
-  // decode otherwise (unless the item shows another book by then); the placeholder stays for a
-  // book without one, or whose thumbnail does not decode.
+  // decode otherwise (unless the item shows another book by then, when it is not decoded for
+  // it); the placeholder stays for a book without one, or whose thumbnail does not decode.
   void show(GtkWidget* coverStack, const LibraryBook& book);
 
-  // Covers being decoded now.
-  std::size_t decodingCount() const noexcept { return decoding_.size(); }
+  // Until resumeDecoding, no decode starts: a view holds them back until the frame that first
+  // shows its books has been painted, since on a small machine they compete with that frame.
+  void holdDecoding();
+  void resumeDecoding();
+
+  // Covers asked for and not shown yet: waiting for a decode, or being decoded.
+  std::size_t pendingCount() const noexcept { return queued_.size() + decoding_.size(); }
 
  private:
-  struct Waiting;
+  // The cover stacks waiting for a cover; an item since bound to another book is left there
+  // until the cover's decode starts or ends.
+  using WaitingStacks = std::vector<std::unique_ptr<GObjectWeakReference<GtkWidget>>>;
+  enum class Wanted { no, offScreen, onScreen };
+  Wanted wanted(const std::string& fingerprint);
+  void startDecodes();
+  void startDecode(const std::string& fingerprint);
   void decoded(const std::string& fingerprint, GObjectHandle<GdkTexture> texture);
 
   std::map<std::string, GObjectHandle<GdkTexture>> textures_;
   std::set<std::string> failed_;
+  // Covers to decode, in the order they were asked for, each once, with their files.
+  std::vector<std::pair<std::string, std::filesystem::path>> queued_;
   std::set<std::string> decoding_;
-  std::vector<std::unique_ptr<Waiting>> waiting_;
+  std::map<std::string, WaitingStacks> waiting_;
   int width_;
   int height_;
+  bool held_ = false;
   std::shared_ptr<LibraryCoverCache*> lifetime_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <adwaita.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "async/BackgroundPool.h"
@@ -11,6 +12,13 @@
 namespace tomekeeper {
 
 namespace {
+
+constexpr int kGridMaximumColumns = 8;
+// Less than an item of each layout takes (the grid's from its widest label and its cover, the
+// list's from its cover), so that the books counted for the first screen fill it.
+constexpr int kGridItemLeastWidth = 174;
+constexpr int kGridItemLeastHeight = 260;
+constexpr int kListRowLeastHeight = 72;
 
 constexpr const char* kStyle =
     ".library-progress trough, .library-progress progress { min-height: 4px; border-radius: 2px; "
@@ -219,7 +227,7 @@ GtkWidget* LibraryView::makeBookView(LibraryLayout layout) {
   if (layout == LibraryLayout::grid) {
     view = gtk_grid_view_new(nullptr, factory);
     // A row of the widest window holds no more; fewer columns also means fewer items made ahead.
-    gtk_grid_view_set_max_columns(GTK_GRID_VIEW(view), 8);
+    gtk_grid_view_set_max_columns(GTK_GRID_VIEW(view), kGridMaximumColumns);
     gridView_ = view;
     gridSelection_ = std::move(selection);
   } else {
@@ -261,13 +269,15 @@ void LibraryView::setLayout(LibraryLayout layout) {
 
 void LibraryView::showBooks() {
   // The first screen's books go in now and the rest after that screen has been painted: a view
-  // makes the items of many rows ahead at once, which would hold the first frame back.
+  // makes the items of many rows ahead at once, which would hold the first frame back. Covers
+  // wait for that frame too, since their decoding competes with it for the processor.
   afterPaint_.disconnect();
+  gridCovers_.holdDecoding();
+  listCovers_.holdDecoding();
   const std::size_t count = model_.visibleBooks().size();
-  const std::size_t now = std::min(count, kFirstScreenBooks);
+  const std::size_t now = std::min(count, firstScreenBookCount());
   replaceShownBooks(0, g_list_model_get_n_items(G_LIST_MODEL(books_)), 0, now);
   showEmptyOrBooks();
-  if (now == count) return;
   GdkFrameClock* clock = gtk_widget_get_frame_clock(root_.get());
   if (clock == nullptr) {
     // Not on a screen yet: the rest follow the first frame after the view is mapped.
@@ -275,6 +285,28 @@ void LibraryView::showBooks() {
     return;
   }
   afterPaint_ = views::connectSignal(clock, "after-paint", G_CALLBACK(onAfterPaint), this);
+}
+
+std::size_t LibraryView::firstScreenBookCount() const {
+  int width = gtk_widget_get_width(stack_);
+  int height = gtk_widget_get_height(stack_);
+  if (width <= 0 || height <= 0) {
+    // Before the first layout, the window's size stands for the view's, unless the window is
+    // maximized or full screen, whose size is not known yet.
+    GtkRoot* root = gtk_widget_get_root(root_.get());
+    if (root == nullptr || !GTK_IS_WINDOW(root) || gtk_window_is_maximized(GTK_WINDOW(root)) ||
+        gtk_window_is_fullscreen(GTK_WINDOW(root))) {
+      return kFirstScreenBooks;
+    }
+    gtk_window_get_default_size(GTK_WINDOW(root), &width, &height);
+    if (width <= 0 || height <= 0) return kFirstScreenBooks;
+  }
+  // A partly shown row counts as a row.
+  if (layout_ == LibraryLayout::list) {
+    return static_cast<std::size_t>(height / kListRowLeastHeight + 1);
+  }
+  const int columns = std::clamp(width / kGridItemLeastWidth, 1, kGridMaximumColumns);
+  return static_cast<std::size_t>(columns * (height / kGridItemLeastHeight + 1));
 }
 
 void LibraryView::onMap(GtkWidget* widget, gpointer self) {
@@ -287,7 +319,12 @@ void LibraryView::onAfterPaint(GdkFrameClock*, gpointer self) {
   auto* view = static_cast<LibraryView*>(self);
   view->afterPaint_.disconnect();
   const auto shown = static_cast<std::size_t>(g_list_model_get_n_items(G_LIST_MODEL(view->books_)));
-  view->replaceShownBooks(static_cast<guint>(shown), 0, shown, view->model_.visibleBooks().size());
+  if (shown < view->model_.visibleBooks().size()) {
+    view->replaceShownBooks(static_cast<guint>(shown), 0, shown,
+                            view->model_.visibleBooks().size());
+  }
+  view->gridCovers_.resumeDecoding();
+  view->listCovers_.resumeDecoding();
 }
 
 void LibraryView::replaceShownBooks(guint position, guint removed, std::size_t from,

@@ -73,6 +73,8 @@ class LibraryView {
   GtkWidget* makeToolbar();
   GtkWidget* makeBookView(LibraryLayout layout);
   void showBooks();
+  // How many books fill the view's screen in the current layout; rather more than fewer.
+  std::size_t firstScreenBookCount() const;
   // Puts visibleBooks()[from, to) in place of `removed` shown books at `position`.
   void replaceShownBooks(guint position, guint removed, std::size_t from, std::size_t to);
   void showEmptyOrBooks();
@@ -97,7 +99,8 @@ class LibraryView {
   LibraryCoverCache listCovers_{kListCoverWidth, kListCoverHeight};
   LibraryLayout layout_ = LibraryLayout::grid;
   std::string pendingRemoval_;
-  // Books shown at once; the rest follow after the first frame. More than a screen holds.
+  // Books shown at once when the view's size is not known yet; the rest follow after the first
+  // frame. More than a screen holds.
   static constexpr std::size_t kFirstScreenBooks = 40;
   // Until the frame that shows the first screen's books has been painted (or, before that, the
   // view is mapped).

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <memory>
 
 #include "ShellDisplaySupport.h"
@@ -157,6 +159,99 @@ TEST_F(LibraryViewDisplayTest, RemovingAsksFirstThenTakesTheBookAway) {
     EXPECT_EQ(view->model().bookCount(), answer.booksLeft);
   }
   EXPECT_FALSE(fs::exists(locations().recordsRoot / std::string(64, '2') / "library-record.json"));
+}
+
+// How many times `text` is drawn at or below `widget`.
+std::size_t shownCount(GtkWidget* widget, const std::string& text) {
+  std::vector<std::string> texts;
+  collectShownTexts(widget, texts);
+  return static_cast<std::size_t>(std::count(texts.begin(), texts.end(), text));
+}
+
+TEST_F(LibraryViewDisplayTest, CoversShowOnceDecodedAndOthersKeepTheirTitledPlaceholder) {
+  struct Cover {
+    char digit;
+    const char* title;
+    std::optional<std::string> bytes;  // none: the record names no cover
+    std::size_t titlesShown;           // the item's title, and the placeholder's
+  };
+  GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 400, 600);
+  gdk_pixbuf_fill(pixbuf, 0x336699ff);
+  gchar* png = nullptr;
+  gsize size = 0;
+  ASSERT_TRUE(gdk_pixbuf_save_to_buffer(pixbuf, &png, &size, "png", nullptr, nullptr));
+  g_object_unref(pixbuf);
+  const std::vector<Cover> covers = {{'1', "Germinal", std::string(png, size), 1},
+                                     {'2', "Les Misérables", "not a picture", 2},
+                                     {'3', "Jane Eyre", std::nullopt, 2}};
+  g_free(png);
+  for (const Cover& cover : covers) {
+    const fs::path bookDirectory = locations().recordsRoot / std::string(64, cover.digit);
+    LibraryRecord record = *readLibraryRecord(bookDirectory);
+    if (cover.bytes) {
+      record.cover = std::string(kCoverThumbnailFileName);
+      writeFile(bookDirectory / kCoverThumbnailFileName, *cover.bytes);
+    }
+    writeLibraryRecord(bookDirectory, record);
+  }
+  loadedCount = 0;
+  view->reload();
+  ASSERT_TRUE(iterateUntil([&] {
+    return loadedCount == 3 && view->covers().pendingCount() == 0 &&
+           findWidget(view->gridView(), [](GtkWidget* widget) {
+             return GTK_IS_PICTURE(widget) && gtk_widget_get_mapped(widget) &&
+                    gtk_picture_get_paintable(GTK_PICTURE(widget)) != nullptr;
+           }) != nullptr;
+  }));
+  for (const Cover& cover : covers) {
+    SCOPED_TRACE(cover.title);
+    EXPECT_EQ(shownCount(view->gridView(), cover.title), cover.titlesShown);
+  }
+  GtkWidget* picture = findWidget(view->gridView(), [](GtkWidget* widget) {
+    return GTK_IS_PICTURE(widget) && gtk_picture_get_paintable(GTK_PICTURE(widget)) != nullptr;
+  });
+  GdkPaintable* paintable = gtk_picture_get_paintable(GTK_PICTURE(picture));
+  EXPECT_LE(gdk_paintable_get_intrinsic_width(paintable), kGridCoverWidth);
+  EXPECT_LE(gdk_paintable_get_intrinsic_height(paintable), kGridCoverHeight);
+}
+
+TEST_F(LibraryViewDisplayTest, TheFirstScreenComesFirstAndTheRestAfterIt) {
+  constexpr std::size_t kBooks = 60;
+  for (std::size_t index = 3; index < kBooks; ++index) {
+    char fingerprint[65];
+    std::snprintf(fingerprint, sizeof fingerprint, "%064zx", index);
+    const fs::path bookDirectory = locations().recordsRoot / fingerprint;
+    const fs::path file = directory / ("book-" + std::to_string(index) + ".epub");
+    writeFile(file, "an epub");
+    writeFile(bookDirectory / kSourceBookmarkFileName, codec->makeBookmarkData(file));
+    writeLibraryRecord(bookDirectory, LibraryRecord{"Book " + std::to_string(index),
+                                                    {"An Author"},
+                                                    "en",
+                                                    Date::now(),
+                                                    std::string(kSourceBookmarkFileName),
+                                                    file.filename().string(),
+                                                    std::nullopt});
+  }
+  // The books the shown layout's view holds (the hidden one holds none).
+  const auto booksInView = [this] {
+    GtkSelectionModel* model = gtk_grid_view_get_model(GTK_GRID_VIEW(view->gridView()));
+    if (model == nullptr) model = gtk_list_view_get_model(GTK_LIST_VIEW(view->listView()));
+    return model != nullptr ? g_list_model_get_n_items(G_LIST_MODEL(model)) : 0u;
+  };
+  for (const char* layout : {"grid", "list"}) {
+    SCOPED_TRACE(layout);
+    gtk_widget_activate_action(view->widget(), "library.layout", "s", layout);
+    guint inViewWhenLoaded = 0;
+    sigc::connection whenLoaded =
+        view->loaded.connect([&](std::size_t) { inViewWhenLoaded = booksInView(); });
+    loadedCount = 0;
+    view->reload();
+    ASSERT_TRUE(iterateUntil([&] { return loadedCount == kBooks; }));
+    whenLoaded.disconnect();
+    EXPECT_GT(inViewWhenLoaded, 0u);
+    EXPECT_LT(inViewWhenLoaded, kBooks);
+    EXPECT_TRUE(iterateUntil([&] { return booksInView() == kBooks; }));
+  }
 }
 
 }  // namespace
