@@ -9,96 +9,76 @@ namespace {
 
 constexpr const char* kID = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
 
-std::string publicationURL(std::string_view rest) {
-  return std::string("tomekeeper://publication/") + kID + std::string(rest);
+// Each address, by the behaviour it shows, with the resource path of its publication route, or
+// none. The path stays encoded for the provider to decode once, inner empty pieces included.
+TEST(PublicationSchemeRouteTest, ParsesAPublicationRouteOfThisSchemeAndHostOnly) {
+  const std::string book = std::string("tomekeeper://publication/") + kID;
+  const struct {
+    const char* behaviour;
+    std::string url;
+    std::optional<std::string> resourcePath;
+  } cases[] = {
+      {"ParsesAPublicationRoute", book + "/OEBPS/chapter1.xhtml", "OEBPS/chapter1.xhtml"},
+      {"AcceptsTheIdentifierInLowerCase",
+       "tomekeeper://publication/e621e1f8-c36c-495a-93fc-0c247a3e6e5f/a.html", "a.html"},
+      {"IgnoresQueryAndFragment", book + "/a.html?x=1#part", "a.html"},
+      {"IgnoresAFragmentThatLooksLikeAPath", book + "/a.html#x/../y", "a.html"},
+      {"LeavesABlankEncoded", book + "/OEBPS/a%20b.xhtml", "OEBPS/a%20b.xhtml"},
+      {"LeavesAnEncodedPercentEncoded", book + "/a%2520b.xhtml", "a%2520b.xhtml"},
+      {"LeavesEncodedSlashesEncoded", book + "/a%2F..%2Fb", "a%2F..%2Fb"},
+      {"RefusesAPathThatDoesNotDecode", book + "/a%zz.html", std::nullopt},
+      {"KeepsInnerEmptyPieces", book + "/a//b.html", "a//b.html"},
+      {"KeepsATrailingSlash", book + "/a/", "a/"},
+      {"KeepsALeadingEmptyPiece", book + "//a.html", "/a.html"},
+      {"FailsWithoutResourcePath", book, std::nullopt},
+      {"FailsWithAnEmptyResourcePath", book + "/", std::nullopt},
+      {"FailsWithoutIdentifier", "tomekeeper://publication/", std::nullopt},
+      {"FailsWithoutPath", "tomekeeper://publication", std::nullopt},
+      {"FailsByHost", std::string("tomekeeper://other/") + kID + "/a.html", std::nullopt},
+      {"FailsByHostInAnotherCase", std::string("tomekeeper://Publication/") + kID + "/a.html",
+       std::nullopt},
+      {"FailsByALongerHost", std::string("tomekeeper://publication.evil/") + kID + "/a.html",
+       std::nullopt},
+      {"FailsWithAPort", std::string("tomekeeper://publication:80/") + kID + "/a.html",
+       std::nullopt},
+      {"FailsWithAUser", std::string("tomekeeper://user@publication/") + kID + "/a.html",
+       std::nullopt},
+      {"FailsByScheme", std::string("https://publication/") + kID + "/a.html", std::nullopt},
+      {"FailsBySchemeInAnotherCase", std::string("TOMEKEEPER://publication/") + kID + "/a.html",
+       std::nullopt},
+      {"FailsWithoutAuthority", std::string("tomekeeper:publication/") + kID + "/a.html",
+       std::nullopt},
+      {"FailsByAMalformedIdentifier", "tomekeeper://publication/not-a-uuid/a.html", std::nullopt},
+      {"TheRuntimeIsNoPublication", "tomekeeper://publication/runtime/index.html", std::nullopt},
+      {"AnEmptyRuntimePathIsNoRouteAtAll", "tomekeeper://publication/runtime/", std::nullopt},
+      {"FailsByAnIdentifierInBraces",
+       "tomekeeper://publication/{E621E1F8-C36C-495A-93FC-0C247A3E6E5F}/a.html", std::nullopt},
+  };
+  for (const auto& [behaviour, url, resourcePath] : cases) {
+    SCOPED_TRACE(std::string(behaviour) + ": " + url);
+    const auto route = parsePublicationSchemeRoute(url);
+    ASSERT_EQ(route.has_value(), resourcePath.has_value());
+    if (!route) continue;
+    EXPECT_EQ(route->publicationID, *Uuid::fromString(kID));
+    EXPECT_EQ(route->resourcePath, *resourcePath);
+  }
 }
 
-TEST(PublicationSchemeRouteTest, ParsesAPublicationRoute) {
-  const auto route = parsePublicationSchemeRoute(publicationURL("/OEBPS/chapter1.xhtml"));
-  ASSERT_TRUE(route);
-  EXPECT_EQ(route->publicationID, *Uuid::fromString(kID));
-  EXPECT_EQ(route->resourcePath, "OEBPS/chapter1.xhtml");
-}
-
-TEST(PublicationSchemeRouteTest, AcceptsTheIdentifierInLowerCase) {
-  const auto route = parsePublicationSchemeRoute(
-      "tomekeeper://publication/e621e1f8-c36c-495a-93fc-0c247a3e6e5f/a.html");
-  ASSERT_TRUE(route);
-  EXPECT_EQ(route->publicationID, *Uuid::fromString(kID));
-}
-
-TEST(PublicationSchemeRouteTest, IgnoresQueryAndFragment) {
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a.html?x=1#part"))->resourcePath,
-            "a.html");
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a.html#x/../y"))->resourcePath, "a.html");
-  EXPECT_EQ(parseRuntimeResourcePath("tomekeeper://publication/runtime/index.html?v=2#top"),
-            "index.html");
-}
-
-TEST(PublicationSchemeRouteTest, LeavesThePathEncodedForTheProviderToDecodeOnce) {
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/OEBPS/a%20b.xhtml"))->resourcePath,
-            "OEBPS/a%20b.xhtml");
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a%2520b.xhtml"))->resourcePath,
-            "a%2520b.xhtml");
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a%2F..%2Fb"))->resourcePath,
-            "a%2F..%2Fb");
-}
-
-TEST(PublicationSchemeRouteTest, RefusesAPathThatDoesNotDecode) {
-  EXPECT_FALSE(parsePublicationSchemeRoute(publicationURL("/a%zz.html")));
-  EXPECT_FALSE(parseRuntimeResourcePath("tomekeeper://publication/runtime/%G0"));
-}
-
-TEST(PublicationSchemeRouteTest, KeepsInnerEmptyPiecesForTheProvider) {
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a//b.html"))->resourcePath, "a//b.html");
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("/a/"))->resourcePath, "a/");
-  EXPECT_EQ(parsePublicationSchemeRoute(publicationURL("//a.html"))->resourcePath, "/a.html");
-}
-
-TEST(PublicationSchemeRouteTest, ARouteWithoutResourcePathFails) {
-  EXPECT_FALSE(parsePublicationSchemeRoute(publicationURL("")));
-  EXPECT_FALSE(parsePublicationSchemeRoute(publicationURL("/")));
-  EXPECT_FALSE(parsePublicationSchemeRoute("tomekeeper://publication/"));
-  EXPECT_FALSE(parsePublicationSchemeRoute("tomekeeper://publication"));
-}
-
-TEST(PublicationSchemeRouteTest, FailsByHostOrScheme) {
-  EXPECT_FALSE(parsePublicationSchemeRoute(std::string("tomekeeper://other/") + kID + "/a.html"));
-  EXPECT_FALSE(
-      parsePublicationSchemeRoute(std::string("tomekeeper://Publication/") + kID + "/a.html"));
-  EXPECT_FALSE(
-      parsePublicationSchemeRoute(std::string("tomekeeper://publication.evil/") + kID + "/a.html"));
-  EXPECT_FALSE(
-      parsePublicationSchemeRoute(std::string("tomekeeper://publication:80/") + kID + "/a.html"));
-  EXPECT_FALSE(
-      parsePublicationSchemeRoute(std::string("tomekeeper://user@publication/") + kID + "/a.html"));
-  EXPECT_FALSE(parsePublicationSchemeRoute(std::string("https://publication/") + kID + "/a.html"));
-  EXPECT_FALSE(
-      parsePublicationSchemeRoute(std::string("TOMEKEEPER://publication/") + kID + "/a.html"));
-  EXPECT_FALSE(
-      parsePublicationSchemeRoute(std::string("tomekeeper:publication/") + kID + "/a.html"));
-}
-
-TEST(PublicationSchemeRouteTest, FailsByIdentifier) {
-  EXPECT_FALSE(parsePublicationSchemeRoute("tomekeeper://publication/not-a-uuid/a.html"));
-  EXPECT_FALSE(parsePublicationSchemeRoute("tomekeeper://publication/runtime/index.html"));
-  EXPECT_FALSE(parsePublicationSchemeRoute(
-      "tomekeeper://publication/{E621E1F8-C36C-495A-93FC-0C247A3E6E5F}/a.html"));
-}
-
-TEST(PublicationSchemeRouteTest, ParsesTheRuntimeRoute) {
-  EXPECT_EQ(parseRuntimeResourcePath(kReaderRuntimeEntryURL), "index.html");
-  EXPECT_EQ(parseRuntimeResourcePath("tomekeeper://publication/runtime/assets/main.js"),
-            "assets/main.js");
-}
-
-TEST(PublicationSchemeRouteTest, AnEmptyRuntimePathIsNoRouteAtAll) {
-  EXPECT_FALSE(parseRuntimeResourcePath("tomekeeper://publication/runtime/"));
-  EXPECT_FALSE(parsePublicationSchemeRoute("tomekeeper://publication/runtime/"));
-  EXPECT_FALSE(parseRuntimeResourcePath("tomekeeper://publication/runtime"));
-  EXPECT_FALSE(parseRuntimeResourcePath("tomekeeper://publication/runtimes/index.html"));
-  EXPECT_FALSE(parseRuntimeResourcePath("tomekeeper://other/runtime/index.html"));
-  EXPECT_FALSE(parseRuntimeResourcePath(publicationURL("/runtime/index.html")));
+TEST(PublicationSchemeRouteTest, ParsesTheRuntimeRouteOnlyWithAPath) {
+  const std::pair<std::string, std::optional<std::string>> cases[] = {
+      {std::string(kReaderRuntimeEntryURL), "index.html"},
+      {"tomekeeper://publication/runtime/assets/main.js", "assets/main.js"},
+      {"tomekeeper://publication/runtime/index.html?v=2#top", "index.html"},
+      {"tomekeeper://publication/runtime/%G0", std::nullopt},
+      {"tomekeeper://publication/runtime/", std::nullopt},
+      {"tomekeeper://publication/runtime", std::nullopt},
+      {"tomekeeper://publication/runtimes/index.html", std::nullopt},
+      {"tomekeeper://other/runtime/index.html", std::nullopt},
+      {std::string("tomekeeper://publication/") + kID + "/runtime/index.html", std::nullopt},
+  };
+  for (const auto& [url, path] : cases) {
+    EXPECT_EQ(parseRuntimeResourcePath(url), path) << url;
+  }
 }
 
 TEST(PercentDecodingTest, DecodesPairsOfHexadecimalDigits) {
