@@ -119,6 +119,11 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
       const document = await documents.document(spineIndex);
       return { document, index: documents.textIndex(document), root: textRoot(document) };
     },
+    markup: async (spineIndex) => {
+      const item = reader.packageDocument?.spine[spineIndex];
+      if (item === undefined) throw new Error(`no spine item ${spineIndex}`);
+      return { text: await reader.loadSectionText(item.url), mediaType: item.mediaType };
+    },
     isLive: (spineIndex) => liveDocument(reader, spineIndex) !== undefined,
     totalProgression: (spineIndex, progression) => reader.totalProgression(spineIndex, progression),
     language: () => reader.packageDocument?.language,

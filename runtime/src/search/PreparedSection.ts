@@ -86,6 +86,11 @@ class StepFinder {
   }
 }
 
+// What a prepared section of these sizes takes in memory, roughly.
+export function preparedSectionBytes(textLength: number, nodes: number, boundaries: number, foldedLength: number): number {
+  return textLength * 2 + nodes * 40 + boundaries * 8 + foldedLength * 10 + 256;
+}
+
 // Prepares a section from the TextIndex of its text root. Throws when a text node of the index
 // has no parent element, which no parsed section has (its text root is an element).
 export function prepareSection(index: TextIndex, root: Node, folder: TextFolder, language: string | undefined): PreparedSection {
@@ -108,7 +113,7 @@ export function prepareSection(index: TextIndex, root: Node, folder: TextFolder,
   const text = index.text;
   const boundaries = blockBoundaries(root);
   const folded = folder.fold(text, boundaries);
-  const bytes = text.length * 2 + count * 40 + boundaries.length * 8 + folded.text.length * 10 + 256;
+  const bytes = preparedSectionBytes(text.length, count, boundaries.length, folded.text.length);
   return { text, boundaries, folded, language, starts: index.starts, lengths, parentSteps, runSteps, runOffsets, bytes };
 }
 

@@ -10,6 +10,7 @@ import type { TextIndex } from '../cfi/TextIndex';
 import { clampUnit } from '../locator/Progression';
 import { excerptAround } from '../text/SectionText';
 import { findFoldedMatches, TextFolder } from '../text/TextFolding';
+import { prepareSectionFromMarkup } from './MarkupPreparation';
 import { cfiForSpan, prepareSection, PreparedSections, type PreparedSection } from './PreparedSection';
 
 export interface PublicationSearchResult {
@@ -32,6 +33,10 @@ export interface SearchSource {
   // Whether the section is loaded in a frame now. Such a section is searched in its live document
   // every time; others are prepared once and kept for the searches that follow.
   isLive?(spineIndex: number): boolean;
+  // The section's source and its media type, from which a section that is not live is prepared
+  // without a document when it can be (see MarkupPreparation); load() serves the rest. A source
+  // without it has every section read through load().
+  markup?(spineIndex: number): Promise<{ text: string; mediaType: string }>;
   totalProgression(spineIndex: number, sectionProgression: number): number;
   language(): string | undefined;
 }
@@ -192,9 +197,15 @@ export class SearchRunner {
       if (kept !== undefined && kept.language === language) return { settled: true, result: Promise.resolve({ ok: true, value: kept }) };
     }
     const epoch = this.prepared.epoch;
+    const throughDocument = (): Promise<PreparedSection> =>
+      this.source.load(spineIndex).then(({ index, root }) => prepareSection(index, root, folder, language));
+    const markup = live ? undefined : this.source.markup?.(spineIndex);
+    const preparing =
+      markup === undefined
+        ? throughDocument()
+        : markup.then(({ text, mediaType }) => prepareSectionFromMarkup(text, mediaType, folder, language) ?? throughDocument());
     return startLoad(
-      this.source.load(spineIndex).then(({ index, root }) => {
-        const section = prepareSection(index, root, folder, language);
+      preparing.then((section) => {
         if (!live) this.prepared.keep(spineIndex, section, epoch);
         return section;
       }),

@@ -5,7 +5,7 @@ import type { TextIndex } from '../cfi/TextIndex';
 
 // Elements that start a new block of text, by their local name. Text on either side of one of
 // these reads as two words even when no white space separates them in the document.
-const blockElements = new Set([
+export const blockElements = new Set([
   'address', 'article', 'aside', 'blockquote', 'body', 'br', 'caption', 'dd', 'details', 'dialog', 'div', 'dl', 'dt',
   'fieldset', 'figcaption', 'figure', 'footer', 'form', 'h1', 'h2', 'h3', 'h4', 'h5', 'h6', 'header', 'hgroup', 'hr',
   'li', 'main', 'nav', 'ol', 'p', 'pre', 'section', 'summary', 'table', 'tbody', 'td', 'tfoot', 'th', 'thead', 'tr', 'ul',

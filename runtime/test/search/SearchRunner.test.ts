@@ -25,6 +25,7 @@ class FakeSource implements SearchSource {
   readonly gates = new Map<number, Deferred>();
   readonly documents = new Map<number, Document>();
   isLive?: (spineIndex: number) => boolean;
+  markup?: (spineIndex: number) => Promise<{ text: string; mediaType: string }>;
 
   constructor(private readonly bodies: (string | Error)[], private readonly bookLanguage?: string) {}
 
@@ -272,6 +273,29 @@ describe('SearchRunner', () => {
     await runner.start('S2', 'whale');
     expect(source.loads).toEqual([0, 1, 1]);
     expect(batches.flatMap((batch) => batch.results)).toHaveLength(4);
+  });
+
+  it('PreparesFromMarkupWhatItCanAndLoadsTheRestWithTheSameResults', async () => {
+    // Well-formed; not well-formed (read as HTML through its document); live in a frame.
+    const bodies = ['<p id="w">The whale &amp; <em>wha</em>le.</p>', '<p>A whale<br>and more</p>', '<p>whale</p>'];
+    const results = async (source: FakeSource): Promise<PublicationSearchResult[]> => {
+      source.isLive = (spineIndex: number) => spineIndex === 2;
+      const { batches, emit } = recorder();
+      await new SearchRunner(source, emit, everySection).start('S', 'whale');
+      return batches.flatMap((batch) => batch.results);
+    };
+    const throughDocuments = new FakeSource(bodies);
+    const fromMarkup = new FakeSource(bodies);
+    const markupRead: number[] = [];
+    fromMarkup.markup = (spineIndex) => {
+      markupRead.push(spineIndex);
+      return Promise.resolve({ text: xhtmlText(bodies[spineIndex] as string), mediaType: 'application/xhtml+xml' });
+    };
+    const expected = await results(throughDocuments);
+    expect(expected).toHaveLength(4);
+    expect(await results(fromMarkup)).toEqual(expected);
+    expect(markupRead).toEqual([0, 1]);
+    expect(fromMarkup.loads).toEqual([1, 2]);
   });
 
   it('LoadsEverySectionAgainOnceItForgotThem', async () => {
