@@ -74,7 +74,7 @@ std::string repeated(const std::string& piece, std::size_t times) {
   return text;
 }
 
-TEST_F(AnnotationNoteEditorDisplayTest, ShowsItsTextsAndTheCount) {
+TEST_F(AnnotationNoteEditorDisplayTest, ShowsItsTextsAndCountsGraphemeClusters) {
   openEditor("Whaling");
   GtkWidget* panel = editor->widget();
   EXPECT_TRUE(showsText(panel, "Note"));
@@ -88,10 +88,10 @@ TEST_F(AnnotationNoteEditorDisplayTest, ShowsItsTextsAndTheCount) {
   EXPECT_EQ(countText(), "7 / 4000");
   EXPECT_TRUE(gtk_widget_get_sensitive(editor->doneButton()));
   EXPECT_TRUE(gtk_widget_has_focus(editor->textView()));
-}
 
-TEST_F(AnnotationNoteEditorDisplayTest, CountsAnEmojiOfSeveralCodePointsAsOneCharacter) {
-  openEditor("\U0001F469\u200D\U0001F469\u200D\U0001F467 ok");
+  // The count follows the text, an emoji of several code points one character.
+  gtk_text_buffer_set_text(gtk_text_view_get_buffer(GTK_TEXT_VIEW(editor->textView())),
+                           "\U0001F469\u200D\U0001F469\u200D\U0001F467 ok", -1);
   EXPECT_EQ(countText(), "4 / 4000");
 }
 

@@ -24,7 +24,7 @@ class ReaderScreenDisplayTest : public ViewsDisplayTest {
   std::unique_ptr<ReaderScreen> screen;
 };
 
-TEST_F(ReaderScreenDisplayTest, HoldsThePageTheSidebarAndThePageLabel) {
+TEST_F(ReaderScreenDisplayTest, HoldsThePageTheSidebarThePageLabelAndTheErrorBanner) {
   openSession();
   makeScreen();
   EXPECT_EQ(gtk_widget_get_root(page), GTK_ROOT(window));
@@ -48,16 +48,21 @@ TEST_F(ReaderScreenDisplayTest, HoldsThePageTheSidebarAndThePageLabel) {
   EXPECT_FALSE(screen->sidebarIsVisible());
   EXPECT_EQ(changes, 1);
   counting.disconnect();
+
+  // The session's error comes up in the banner.
+  session->handleAnnotationResolutionChanged({}, {Uuid::random()});
+  ASSERT_TRUE(isShown(screen->errorBanner()));
+  EXPECT_EQ(std::string(gtk_label_get_text(GTK_LABEL(screen->errorLabel()))),
+            "A saved highlight could not be shown at its original text.");
 }
 
 TEST_F(ReaderScreenDisplayTest, TheSidebarTakesAtMostAThirdAndNeverMoreThan360Pixels) {
   // Titles long enough to make the sidebar as wide as it is allowed.
   host->runtime.handlers["tableOfContents"] = [](const json&) {
     const std::string title(200, 'W');
-    return RuntimeAnswer::result({{"items", json::array({json{
-                                                {"title", title},
-                                                {"href", "c1.xhtml"},
-                                                {"children", json::array()}}})}});
+    return RuntimeAnswer::result(
+        {{"items", json::array({json{
+                       {"title", title}, {"href", "c1.xhtml"}, {"children", json::array()}}})}});
   };
   openSession();
   makeScreen();
@@ -72,7 +77,8 @@ TEST_F(ReaderScreenDisplayTest, TheSidebarTakesAtMostAThirdAndNeverMoreThan360Pi
     ASSERT_TRUE(waitUntil([&] {
       return gtk_widget_get_width(screen->widget()) == size.windowWidth &&
              screen->sidebarMaximumWidth() == size.widest;
-    })) << gtk_widget_get_width(screen->widget()) << " " << screen->sidebarMaximumWidth();
+    })) << gtk_widget_get_width(screen->widget())
+        << " " << screen->sidebarMaximumWidth();
     // What the sidebar takes from the screen: all but the page and the separator.
     GtkWidget* content = gtk_widget_get_parent(gtk_widget_get_parent(page));
     const auto taken = [&] {
@@ -80,21 +86,6 @@ TEST_F(ReaderScreenDisplayTest, TheSidebarTakesAtMostAThirdAndNeverMoreThan360Pi
     };
     EXPECT_TRUE(waitUntil([&] { return taken() > 0 && taken() <= size.widest; })) << taken();
   }
-}
-
-TEST_F(ReaderScreenDisplayTest, StartsWithTheSidebarHiddenWhenTheBookSaysSo) {
-  openSession();
-  makeScreen(SidebarVisibility::hidden);
-  EXPECT_FALSE(screen->sidebarIsVisible());
-}
-
-TEST_F(ReaderScreenDisplayTest, ShowsTheSessionErrorInTheBanner) {
-  openSession();
-  makeScreen();
-  session->handleAnnotationResolutionChanged({}, {Uuid::random()});
-  ASSERT_TRUE(isShown(screen->errorBanner()));
-  EXPECT_EQ(std::string(gtk_label_get_text(GTK_LABEL(screen->errorLabel()))),
-            "A saved highlight could not be shown at its original text.");
 }
 
 TEST_F(ReaderScreenDisplayTest, ShowsBookmarkFeedbackThatGoesByItself) {
@@ -131,7 +122,9 @@ TEST_F(ReaderScreenDisplayTest, PlacesTheHighlightCalloutAtTheSelectionAndHighli
                                    {{"locator", locatorJSON(locatorAt(0, "/6/2!/4/2,/1:0,/1:4"))},
                                     {"selectedText", "Call"}}}});
   };
+  // The book says the sidebar starts hidden.
   makeScreen(SidebarVisibility::hidden);
+  EXPECT_FALSE(screen->sidebarIsVisible());
   session->handleSelectionAvailabilityChanged(true, ReaderSelectionRect{300, 200, 80, 20});
   ASSERT_TRUE(waitUntil([&] { return isShown(screen->selectionCallout()); }));
   ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(screen->highlightButton()); }));
