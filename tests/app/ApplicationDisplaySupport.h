@@ -10,8 +10,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iostream>
 #include <optional>
 #include <sstream>
@@ -126,24 +128,54 @@ class ApplicationProcess {
   GPid pid_ = 0;
 };
 
+// Runs `command` (searched in PATH) to its end; gives whether it started. Its standard output
+// and error go to `output` and `errors` when given, to /dev/null otherwise.
+inline bool spawnAndWait(std::vector<std::string> command, int& status,
+                         std::string* output = nullptr, std::string* errors = nullptr) {
+  std::vector<char*> argv;
+  for (auto& argument : command) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  int flags = G_SPAWN_SEARCH_PATH;
+  if (output == nullptr) flags |= G_SPAWN_STDOUT_TO_DEV_NULL;
+  if (errors == nullptr) flags |= G_SPAWN_STDERR_TO_DEV_NULL;
+  char* standardOutput = nullptr;
+  char* standardError = nullptr;
+  const bool started = g_spawn_sync(nullptr, argv.data(), nullptr, static_cast<GSpawnFlags>(flags),
+                                    nullptr, nullptr, output ? &standardOutput : nullptr,
+                                    errors ? &standardError : nullptr, &status, nullptr);
+  if (output != nullptr) *output = standardOutput != nullptr ? standardOutput : "";
+  if (errors != nullptr) *errors = standardError != nullptr ? standardError : "";
+  g_free(standardOutput);
+  g_free(standardError);
+  return started;
+}
+
+// Runs `command` (searched in PATH) and answers whether it ended with status 0; its standard
+// output goes to `output` when given.
+inline bool runTool(std::vector<std::string> command, std::string* output = nullptr) {
+  const std::string name = command.front();
+  int status = 0;
+  std::string errors;
+  const bool ran = spawnAndWait(std::move(command), status, output, &errors) &&
+                   g_spawn_check_wait_status(status, nullptr);
+  if (!ran) std::cerr << name << ": " << errors << '\n';
+  return ran;
+}
+
 // The visible windows whose title is exactly `title`. Titles are compared here, not by
 // xdotool's pattern, which does not read UTF-8.
 inline int visibleWindowsTitled(const std::string& title) {
-  const char* argv[] = {"xdotool",       "search", "--onlyvisible", "--name", ".",
-                        "getwindowname", "%@",     nullptr};
-  char* output = nullptr;
+  std::string output;
   int status = 0;
-  if (!g_spawn_sync(nullptr, const_cast<char**>(argv), nullptr,
-                    static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDERR_TO_DEV_NULL),
-                    nullptr, nullptr, &output, nullptr, &status, nullptr)) {
+  if (!spawnAndWait({"xdotool", "search", "--onlyvisible", "--name", ".", "getwindowname", "%@"},
+                    status, &output)) {
     return 0;
   }
   int count = 0;
-  std::istringstream lines(output != nullptr ? output : "");
+  std::istringstream lines(output);
   for (std::string line; std::getline(lines, line);) {
     if (line == title) ++count;
   }
-  g_free(output);
   return count;
 }
 
@@ -180,48 +212,13 @@ inline bool typeInto(GPid pid, const std::vector<std::string>& keys) {
       "--name",          ".",      "windowfocus", "--sync",        "%1",    "key",
       "--clearmodifiers"};
   command.insert(command.end(), keys.begin(), keys.end());
-  std::vector<char*> argv;
-  for (auto& argument : command) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  int status = 0;
-  char* errors = nullptr;
-  const bool ran =
-      g_spawn_sync(nullptr, argv.data(), nullptr,
-                   static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL),
-                   nullptr, nullptr, nullptr, &errors, &status, nullptr) &&
-      g_spawn_check_wait_status(status, nullptr);
-  if (!ran) std::cerr << "xdotool: " << (errors != nullptr ? errors : "") << '\n';
-  g_free(errors);
+  const bool ran = runTool(std::move(command));
   // A key whose window went while it was down (Ctrl+W closing it) never gets its release, and
   // the X server repeats it into whatever has the focus next, for the rest of the run.
   std::vector<std::string> release = {"xdotool", "keyup"};
   release.insert(release.end(), keys.begin(), keys.end());
-  std::vector<char*> releaseArguments;
-  for (auto& argument : release) releaseArguments.push_back(argument.data());
-  releaseArguments.push_back(nullptr);
-  g_spawn_sync(nullptr, releaseArguments.data(), nullptr,
-               static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL |
-                                        G_SPAWN_STDERR_TO_DEV_NULL),
-               nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  return ran;
-}
-
-// Runs `command` (searched in PATH) and answers whether it ended with status 0; its standard
-// output goes to `output` when given.
-inline bool runTool(std::vector<std::string> command, std::string* output = nullptr) {
-  std::vector<char*> argv;
-  for (auto& argument : command) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  char* standardOutput = nullptr;
-  char* errors = nullptr;
   int status = 0;
-  const bool ran = g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr,
-                                nullptr, &standardOutput, &errors, &status, nullptr) &&
-                   g_spawn_check_wait_status(status, nullptr);
-  if (output != nullptr) *output = standardOutput != nullptr ? standardOutput : "";
-  if (!ran) std::cerr << command.front() << ": " << (errors != nullptr ? errors : "") << '\n';
-  g_free(standardOutput);
-  g_free(errors);
+  spawnAndWait(std::move(release), status);
   return ran;
 }
 
@@ -246,6 +243,34 @@ inline bool activateWindowAction(int windowNumber, const std::string& action,
                   parameter.empty() ? "[]" : "[<" + parameter + ">]", "{}"});
 }
 
+struct WindowSize {
+  int width = 0;
+  int height = 0;
+};
+
+// The size of X window `window`; absent when xdotool cannot tell it.
+inline std::optional<WindowSize> sizeOfWindow(const std::string& window) {
+  std::string geometry;
+  if (window.empty() || !runTool({"xdotool", "getwindowgeometry", "--shell", window}, &geometry))
+    return std::nullopt;
+  WindowSize size;
+  std::istringstream lines(geometry);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("WIDTH=", 0) == 0) size.width = std::atoi(line.c_str() + 6);
+    if (line.rfind("HEIGHT=", 0) == 0) size.height = std::atoi(line.c_str() + 7);
+  }
+  if (size.width == 0 || size.height == 0) return std::nullopt;
+  return size;
+}
+
+// Clicks `count` times in the middle of X window `window` (three clicks select a paragraph).
+inline bool clickMiddleOf(const std::string& window, int count = 1) {
+  const std::optional<WindowSize> size = sizeOfWindow(window);
+  return size && runTool({"xdotool", "mousemove", "--window", window, "--sync",
+                          std::to_string(size->width / 2), std::to_string(size->height / 2),
+                          "click", "--repeat", std::to_string(count), "--delay", "120", "1"});
+}
+
 // A picture of X window `window` as it is on screen (ImageMagick's import).
 inline bool captureWindow(const std::string& window, const std::filesystem::path& picture) {
   return runTool({"import", "-window", window, picture.string()});
@@ -255,27 +280,90 @@ inline bool captureWindow(const std::string& window, const std::filesystem::path
 // the pictures cannot be compared.
 inline std::optional<long> differingPixels(const std::filesystem::path& first,
                                            const std::filesystem::path& second) {
-  std::vector<std::string> command = {"compare",      "-metric",       "AE",
-                                      first.string(), second.string(), "null:"};
-  std::vector<char*> argv;
-  for (auto& argument : command) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  char* errors = nullptr;
   int status = 0;
+  std::string count;
   // compare ends with 1 when the pictures differ, and writes the count on standard error.
-  if (!g_spawn_sync(nullptr, argv.data(), nullptr,
-                    static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL),
-                    nullptr, nullptr, nullptr, &errors, &status, nullptr)) {
+  if (!spawnAndWait({"compare", "-metric", "AE", first.string(), second.string(), "null:"}, status,
+                    nullptr, &count) ||
+      !WIFEXITED(status) || WEXITSTATUS(status) > 1) {
     return std::nullopt;
   }
-  const std::string count = errors != nullptr ? errors : "";
-  g_free(errors);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) > 1) return std::nullopt;
   try {
     return static_cast<long>(std::stod(count));
   } catch (const std::exception&) {
     return std::nullopt;
   }
+}
+
+// Why an application display test cannot run here (no display, no session bus, or one of
+// `tools` missing); empty when it can.
+inline std::string missingForApplicationDisplay(std::initializer_list<const char*> tools) {
+  if (!hasDisplay()) return "needs a display (run under xvfb-run)";
+  if (g_getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
+    return "needs a session bus (run under dbus-run-session)";
+  }
+  for (const char* tool : tools) {
+    if (!hasProgram(tool)) return std::string("needs ") + tool;
+  }
+  return "";
+}
+
+// What the application display tests share: a home of their own with a books folder, and the
+// application's log, which tells what its windows and readers did.
+class ApplicationDisplayFixture : public ::testing::Test {
+ protected:
+  ApplicationDisplayFixture() { std::filesystem::create_directories(home / "books"); }
+
+  std::string log() const { return readFile(logFile); }
+
+  // Waits until the log holds `line` at least `count` times.
+  bool waitForLog(const std::string& line, std::size_t count = 1) const {
+    return waitUntil([&] { return occurrences(log(), line) >= count; });
+  }
+
+  // The fingerprint in the first log line "<prefix><fingerprint> ...", once there is one; empty
+  // when none came within the patience.
+  std::string waitForFingerprintAfter(const std::string& prefix = "Reader of ") const {
+    std::string fingerprint;
+    waitUntil([&] {
+      const std::string text = log();
+      const std::size_t at = text.find(prefix);
+      if (at != std::string::npos) fingerprint = text.substr(at + prefix.size(), 64);
+      return !fingerprint.empty();
+    });
+    return fingerprint;
+  }
+
+  // The saved reading positions of every book, as the stores hold them.
+  std::string savedPositions() const {
+    const std::filesystem::path publications = home / "data" / "tomekeeper" / "Publications";
+    std::string positions;
+    if (!std::filesystem::is_directory(publications)) return positions;
+    for (const auto& entry : std::filesystem::directory_iterator(publications)) {
+      positions += readFile(entry.path() / "reading-position.json");
+    }
+    return positions;
+  }
+
+  bool waitForSavedPosition(const std::string& part) const {
+    return waitUntil([&] { return savedPositions().find(part) != std::string::npos; });
+  }
+
+  TemporaryDirectory home;
+  std::filesystem::path logFile = home / "application.log";
+};
+
+// A chapter titled `title` (with that heading unless `heading` is off) of `paragraphs`
+// paragraphs of `text`, and then `closing`.
+enum class ChapterHeading { shown, none };
+inline std::string proseChapter(const std::string& title, int paragraphs, const std::string& text,
+                                ChapterHeading heading = ChapterHeading::shown,
+                                const std::string& closing = "") {
+  std::string body = heading == ChapterHeading::shown ? "<h1>" + title + "</h1>\n" : "";
+  for (int paragraph = 0; paragraph < paragraphs; ++paragraph) body += "<p>" + text + "</p>\n";
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<html xmlns="http://www.w3.org/1999/xhtml"><head><title>)" +
+         title + "</title></head>\n<body>" + body + closing + "</body></html>\n";
 }
 
 }  // namespace tomekeeper::testing
