@@ -43,19 +43,13 @@ std::string chapter(int number, const std::string& link = "") {
          body + "</body></html>\n";
 }
 
-class BookLinksApplicationDisplayTest : public ::testing::Test {
+class BookLinksApplicationDisplayTest : public ApplicationDisplayFixture {
  protected:
   void SetUp() override {
-    if (!hasDisplay()) GTEST_SKIP() << "needs a display (run under xvfb-run)";
-    for (const char* tool : {"xdotool", "gdbus", "curl"}) {
-      if (!hasProgram(tool)) GTEST_SKIP() << "needs " << tool;
-    }
-    if (g_getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
-      GTEST_SKIP() << "needs a session bus (run under dbus-run-session)";
-    }
+    const auto missing = missingForApplicationDisplay({"xdotool", "gdbus", "curl"});
+    if (!missing.empty()) GTEST_SKIP() << missing;
     accessibility = AccessibilityBus::connect();
     if (!accessibility) GTEST_SKIP() << "needs the accessibility bus (at-spi-bus-launcher)";
-    std::filesystem::create_directories(home / "books");
     installWebHandler();
   }
 
@@ -72,44 +66,13 @@ class BookLinksApplicationDisplayTest : public ::testing::Test {
   }
 
   void start() {
-    application = std::make_unique<ApplicationProcess>(home, std::vector<std::string>{book.string()},
-                                                       logFile);
+    application = std::make_unique<ApplicationProcess>(
+        home, std::vector<std::string>{book.string()}, logFile);
     ASSERT_TRUE(waitUntil([&] { return !visibleWindowOf(application->pid()).empty(); })) << log();
   }
 
-  std::string log() const { return readFile(logFile); }
-
-  // The saved reading positions of every book, as the stores hold them.
-  std::string savedPosition() const {
-    const std::filesystem::path publications = home / "data" / "tomekeeper" / "Publications";
-    std::string positions;
-    if (!std::filesystem::is_directory(publications)) return positions;
-    for (const auto& entry : std::filesystem::directory_iterator(publications)) {
-      positions += readFile(entry.path() / "reading-position.json");
-    }
-    return positions;
-  }
-
-  bool waitForSavedPosition(const std::string& part) {
-    return waitUntil([&] { return savedPosition().find(part) != std::string::npos; });
-  }
-
   // Clicks the middle of the application's window, where each chapter's link lies.
-  bool clickTheMiddle() {
-    const std::string window = visibleWindowOf(application->pid());
-    std::string geometry;
-    if (window.empty() || !runTool({"xdotool", "getwindowgeometry", "--shell", window}, &geometry))
-      return false;
-    int width = 0;
-    int height = 0;
-    std::istringstream lines(geometry);
-    for (std::string line; std::getline(lines, line);) {
-      if (line.rfind("WIDTH=", 0) == 0) width = std::stoi(line.substr(6));
-      if (line.rfind("HEIGHT=", 0) == 0) height = std::stoi(line.substr(7));
-    }
-    return runTool({"xdotool", "mousemove", "--window", window, "--sync",
-                    std::to_string(width / 2), std::to_string(height / 2), "click", "1"});
-  }
+  bool clickTheMiddle() { return clickMiddleOf(visibleWindowOf(application->pid())); }
 
   // The button of the consent dialog whose label is `label` (a response button's accessible name
   // repeats its label).
@@ -130,10 +93,10 @@ class BookLinksApplicationDisplayTest : public ::testing::Test {
   // Turns pages with the window action `action` until the saved place is in `section`.
   bool turnPagesUntil(const std::string& action, const std::string& section) {
     for (int turn = 0; turn < 8; ++turn) {
-      const std::string before = savedPosition();
+      const std::string before = savedPositions();
       if (!activateWindowAction(1, action)) return false;
-      waitUntil([&] { return savedPosition() != before; });
-      if (savedPosition().find(section) != std::string::npos) return true;
+      waitUntil([&] { return savedPositions() != before; });
+      if (savedPositions().find(section) != std::string::npos) return true;
     }
     return false;
   }
@@ -142,9 +105,7 @@ class BookLinksApplicationDisplayTest : public ::testing::Test {
     return find(accessibility->elementsOf(application->pid()), "dialog", "Open Link?").has_value();
   }
 
-  TemporaryDirectory home;
   std::filesystem::path book = home / "books" / "book.epub";
-  std::filesystem::path logFile = home / "application.log";
   std::unique_ptr<AccessibilityBus> accessibility;
   std::unique_ptr<ApplicationProcess> application;
 };
@@ -160,14 +121,14 @@ TEST_F(BookLinksApplicationDisplayTest, ALinkIsFollowedInTheReaderAndAltLeftCome
       .addFile("OEBPS/chapter2.xhtml", chapter(2))
       .writeTo(book);
   start();
-  ASSERT_TRUE(waitUntil([&] { return log().find(" is ready") != std::string::npos; })) << log();
+  ASSERT_TRUE(waitForLog(" is ready")) << log();
   ASSERT_TRUE(clickTheMiddle());
-  EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPosition() << log();
+  EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPositions() << log();
   // Back is a window action with its key; the place before the link comes back and is saved.
   ASSERT_TRUE(typeInto(application->pid(), {"alt+Left"}));
-  EXPECT_TRUE(waitForSavedPosition("chapter1.xhtml")) << savedPosition() << log();
+  EXPECT_TRUE(waitForSavedPosition("chapter1.xhtml")) << savedPositions() << log();
   ASSERT_TRUE(typeInto(application->pid(), {"alt+Right"}));
-  EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPosition() << log();
+  EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPositions() << log();
 }
 
 TEST_F(BookLinksApplicationDisplayTest, AHostileBookReachesNothingAndAWebLinkOpensOnlyOnConsent) {
@@ -178,11 +139,11 @@ TEST_F(BookLinksApplicationDisplayTest, AHostileBookReachesNothingAndAWebLinkOpe
                      "<p style=\"break-before: column\"><a href=\"@web/link\" "
                      "style=\"display: block; height: 90vh\">Out to the web</a></p>");
   start();
-  ASSERT_TRUE(waitUntil([&] { return log().find(" is ready") != std::string::npos; })) << log();
+  ASSERT_TRUE(waitForLog(" is ready")) << log();
   // The SVG and XML items are never framed: the book opens on its first chapter. Both chapters
   // are shown, each with all it tries.
-  ASSERT_TRUE(turnPagesUntil("next-page", "chapter2.xhtml")) << savedPosition() << log();
-  ASSERT_TRUE(turnPagesUntil("previous-page", "chapter1.xhtml")) << savedPosition() << log();
+  ASSERT_TRUE(turnPagesUntil("next-page", "chapter2.xhtml")) << savedPositions() << log();
+  ASSERT_TRUE(turnPagesUntil("previous-page", "chapter1.xhtml")) << savedPositions() << log();
 
   // Back on the chapter's last page, a click on the web link asks first; Cancel opens nothing.
   ASSERT_TRUE(clickTheMiddle());

@@ -25,32 +25,6 @@
 namespace tomekeeper::testing {
 namespace {
 
-// One chapter of long paragraphs that fill the page, so that a click in its middle is on text.
-std::string chapter() {
-  std::string body;
-  for (int paragraph = 0; paragraph < 12; ++paragraph) {
-    body += "<p>";
-    for (int sentence = 0; sentence < 8; ++sentence) {
-      body +=
-          "The watch on deck kept the ship to the wind while the long swell rolled under "
-          "her keel. ";
-    }
-    body += "</p>\n";
-  }
-  return R"(<?xml version="1.0" encoding="UTF-8"?>
-<html xmlns="http://www.w3.org/1999/xhtml"><head><title>One</title></head>
-<body>
-)" + body +
-         "</body></html>\n";
-}
-
-// The fingerprint in the log line "<prefix><fingerprint> ..." or empty.
-std::string fingerprintAfter(const std::string& log, const std::string& prefix) {
-  const std::size_t at = log.find(prefix);
-  if (at == std::string::npos) return "";
-  return log.substr(at + prefix.size(), 64);
-}
-
 // The only annotation of the book in a parsed annotations.json; null while there is none.
 const nlohmann::json* storedAnnotation(const nlohmann::json& store) {
   if (!store.is_object() || !store.contains("annotationsByFingerprint")) return nullptr;
@@ -71,30 +45,32 @@ std::string noteText(AnnotationNoteLength length) {
   return text;
 }
 
-class HighlightNoteApplicationDisplayTest : public ::testing::Test {
+class HighlightNoteApplicationDisplayTest : public ApplicationDisplayFixture {
  protected:
   void SetUp() override {
-    if (!hasDisplay()) GTEST_SKIP() << "needs a display (run under xvfb-run)";
-    for (const char* tool : {"xdotool", "gdbus"}) {
-      if (!hasProgram(tool)) GTEST_SKIP() << "needs " << tool;
-    }
-    if (g_getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
-      GTEST_SKIP() << "needs a session bus (run under dbus-run-session)";
+    if (const auto missing = missingForApplicationDisplay({"xdotool", "gdbus"}); !missing.empty()) {
+      GTEST_SKIP() << missing;
     }
     accessibility = AccessibilityBus::connect();
     if (!accessibility) GTEST_SKIP() << "needs the accessibility bus (at-spi-bus-launcher)";
-    std::filesystem::create_directories(home / "books");
+    // One chapter of long paragraphs that fill the page, so that a click in its middle is on
+    // text.
+    std::string paragraph;
+    for (int sentence = 0; sentence < 8; ++sentence) {
+      paragraph +=
+          "The watch on deck kept the ship to the wind while the long swell rolled under her "
+          "keel. ";
+    }
     EpubBuilder()
         .withPackageDocument(
             PackageDescription{.identifier = "urn:uuid:3c9a51e0-7d2b-4b8e-a6f4-5e1d0c2b9a84",
                                .title = "Title",
                                .creators = {"Author"}}
                 .withChapters(1))
-        .replaceFile("OEBPS/chapter1.xhtml", chapter())
+        .replaceFile("OEBPS/chapter1.xhtml",
+                     proseChapter("One", 12, paragraph, ChapterHeading::none))
         .writeTo(book);
   }
-
-  std::string log() const { return readFile(logFile); }
 
   std::vector<AccessibleElement> elements() {
     return accessibility->elementsOf(application->pid());
@@ -111,40 +87,11 @@ class HighlightNoteApplicationDisplayTest : public ::testing::Test {
     return found;
   }
 
-  struct WindowSize {
-    int width = 0;
-    int height = 0;
-  };
-
-  // The size of X window `window`; absent when xdotool cannot tell it.
-  static std::optional<WindowSize> sizeOfWindow(const std::string& window) {
-    std::string geometry;
-    if (window.empty() || !runTool({"xdotool", "getwindowgeometry", "--shell", window}, &geometry))
-      return std::nullopt;
-    WindowSize size;
-    std::istringstream lines(geometry);
-    for (std::string line; std::getline(lines, line);) {
-      if (line.rfind("WIDTH=", 0) == 0) size.width = std::atoi(line.c_str() + 6);
-      if (line.rfind("HEIGHT=", 0) == 0) size.height = std::atoi(line.c_str() + 7);
-    }
-    if (size.width == 0 || size.height == 0) return std::nullopt;
-    return size;
-  }
-
   // The X window of the note editor's dialog; empty when it is not shown.
   static std::string noteEditorWindow() {
     std::string output;
     runTool({"xdotool", "search", "--onlyvisible", "--name", "^Note$"}, &output);
     return output.substr(0, output.find('\n'));
-  }
-
-  // Clicks three times in the middle of X window `window`, which selects a paragraph there.
-  static bool clickThrice(const std::string& window) {
-    const std::optional<WindowSize> size = sizeOfWindow(window);
-    if (!size) return false;
-    return runTool({"xdotool", "mousemove", "--window", window, "--sync",
-                    std::to_string(size->width / 2), std::to_string(size->height / 2), "click",
-                    "--repeat", "3", "--delay", "120", "1"});
   }
 
   // Focuses the note editor's window and runs the xdotool command `keys` ("type ..." or
@@ -181,9 +128,7 @@ class HighlightNoteApplicationDisplayTest : public ::testing::Test {
     return text;
   }
 
-  TemporaryDirectory home;
   std::filesystem::path book = home / "books" / "book.epub";
-  std::filesystem::path logFile = home / "application.log";
   std::unique_ptr<AccessibilityBus> accessibility;
   std::unique_ptr<ApplicationProcess> application;
 };
@@ -192,31 +137,23 @@ TEST_F(HighlightNoteApplicationDisplayTest,
        SelectedTextIsHighlightedAndItsNoteIsRefusedAboveTheLimitAndSavedAtIt) {
   application =
       std::make_unique<ApplicationProcess>(home, std::vector<std::string>{book.string()}, logFile);
-  std::string fingerprint;
-  ASSERT_TRUE(waitUntil([&] {
-    fingerprint = fingerprintAfter(log(), "Reader of ");
-    return !fingerprint.empty();
-  })) << log();
+  const std::string fingerprint = waitForFingerprintAfter();
+  ASSERT_FALSE(fingerprint.empty()) << log();
   // One column across the page, so that the middle of the window is on a line of text.
   ASSERT_TRUE(activateWindowAction(1, "page-layout", "'singlePage'"));
-  ASSERT_TRUE(waitUntil([&] {
-    return log().find("Page layout of " + fingerprint + " is singlePage") != std::string::npos;
-  })) << log();
+  ASSERT_TRUE(waitForLog("Page layout of " + fingerprint + " is singlePage")) << log();
   EXPECT_FALSE(find(elements(), "button", "Highlight").has_value()) << dump();
 
   // A triple click selects the paragraph under the pointer; the runtime reports the selection
   // and the callout comes up at it.
   const std::string window = visibleWindowOf(application->pid());
   ASSERT_FALSE(window.empty());
-  ASSERT_TRUE(clickThrice(window));
-  const std::optional<AccessibleElement> callout =
-      waitForElement("button", "Highlight");
+  ASSERT_TRUE(clickMiddleOf(window, 3));
+  const std::optional<AccessibleElement> callout = waitForElement("button", "Highlight");
   ASSERT_TRUE(callout.has_value()) << dump();
   ASSERT_TRUE(accessibility->performAction(callout->reference));
 
-  ASSERT_TRUE(waitUntil([&] {
-    return log().find("Highlights of " + fingerprint + ": 1") != std::string::npos;
-  })) << log();
+  ASSERT_TRUE(waitForLog("Highlights of " + fingerprint + ": 1")) << log();
   const std::filesystem::path annotationsFile =
       home / "data" / "tomekeeper" / "Publications" / fingerprint / "annotations.json";
   nlohmann::json stored;
@@ -229,9 +166,8 @@ TEST_F(HighlightNoteApplicationDisplayTest,
   EXPECT_NE(selectedText.find("The watch on deck kept the ship to the wind"), std::string::npos)
       << selectedText;
   // The drawn highlight takes the selection away, and the callout with it.
-  EXPECT_TRUE(waitUntil([&] {
-    return !find(elements(), "button", "Highlight").has_value();
-  })) << dump();
+  EXPECT_TRUE(waitUntil([&] { return !find(elements(), "button", "Highlight").has_value(); }))
+      << dump();
 
   ASSERT_TRUE(activateWindowAction(1, "show-sidebar-section", "'highlights'"));
   EXPECT_TRUE(waitForElement("label", selectedText).has_value()) << dump();
