@@ -23,15 +23,10 @@ namespace {
 
 void writeBook(const std::filesystem::path& file, const std::string& identifier,
                const std::string& title) {
-  std::string body;
-  for (int paragraph = 0; paragraph < 40; ++paragraph) {
-    body += "<p>The long watch on deck went on through the night while the ship held her course "
-            "and the wind kept steady from the west.</p>\n";
-  }
-  const std::string chapter = R"(<?xml version="1.0" encoding="UTF-8"?>
-<html xmlns="http://www.w3.org/1999/xhtml"><head><title>One</title></head>
-<body><h1>One</h1>
-)" + body + "</body></html>\n";
+  const std::string chapter = proseChapter(
+      "One", 40,
+      "The long watch on deck went on through the night while the ship held her course and the "
+      "wind kept steady from the west.");
   EpubBuilder()
       .withPackageDocument(PackageDescription{
           .identifier = "urn:uuid:" + identifier, .title = title, .creators = {"Author"}}
@@ -44,9 +39,9 @@ void writeBook(const std::filesystem::path& file, const std::string& identifier,
 // The roles of the elements a person operates.
 bool isControl(const AccessibleElement& element) {
   static const std::vector<std::string> roles = {
-      "button",    "toggle button", "check box", "radio",     "switch",    "slider",
-      "spin button", "text box",    "search box", "combo box", "link",     "menu item",
-      "menu item checkbox", "menu item radio", "tab"};
+      "button", "toggle button", "check box",          "radio",           "switch",
+      "slider", "spin button",   "text box",           "search box",      "combo box",
+      "link",   "menu item",     "menu item checkbox", "menu item radio", "tab"};
   return std::find(roles.begin(), roles.end(), element.role) != roles.end();
 }
 
@@ -81,17 +76,12 @@ std::string describe(const std::vector<AccessibleElement>& elements) {
   return text;
 }
 
-class ReadingWindowApplicationDisplayTest : public ::testing::Test {
+class ReadingWindowApplicationDisplayTest : public ApplicationDisplayFixture {
  protected:
   void SetUp() override {
-    if (!hasDisplay()) GTEST_SKIP() << "needs a display (run under xvfb-run)";
-    for (const char* tool : {"xdotool", "gdbus"}) {
-      if (!hasProgram(tool)) GTEST_SKIP() << "needs " << tool;
+    if (const auto missing = missingForApplicationDisplay({"xdotool", "gdbus"}); !missing.empty()) {
+      GTEST_SKIP() << missing;
     }
-    if (g_getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
-      GTEST_SKIP() << "needs a session bus (run under dbus-run-session)";
-    }
-    std::filesystem::create_directories(home / "books");
   }
 
   std::filesystem::path book(const std::string& title) {
@@ -101,22 +91,6 @@ class ReadingWindowApplicationDisplayTest : public ::testing::Test {
     const std::filesystem::path file = home / "books" / (title + ".epub");
     if (!std::filesystem::exists(file)) writeBook(file, identifiers[bookCount++ % 3], title);
     return file;
-  }
-
-  std::string log() const { return readFile(logFile); }
-
-  bool waitForLog(const std::string& line, std::size_t count = 1) {
-    return waitUntil([&] { return occurrences(log(), line) >= count; });
-  }
-
-  std::string waitForReadyReader() {
-    std::string fingerprint;
-    waitUntil([&] {
-      const std::size_t at = log().find("Reader of ");
-      if (at != std::string::npos) fingerprint = log().substr(at + 10, 64);
-      return !fingerprint.empty();
-    });
-    return fingerprint;
   }
 
   // The controls of process `pid` whose names are at fault, once its tree shows `expected`.
@@ -139,8 +113,6 @@ class ReadingWindowApplicationDisplayTest : public ::testing::Test {
     return faults;
   }
 
-  TemporaryDirectory home;
-  std::filesystem::path logFile = home / "application.log";
   std::unique_ptr<AccessibilityBus> accessibility;
   int bookCount = 0;
 };
@@ -154,13 +126,14 @@ TEST_F(ReadingWindowApplicationDisplayTest, EveryControlHasOneNameThatSaysWhatIt
     EXPECT_EQ(faultyControls(application.pid(), "Main Menu"), std::vector<std::string>{});
   }
   ApplicationProcess application(home, {book("Alpha").string()}, logFile);
-  ASSERT_FALSE(waitForReadyReader().empty()) << log();
+  ASSERT_FALSE(waitForFingerprintAfter().empty()) << log();
   ASSERT_TRUE(activateWindowAction(1, "show-sidebar-section", "'contents'"));
   struct Panel {
     const char* action;
     const char* shownControl;  // a control of the panel, named once it is up
   };
-  for (const Panel& panel : {Panel{"search", "Search"}, Panel{"toggle-fonts", "Restore All Book Typography"}}) {
+  for (const Panel& panel :
+       {Panel{"search", "Search"}, Panel{"toggle-fonts", "Restore All Book Typography"}}) {
     SCOPED_TRACE(panel.action);
     ASSERT_TRUE(activateWindowAction(1, panel.action));
     EXPECT_EQ(faultyControls(application.pid(), panel.shownControl), std::vector<std::string>{});
@@ -168,24 +141,24 @@ TEST_F(ReadingWindowApplicationDisplayTest, EveryControlHasOneNameThatSaysWhatIt
   }
 }
 
-TEST_F(ReadingWindowApplicationDisplayTest, TheBookmarkButtonFollowsThePage) {
+// One launch for two behaviours of the page's chrome: the bookmark button follows the page, and
+// hidden reading controls come back by the pointer, a panel and Escape.
+TEST_F(ReadingWindowApplicationDisplayTest,
+       TheBookmarkButtonFollowsThePageAndHiddenControlsComeBack) {
   ApplicationProcess application(home, {book("Alpha").string()}, logFile);
-  const std::string fingerprint = waitForReadyReader();
+  const std::string fingerprint = waitForFingerprintAfter();
   ASSERT_FALSE(fingerprint.empty()) << log();
-  const std::string says = "Bookmark button of " + fingerprint + " says ";
-
-  ASSERT_TRUE(activateWindowAction(1, "toggle-bookmark"));
-  ASSERT_TRUE(waitForLog(says + "Remove Bookmark")) << log();
-  ASSERT_TRUE(activateWindowAction(1, "next-page"));
-  ASSERT_TRUE(waitForLog(says + "Add Bookmark")) << log();
-  ASSERT_TRUE(activateWindowAction(1, "previous-page"));
-  EXPECT_TRUE(waitForLog(says + "Remove Bookmark", 2)) << log();
-}
-
-TEST_F(ReadingWindowApplicationDisplayTest, HiddenControlsComeBackByPointerPanelAndEscape) {
-  ApplicationProcess application(home, {book("Alpha").string()}, logFile);
-  const std::string fingerprint = waitForReadyReader();
-  ASSERT_FALSE(fingerprint.empty()) << log();
+  {
+    SCOPED_TRACE("TheBookmarkButtonFollowsThePage");
+    const std::string says = "Bookmark button of " + fingerprint + " says ";
+    ASSERT_TRUE(activateWindowAction(1, "toggle-bookmark"));
+    ASSERT_TRUE(waitForLog(says + "Remove Bookmark")) << log();
+    ASSERT_TRUE(activateWindowAction(1, "next-page"));
+    ASSERT_TRUE(waitForLog(says + "Add Bookmark")) << log();
+    ASSERT_TRUE(activateWindowAction(1, "previous-page"));
+    EXPECT_TRUE(waitForLog(says + "Remove Bookmark", 2)) << log();
+  }
+  SCOPED_TRACE("HiddenControlsComeBackByPointerPanelAndEscape");
   const std::string window = visibleWindowOf(application.pid());
   ASSERT_FALSE(window.empty());
   const std::string controls = "Reading controls of " + fingerprint + " are ";
@@ -195,8 +168,8 @@ TEST_F(ReadingWindowApplicationDisplayTest, HiddenControlsComeBackByPointerPanel
   // Up to the top edge of the page, as a hand moves. (The top 5 pixels of the window are the
   // frame that GTK keeps around its content without a window manager: 7 is the page's 2.)
   for (const int y : {300, 40, 12, 7}) {
-    ASSERT_TRUE(runTool({"xdotool", "mousemove", "--window", window, "--sync", "300",
-                         std::to_string(y)}));
+    ASSERT_TRUE(
+        runTool({"xdotool", "mousemove", "--window", window, "--sync", "300", std::to_string(y)}));
   }
   ASSERT_TRUE(waitForLog(controls + "hidden, header revealed")) << log();
   ASSERT_TRUE(runTool({"xdotool", "mousemove", "--window", window, "--sync", "300", "400"}));
@@ -262,8 +235,8 @@ TEST_P(BookComesForwardTest, TheRequestedBooksWindowComesForward) {
   // The X window of process `pid` titled `title`, given the focus as a click would give it.
   auto focusWindowTitled = [](GPid pid, const std::string& title) {
     std::string windows;
-    runTool({"xdotool", "search", "--all", "--onlyvisible", "--pid", std::to_string(pid),
-             "--name", "."},
+    runTool({"xdotool", "search", "--all", "--onlyvisible", "--pid", std::to_string(pid), "--name",
+             "."},
             &windows);
     std::istringstream lines(windows);
     for (std::string window; std::getline(lines, window);) {
