@@ -163,7 +163,8 @@ TEST_F(ReaderSessionAnnotationsTest, OutdatedSelectionReplyIsIgnored) {
                               {{"available", false}, {"rect", nullptr}});
   harness.host->bridge()->completeRequest(
       *Uuid::fromString(firstID), json(selectionJSON(locatorAt(1, "/6/4!/4/2,/1:0,/1:3"), "old")));
-  iterateFor(std::chrono::milliseconds(30));
+  // The sentinel: a request sent after the late reply, whose own reply comes after it.
+  runToEnd(harness.host->bridge()->currentLocator());
 
   EXPECT_EQ(session().currentTextSelection().value(), std::nullopt);
   EXPECT_EQ(harness.runtime().count("currentSelection"), 1u);

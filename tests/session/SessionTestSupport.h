@@ -133,18 +133,17 @@ class ScriptedReaderRuntime {
   }
 
   void installDefaults() {
-    const json rendered = json{{"rendered", true}, {"resolution", "exact"}};
-    handlers["open"] = [](const json&) {
-      return RuntimeAnswer::result({{"title", "A Book"},
-                                    {"authors", json::array({"An Author"})},
-                                    {"spineItemCount", 3},
-                                    {"initialResourceURL", "tomekeeper://publication/x/c0.xhtml"}});
+    // A method that always gives the same result.
+    const auto constant = [](json value) {
+      return [value](const json&) { return RuntimeAnswer::result(value); };
     };
-    handlers["tableOfContents"] = [](const json&) {
-      return RuntimeAnswer::result(
-          {{"items", json::array({json{
-                         {"title", "One"}, {"href", "c1.xhtml"}, {"children", json::array()}}})}});
-    };
+    handlers["open"] = constant({{"title", "A Book"},
+                                 {"authors", json::array({"An Author"})},
+                                 {"spineItemCount", 3},
+                                 {"initialResourceURL", "tomekeeper://publication/x/c0.xhtml"}});
+    handlers["tableOfContents"] = constant(
+        {{"items", json::array({json{
+                       {"title", "One"}, {"href", "c1.xhtml"}, {"children", json::array()}}})}});
     const auto turn = [this](std::int64_t step) {
       return [this, step](const json&) {
         page += step;
@@ -172,9 +171,7 @@ class ScriptedReaderRuntime {
     handlers["currentLocator"] = [this](const json&) {
       return RuntimeAnswer::result(locatorJSON(current));
     };
-    handlers["currentSelection"] = [](const json&) {
-      return RuntimeAnswer::result({{"selection", nullptr}});
-    };
+    handlers["currentSelection"] = constant({{"selection", nullptr}});
     handlers["configureTypography"] = [this](const json&) {
       return RuntimeAnswer::result({{"applied", true},
                                     {"configurationRevision", ++revision},
@@ -204,20 +201,14 @@ class ScriptedReaderRuntime {
                                     {"computedBodyMaxInlineSize", payload["maxInlineSize"]},
                                     {"configurationRevision", ++revision}});
     };
-    handlers["configureBookmarkVisibility"] = [](const json&) {
-      return RuntimeAnswer::result({{"visibleBookmarkIDs", json::array()}});
-    };
-    handlers["addAnnotation"] = [rendered](const json&) { return RuntimeAnswer::result(rendered); };
-    handlers["removeAnnotation"] = [rendered](const json&) {
-      return RuntimeAnswer::result(rendered);
-    };
-    handlers["pulseAnnotation"] = [rendered](const json&) {
-      return RuntimeAnswer::result(rendered);
-    };
+    handlers["configureBookmarkVisibility"] = constant({{"visibleBookmarkIDs", json::array()}});
+    for (const char* method : {"addAnnotation", "removeAnnotation", "pulseAnnotation"}) {
+      handlers[method] = constant({{"rendered", true}, {"resolution", "exact"}});
+    }
     handlers["startSearch"] = [](const json& payload) {
       return RuntimeAnswer::result({{"searchID", payload["searchID"]}});
     };
-    handlers["cancelSearch"] = [](const json&) { return RuntimeAnswer::result(json::object()); };
+    handlers["cancelSearch"] = constant(json::object());
   }
 
   void receive(const json& envelope) {
@@ -333,7 +324,6 @@ class MemoryPositionRepository final : public ReadingPositionRepository,
  public:
   std::map<std::string, Locator> locators;
   std::vector<Locator> saves;
-  std::vector<std::chrono::steady_clock::time_point> saveTimes;
   int deleteCount = 0;
 
   async::Task<std::optional<Locator>> locator(std::string fingerprint) override {
@@ -345,7 +335,6 @@ class MemoryPositionRepository final : public ReadingPositionRepository,
   async::Task<void> save(Locator value, std::string fingerprint) override {
     co_await writing();
     saves.push_back(value);
-    saveTimes.push_back(std::chrono::steady_clock::now());
     locators[fingerprint] = std::move(value);
   }
   async::Task<void> deleteLocator(std::string fingerprint) override {
@@ -460,34 +449,32 @@ class MemoryTypographyRepository final
     co_return value;
   }
   async::Task<void> saveFont(TypographyFontSelection selection) override {
-    co_await write();
-    value.font = selection;
+    return write(&TypographyPreferences::font, selection);
   }
   async::Task<void> saveFontScale(TypographyFontScaleSelection selection) override {
-    co_await write();
-    value.fontScale = selection;
+    return write(&TypographyPreferences::fontScale, selection);
   }
   async::Task<void> saveLineHeight(TypographyLineHeightSelection selection) override {
-    co_await write();
-    value.lineHeight = selection;
+    return write(&TypographyPreferences::lineHeight, selection);
   }
   async::Task<void> saveLetterSpacing(TypographyLetterSpacingSelection selection) override {
-    co_await write();
-    value.letterSpacing = selection;
+    return write(&TypographyPreferences::letterSpacing, selection);
   }
   async::Task<void> savePageMargins(TypographyPageMarginsSelection selection) override {
-    co_await write();
-    value.pageMargins = selection;
+    return write(&TypographyPreferences::pageMargins, selection);
   }
   async::Task<void> restoreDefaults() override {
-    co_await write();
+    co_await writing();
+    ++writeCount;
     value = TypographyPreferences{};
   }
 
  private:
-  async::Task<void> write() {
+  template <typename Selection>
+  async::Task<void> write(Selection TypographyPreferences::*field, Selection selection) {
     co_await writing();
     ++writeCount;
+    value.*field = std::move(selection);
   }
 };
 
