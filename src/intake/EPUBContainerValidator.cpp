@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -24,9 +25,10 @@ using ValidationFailure = EPUBContainerValidationFailure;
 
 constexpr std::string_view kPackageMediaType = "application/oebps-package+xml";
 
-const std::set<std::string, std::less<>>& obfuscationAlgorithms() {
-  static const std::set<std::string, std::less<>> algorithms{
-      EPUBContainerValidator::kIDPFFontObfuscation, EPUBContainerValidator::kAdobeFontMangling};
+const std::map<std::string, FontObfuscationAlgorithm, std::less<>>& obfuscationAlgorithms() {
+  static const std::map<std::string, FontObfuscationAlgorithm, std::less<>> algorithms{
+      {EPUBContainerValidator::kIDPFFontObfuscation, FontObfuscationAlgorithm::idpf},
+      {EPUBContainerValidator::kAdobeFontMangling, FontObfuscationAlgorithm::adobe}};
   return algorithms;
 }
 
@@ -128,16 +130,24 @@ std::string EPUBContainerValidator::chooseRootfilePath(std::string_view containe
 }
 
 bool EPUBContainerValidator::checkEncryption(std::string_view encryptionXML) {
+  return !fontObfuscationAlgorithms(encryptionXML).empty();
+}
+
+std::set<FontObfuscationAlgorithm> EPUBContainerValidator::fontObfuscationAlgorithms(
+    std::string_view encryptionXML) {
   EncryptionXMLDelegate delegate;
   if (!parseXMLStartElements(encryptionXML, delegate)) {
     fail(ValidationFailure::malformedEncryptionMetadata);
   }
   // A file that names nothing is not taken to mean that nothing is encrypted.
   if (delegate.algorithms.empty()) fail(ValidationFailure::malformedEncryptionMetadata);
+  std::set<FontObfuscationAlgorithm> found;
   for (const std::string& algorithm : delegate.algorithms) {
-    if (!obfuscationAlgorithms().contains(algorithm)) fail(ValidationFailure::unsupportedDRM);
+    const auto known = obfuscationAlgorithms().find(algorithm);
+    if (known == obfuscationAlgorithms().end()) fail(ValidationFailure::unsupportedDRM);
+    found.insert(known->second);
   }
-  return true;
+  return found;
 }
 
 ValidatedEPUBContainer EPUBContainerValidator::validate(const fs::path& publicationRoot,
@@ -167,13 +177,13 @@ ValidatedEPUBContainer EPUBContainerValidator::validate(const fs::path& publicat
     fail(ValidationFailure::unsupportedDRM);
   }
 
-  bool usesFontObfuscation = false;
+  std::set<FontObfuscationAlgorithm> algorithms;
   const std::optional<std::string> encryptionXML =
       readMetadataFile(metadataPath(root, "META-INF/encryption.xml"), maximumMetadataSize_,
                        Requirement::optional, ValidationFailure::malformedEncryptionMetadata);
-  if (encryptionXML) usesFontObfuscation = checkEncryption(*encryptionXML);
+  if (encryptionXML) algorithms = fontObfuscationAlgorithms(*encryptionXML);
 
-  return ValidatedEPUBContainer{root, packageURL, packagePath, usesFontObfuscation};
+  return ValidatedEPUBContainer{root, packageURL, packagePath, !algorithms.empty(), algorithms};
 }
 
 }  // namespace tomekeeper

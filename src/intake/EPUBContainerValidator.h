@@ -2,9 +2,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <set>
 #include <stop_token>
 #include <string>
 #include <string_view>
+
+#include "opening/PublicationIntakeFindings.h"
 
 namespace tomekeeper {
 
@@ -20,6 +23,8 @@ struct ValidatedEPUBContainer {
   // True exactly when META-INF/encryption.xml exists and lists only the two
   // font obfuscation algorithms.
   bool usesFontObfuscation = false;
+  // The obfuscation algorithms encryption.xml names; empty when it is absent.
+  std::set<FontObfuscationAlgorithm> fontObfuscationAlgorithms;
 
   bool operator==(const ValidatedEPUBContainer&) const = default;
 };
@@ -58,6 +63,9 @@ class EPUBContainerValidator {
   // True when the document lists only obfuscation algorithms; throws
   // malformedEncryptionMetadata or unsupportedDRM.
   static bool checkEncryption(std::string_view encryptionXML);
+  // The algorithms the document names, never empty; throws as checkEncryption does.
+  static std::set<FontObfuscationAlgorithm> fontObfuscationAlgorithms(
+      std::string_view encryptionXML);
 
  private:
   std::int64_t maximumMetadataSize_;

@@ -354,6 +354,7 @@ PreparedPublicationResources PublicationExtractionCache::buildResources(
               .accessMode = PublicationDescriptor::AccessMode::applicationResourceScheme,
           },
       .usesFontObfuscation = container.usesFontObfuscation,
+      .intakeFindings = {.fontObfuscationAlgorithms = container.fontObfuscationAlgorithms},
   };
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "model/PublicationDescriptor.h"
+#include "opening/PublicationIntakeFindings.h"
 
 namespace tomekeeper {
 
@@ -17,6 +18,8 @@ struct PreparedPublicationResources {
   PublicationDescriptor descriptor;
   // True when the container declared obfuscated fonts.
   bool usesFontObfuscation = false;
+  // Which obfuscations those are (none exactly when `usesFontObfuscation` is false).
+  PublicationIntakeFindings intakeFindings;
 
   bool operator==(const PreparedPublicationResources&) const = default;
 };

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "opening/PublicationIntakeFindings.h"
 #include "runtime/PublicationManifestListing.h"
 #include "runtime/PublicationResourceProvider.h"
 
@@ -38,6 +39,9 @@ struct PublicationSafetyReport {
   // The paths, from the book's root, of the unlisted files named, the first
   // kMaximumListedUnlistedPaths of them; percent-encoded as the references give them.
   std::set<std::string> unlistedPaths;
+  // What the book's intake found before any document was read. The scan leaves it empty; the
+  // holder of the prepared book fills it in.
+  PublicationIntakeFindings intake;
 
   bool triedScript() const noexcept {
     return scriptElements + eventHandlerAttributes + javascriptURLs > 0;

@@ -1,6 +1,7 @@
 #include "session/BookSafetySummary.h"
 
 #include <cstddef>
+#include <set>
 
 namespace tomekeeper {
 
@@ -9,6 +10,17 @@ namespace {
 // "1 script element", "3 script elements".
 std::string counted(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// The fonts' obfuscations by name, in the order of the enumeration.
+std::string obfuscationNames(const std::set<FontObfuscationAlgorithm>& algorithms) {
+  std::string names;
+  for (const FontObfuscationAlgorithm algorithm : algorithms) {
+    if (!names.empty()) names += " and ";
+    names += algorithm == FontObfuscationAlgorithm::idpf ? "IDPF font obfuscation"
+                                                         : "Adobe font mangling";
+  }
+  return names;
 }
 
 }  // namespace
@@ -46,6 +58,14 @@ std::vector<std::string> bookSafetyLines(const PublicationSafetyReport& report) 
   if (report.unreadableDocuments > 0) {
     lines.push_back(counted(report.unreadableDocuments, "document could not be checked.",
                             "documents could not be checked."));
+  }
+  // The reader page undoes the obfuscation of the fonts it is given; the scheme serves the
+  // files as the book holds them.
+  if (!report.intake.fontObfuscationAlgorithms.empty()) {
+    lines.push_back("Its fonts are obfuscated (" +
+                    obfuscationNames(report.intake.fontObfuscationAlgorithms) +
+                    "). The reader restores them in memory to show them, with the key that the "
+                    "book's identifier gives; the book's files are left as they are.");
   }
   return lines;
 }

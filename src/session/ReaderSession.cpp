@@ -27,10 +27,12 @@ async::Task<void> followLinkFromPage(std::weak_ptr<ReaderSession> weak, std::str
   }
 }
 
-// The safety report of the book unpacked at `root`, told to the session if it is still open. A
-// book that cannot be listed has no report; reading it fails elsewhere, with its own error.
+// The safety report of the book unpacked at `root`, with what its intake found, told to the
+// session if it is still open. A book that cannot be listed has no report; reading it fails
+// elsewhere, with its own error.
 async::Task<void> countBlockedAttempts(std::weak_ptr<ReaderSession> weak,
-                                       std::filesystem::path root) {
+                                       std::filesystem::path root,
+                                       PublicationIntakeFindings intakeFindings) {
   std::optional<PublicationSafetyReport> report;
   try {
     report = co_await async::runInBackground(
@@ -39,6 +41,7 @@ async::Task<void> countBlockedAttempts(std::weak_ptr<ReaderSession> weak,
     g_warning("The book's documents could not be scanned: %s", error.what());
     co_return;
   }
+  report->intake = std::move(intakeFindings);
   if (const auto session = weak.lock()) session->takeSafetyReport(std::move(*report));
 }
 
@@ -195,6 +198,24 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
                                       std::filesystem::path runtimeRoot,
                                       std::optional<std::string> fingerprint,
                                       std::optional<Locator> initialLocator) {
+  return openPublication(std::move(descriptor), std::move(extractedRoot), std::move(runtimeRoot),
+                         std::move(fingerprint), std::move(initialLocator), {});
+}
+
+async::Task<void> ReaderSession::open(PreparedPublicationResources resources,
+                                      std::filesystem::path runtimeRoot,
+                                      std::optional<std::string> fingerprint) {
+  return openPublication(std::move(resources.descriptor), std::move(resources.extractedRoot),
+                         std::move(runtimeRoot), std::move(fingerprint), std::nullopt,
+                         std::move(resources.intakeFindings));
+}
+
+async::Task<void> ReaderSession::openPublication(PublicationDescriptor descriptor,
+                                                 std::filesystem::path extractedRoot,
+                                                 std::filesystem::path runtimeRoot,
+                                                 std::optional<std::string> fingerprint,
+                                                 std::optional<Locator> initialLocator,
+                                                 PublicationIntakeFindings intakeFindings) {
   const auto keepAlive = shared_from_this();
   const std::shared_ptr<OpenPerformanceTrace> trace = co_await OpenPerformanceTrace::current();
 
@@ -232,7 +253,7 @@ async::Task<void> ReaderSession::open(PublicationDescriptor descriptor,
   if (failure) failOpen(failure);
   publicationOpen.end();
   // What the book's documents try is counted off the main thread while the rest opens.
-  async::spawn(countBlockedAttempts(weak_from_this(), extractedRoot));
+  async::spawn(countBlockedAttempts(weak_from_this(), extractedRoot, std::move(intakeFindings)));
 
   // The rest of the open is one traced stage, ended on every failure from here on.
   TraceStage readerSessionReady(trace, OpenPerformanceTrace::Stage::readerSessionReady);

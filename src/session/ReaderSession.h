@@ -28,6 +28,7 @@
 #include "model/TableOfContentsOutlineNode.h"
 #include "model/TypographyPreferences.h"
 #include "model/Uuid.h"
+#include "opening/PreparedPublicationResources.h"
 #include "opening/ReaderError.h"
 #include "persistence/AnnotationRepository.h"
 #include "persistence/BookmarkRepository.h"
@@ -133,8 +134,8 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
     return unresolvedAnnotationIDs_;
   }
   const ObservableProperty<std::optional<ReaderError>>& error() const noexcept { return error_; }
-  // What the book's documents try, all of it blocked; counted off the main thread once the
-  // book is open, absent until then or when the book could not be read.
+  // What the book's documents try, all of it blocked, and what its intake found; counted off
+  // the main thread once the book is open, absent until then or when the book could not be read.
   const ObservableProperty<std::optional<PublicationSafetyReport>>& safetyReport() const noexcept {
     return safetyReport_;
   }
@@ -203,6 +204,10 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   async::Task<void> open(PublicationDescriptor descriptor, std::filesystem::path extractedRoot,
                          std::filesystem::path runtimeRoot, std::optional<std::string> fingerprint,
                          std::optional<Locator> initialLocator = std::nullopt);
+  // The same open of a book the open road prepared; its safety report also says what the
+  // book's intake found.
+  async::Task<void> open(PreparedPublicationResources resources, std::filesystem::path runtimeRoot,
+                         std::optional<std::string> fingerprint);
 
   // Ends the session in any state and cannot fail: saves `locator` without waiting (unless
   // the reading data was cleared), closes the host, empties the per-book properties and ends
@@ -327,6 +332,12 @@ class ReaderSession : public std::enable_shared_from_this<ReaderSession> {
   ReaderBridge& bridge() const { return *host_->bridge(); }
   [[noreturn]] void failOpen(const std::exception_ptr& failure);
   void throwIfClosedDuringOpen() const;
+  async::Task<void> openPublication(PublicationDescriptor descriptor,
+                                    std::filesystem::path extractedRoot,
+                                    std::filesystem::path runtimeRoot,
+                                    std::optional<std::string> fingerprint,
+                                    std::optional<Locator> initialLocator,
+                                    PublicationIntakeFindings intakeFindings);
   async::Task<void> loadAndSendAnnotations();
   async::Task<void> applyStoredPreferences();
 
