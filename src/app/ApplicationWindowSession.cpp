@@ -26,17 +26,8 @@ async::Task<void> ApplicationWindowSession::open(PreparedPublicationResources re
   const std::filesystem::path directory = publicationsRoot_ / fingerprint;
   ReadingDataMaintenance::Book book{fingerprint, directory, resources.extractedRoot,
                                     resources.descriptor};
-  co_await session->open(std::move(resources.descriptor), std::move(resources.extractedRoot),
-                         std::move(runtimeRoot), std::move(fingerprint));
+  co_await session->open(std::move(resources), std::move(runtimeRoot), std::move(fingerprint));
   maintenance_ = std::make_shared<const ReadingDataMaintenance>(session, std::move(book));
-  // The book's identifier and title go beside its stores, where a later edition looks for them.
-  async::spawn([](std::shared_ptr<const ReadingDataMaintenance> maintenance) -> async::Task<void> {
-    try {
-      co_await maintenance->recordAndFindEarlierEdition();
-    } catch (...) {
-      // A book whose package cannot be read again is not offered to a later edition.
-    }
-  }(maintenance_));
   try {
     storeMonitor_ = std::make_unique<StoreDirectoryMonitor>(
         directory, [weak = std::weak_ptr<ReaderSession>(session)](const std::set<std::string>&) {
@@ -46,6 +37,7 @@ async::Task<void> ApplicationWindowSession::open(PreparedPublicationResources re
     // The book reads as before; only changes made by others show at its next open.
     g_warning("The reading data of this book is not watched: %s", error.what());
   }
+  bookOpened_.emit();
 }
 
 void ApplicationWindowSession::close() {

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include <sigc++/signal.h>
+
 #include "app/WindowSession.h"
 #include "persistence/JSONPreferenceValueRepository.h"
 #include "persistence/JSONTypographyPreferencesRepository.h"
@@ -41,6 +43,9 @@ class ApplicationWindowSession final : public WindowSession {
   const std::shared_ptr<const ReadingDataMaintenance>& readingDataMaintenance() const {
     return maintenance_;
   }
+  // Fires once open() has succeeded, with readingDataMaintenance() set: the window then offers
+  // what an open book is offered (the highlights of an earlier edition).
+  sigc::signal<void()>& bookOpened() noexcept { return bookOpened_; }
 
  private:
   std::shared_ptr<ReaderSession> session_;
@@ -49,6 +54,7 @@ class ApplicationWindowSession final : public WindowSession {
   std::shared_ptr<const ReadingDataMaintenance> maintenance_;
   // Rereads the stores when a file-sync engine or a restore changes them under the open book.
   std::unique_ptr<StoreDirectoryMonitor> storeMonitor_;
+  sigc::signal<void()> bookOpened_;
 };
 
 // Makes each window's session with the book's own position, bookmark and annotation stores and

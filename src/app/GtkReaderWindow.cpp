@@ -116,6 +116,10 @@ class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommand
 
     actions_ = installReaderWindowActions(G_ACTION_MAP(gtkWindow), *this);
     if (session_) observeSession();
+    if (applicationSession) {
+      sessionConnections_.push_back(
+          applicationSession->bookOpened().connect([this] { offerHighlightCarryOver(); }));
+    }
   }
 
   ~GtkReaderWindow() override {
@@ -248,6 +252,27 @@ class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommand
     async::spawn(
         runReadingDataRestore(window(), session_, applicationSession_->readingDataMaintenance()),
         lifetime());
+  }
+
+  // The highlights of an earlier edition of the book, offered once it has opened; those not
+  // found in this edition stay in the sidebar for the window's life.
+  void offerHighlightCarryOver() {
+    if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
+    HighlightCarryOverPresentation presentation{
+        [this](std::vector<Annotation> notFound) {
+          logReaderWindowEvent("Highlights of " + identifier() + " not found in this edition: " +
+                               std::to_string(notFound.size()));
+          if (!screen_ || notFound.empty()) return;
+          screen_->sidebar().showHighlightsNotFound(std::move(notFound));
+          screen_->sidebar().setSection(SidebarSection::highlights);
+        },
+        [this](const std::string& text) {
+          logReaderWindowEvent("Toast of " + identifier() + ": " + text);
+          controls_->showToast(text);
+        }};
+    async::spawn(runHighlightCarryOverOffer(
+                     window(), applicationSession_->readingDataMaintenance(), presentation),
+                 lifetime());
   }
 
   // Shows the panel of a toolbar menu button, or hides it when it is up.

@@ -4,6 +4,7 @@
 
 #include "app/GtkShellPlatform.h"
 #include "async/Completion.h"
+#include "async/OperationCancelled.h"
 #include "platform/GLibString.h"
 
 namespace tomekeeper {
@@ -122,6 +123,60 @@ async::Task<void> runReadingDataRestore(GtkWindow* parent, std::weak_ptr<ReaderS
   if (failure) {
     if (const auto locked = session.lock()) locked->recordFailure(failure);
   }
+}
+
+async::Task<void> runHighlightCarryOverOffer(
+    GtkWindow* parent, std::shared_ptr<const ReadingDataMaintenance> maintenance,
+    HighlightCarryOverPresentation presentation) {
+  std::optional<std::string> earlier;
+  try {
+    earlier = co_await maintenance->recordAndFindEarlierEdition();
+  } catch (const async::OperationCancelled&) {
+    throw;
+  } catch (const std::exception& error) {
+    // A book whose package cannot be read again is neither offered to a later edition nor
+    // offered one.
+    g_warning("No earlier edition looked for: %s", error.what());
+  }
+  co_await async::checkCancellation();
+  if (!earlier) co_return;
+  const std::size_t answer = co_await runMessageDialog(
+      parent, AlertContent{AlertStyle::informational,
+                           "Carry Over Your Highlights?",
+                           "The highlights of an earlier edition of this book can be placed in "
+                           "this one by their text.",
+                           {"Not Now", "Carry Over"}});
+  co_await async::checkCancellation();
+  if (answer != 1) co_return;
+  CarryOverResult result;
+  std::string failure;
+  try {
+    result = co_await maintenance->carryOver(*earlier);
+  } catch (const async::OperationCancelled&) {
+    throw;
+  } catch (const std::exception& error) {
+    failure = error.what();
+  }
+  co_await async::checkCancellation();
+  if (!failure.empty()) {
+    co_await runMessageDialog(
+        parent, AlertContent{AlertStyle::warning,
+                             "Highlights Not Carried Over",
+                             "The highlights of the earlier edition could not be carried into "
+                             "this one (" +
+                                 failure + "). The earlier edition still holds all of them.",
+                             {"OK"}});
+    co_return;
+  }
+  std::string summary =
+      counted(result.carried.size(), "highlight", "highlights") + " carried over";
+  if (!result.notFound.empty()) {
+    summary += ", " + std::to_string(result.notFound.size()) + " not found in this edition";
+  }
+  if (presentation.showHighlightsNotFound) {
+    presentation.showHighlightsNotFound(std::move(result.notFound));
+  }
+  if (presentation.showToast) presentation.showToast(summary);
 }
 
 }  // namespace tomekeeper

@@ -91,25 +91,31 @@ async::Task<std::optional<std::string>> ReadingDataMaintenance::recordAndFindEar
 
 async::Task<std::vector<Annotation>> ReadingDataMaintenance::carryOverFrom(
     std::string earlierFingerprint) const {
-  std::vector<Annotation> notFound =
+  CarryOverResult result = co_await carryOver(std::move(earlierFingerprint));
+  co_return std::move(result.notFound);
+}
+
+async::Task<CarryOverResult> ReadingDataMaintenance::carryOver(
+    std::string earlierFingerprint) const {
+  CarryOverResult result =
       co_await async::runInBackground([book = book_, earlier = std::move(earlierFingerprint)] {
         const std::filesystem::path store =
             std::filesystem::path(PublicationStateRepositoryFactory::kAnnotationsFileName);
         auto stored = loadAnnotationsWithConflictCopies(book.publicationDirectory.parent_path() /
                                                         earlier / store)
                           .annotationsByFingerprint;
-        CarryOverResult result =
+        CarryOverResult outcome =
             carryOverHighlights(stored[earlier], book.extractedRoot,
                                 packageDocumentPath(book.descriptor), book.fingerprint);
-        for (const Annotation& carried : result.carried) {
+        for (const Annotation& carried : outcome.carried) {
           JSONAnnotationRepository::saveNow(book.publicationDirectory / store, carried);
         }
-        return std::move(result.notFound);
+        return outcome;
       });
   if (const std::shared_ptr<ReaderSession> session = session_.lock()) {
     co_await session->rereadReadingData();
   }
-  co_return notFound;
+  co_return result;
 }
 
 }  // namespace tomekeeper

@@ -7,6 +7,7 @@
 
 #include "async/Task.h"
 #include "model/PublicationDescriptor.h"
+#include "persistence/EditionCarryOver.h"
 #include "persistence/HighlightExport.h"
 #include "persistence/ReadingDataBackups.h"
 #include "session/ReaderSession.h"
@@ -65,6 +66,8 @@ class ReadingDataMaintenance {
   // those not found in this edition, which are not placed anywhere. Throws what the stores and
   // carryOverHighlights throw.
   async::Task<std::vector<Annotation>> carryOverFrom(std::string earlierFingerprint) const;
+  // The same, giving the highlights carried (as stored in this book) beside those not found.
+  async::Task<CarryOverResult> carryOver(std::string earlierFingerprint) const;
 
  private:
   std::weak_ptr<ReaderSession> session_;

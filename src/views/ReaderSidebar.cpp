@@ -78,6 +78,22 @@ GtkWidget* makeRowWithMenu(GtkWidget* texts, const char* actionLabel, const char
   return row;
 }
 
+// A highlight's quote, with its note below it when it has one, in a column.
+GtkWidget* makeQuoteAndNote(const Annotation& annotation) {
+  GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 2);
+  GtkWidget* excerpt = views::makeLabel(annotation.selectedText);
+  gtk_label_set_lines(GTK_LABEL(excerpt), 3);
+  gtk_label_set_ellipsize(GTK_LABEL(excerpt), PANGO_ELLIPSIZE_END);
+  gtk_box_append(GTK_BOX(texts), excerpt);
+  if (annotation.note) {
+    GtkWidget* note = views::makeLabel(*annotation.note, {"caption", "dim-label"});
+    gtk_label_set_lines(GTK_LABEL(note), 2);
+    gtk_label_set_ellipsize(GTK_LABEL(note), PANGO_ELLIPSIZE_END);
+    gtk_box_append(GTK_BOX(texts), note);
+  }
+  return texts;
+}
+
 std::vector<std::int64_t> idOfRow(GListModel* rows, guint position) {
   auto row = GObjectHandle<GtkTreeListRow>::adopt(
       static_cast<GtkTreeListRow*>(g_list_model_get_item(rows, position)));
@@ -120,6 +136,8 @@ ReaderSidebar::ReaderSidebar(std::shared_ptr<ReaderSession> session, std::stop_t
   bookmarkList_ = GTK_LIST_BOX(builder.widget("bookmark_list"));
   highlightPages_ = GTK_STACK(builder.widget("highlight_pages"));
   highlightList_ = GTK_LIST_BOX(builder.widget("highlight_list"));
+  notFoundHeading_ = builder.widget("not_found_heading");
+  notFoundList_ = GTK_LIST_BOX(builder.widget("not_found_list"));
   previousChapterButton_ = builder.widget("previous_chapter_button");
   nextChapterButton_ = builder.widget("next_chapter_button");
   setUpContentsList();
@@ -271,17 +289,7 @@ void ReaderSidebar::showHighlights() {
   const std::set<Uuid>& unresolved = session_->unresolvedAnnotationIDs().value();
   views::removeAllRows(highlightList_);
   for (const Annotation& annotation : shownAnnotations_) {
-    GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 2);
-    GtkWidget* excerpt = views::makeLabel(annotation.selectedText);
-    gtk_label_set_lines(GTK_LABEL(excerpt), 3);
-    gtk_label_set_ellipsize(GTK_LABEL(excerpt), PANGO_ELLIPSIZE_END);
-    gtk_box_append(GTK_BOX(texts), excerpt);
-    if (annotation.note) {
-      GtkWidget* note = views::makeLabel(*annotation.note, {"caption", "dim-label"});
-      gtk_label_set_lines(GTK_LABEL(note), 2);
-      gtk_label_set_ellipsize(GTK_LABEL(note), PANGO_ELLIPSIZE_END);
-      gtk_box_append(GTK_BOX(texts), note);
-    }
+    GtkWidget* texts = makeQuoteAndNote(annotation);
     if (unresolved.contains(annotation.id)) {
       GtkWidget* warning = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 4);
       gtk_box_append(GTK_BOX(warning), gtk_image_new_from_icon_name("dialog-warning-symbolic"));
@@ -293,7 +301,33 @@ void ReaderSidebar::showHighlights() {
                         makeRowWithMenu(texts, "Remove Highlight", "sidebar.remove-highlight",
                                         annotation.id.string(), "Highlight Actions"));
   }
-  gtk_stack_set_visible_child_name(highlightPages_, shownAnnotations_.empty() ? "empty" : "list");
+  showHighlightPage();
+}
+
+void ReaderSidebar::showHighlightsNotFound(std::vector<Annotation> highlights) {
+  highlightsNotFound_ = std::move(highlights);
+  views::removeAllRows(notFoundList_);
+  for (const Annotation& annotation : highlightsNotFound_) {
+    GtkWidget* texts = makeQuoteAndNote(annotation);
+    gtk_widget_set_margin_start(texts, 6);
+    gtk_widget_set_margin_end(texts, 6);
+    gtk_widget_set_margin_top(texts, 6);
+    gtk_widget_set_margin_bottom(texts, 6);
+    GtkWidget* row = gtk_list_box_row_new();
+    gtk_list_box_row_set_child(GTK_LIST_BOX_ROW(row), texts);
+    // There is nowhere in this edition to go to.
+    gtk_list_box_row_set_activatable(GTK_LIST_BOX_ROW(row), FALSE);
+    gtk_list_box_append(notFoundList_, row);
+  }
+  const bool shown = !highlightsNotFound_.empty();
+  gtk_widget_set_visible(notFoundHeading_, shown);
+  gtk_widget_set_visible(GTK_WIDGET(notFoundList_), shown);
+  showHighlightPage();
+}
+
+void ReaderSidebar::showHighlightPage() {
+  const bool empty = shownAnnotations_.empty() && highlightsNotFound_.empty();
+  gtk_stack_set_visible_child_name(highlightPages_, empty ? "empty" : "list");
 }
 
 void ReaderSidebar::activateContentsRow(guint position) {

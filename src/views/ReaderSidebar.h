@@ -52,10 +52,17 @@ class ReaderSidebar {
   SidebarSection section() const;
   void setSection(SidebarSection section);
 
+  // Shows `highlights` under "Not found in this edition" below the book's highlights, with
+  // their quote and note, replacing what was shown there. They are the highlights of an earlier
+  // edition that this one lacks: not the session's, never placed in the page, and kept only as
+  // long as this sidebar.
+  void showHighlightsNotFound(std::vector<Annotation> highlights);
+
   // The parts a test or an embedding window reaches for.
   GtkListView* contentsList() const noexcept { return contentsList_; }
   GtkListBox* bookmarkList() const noexcept { return bookmarkList_; }
   GtkListBox* highlightList() const noexcept { return highlightList_; }
+  GtkListBox* notFoundList() const noexcept { return notFoundList_; }
   GtkWidget* previousChapterButton() const noexcept { return previousChapterButton_; }
   GtkWidget* nextChapterButton() const noexcept { return nextChapterButton_; }
 
@@ -69,6 +76,8 @@ class ReaderSidebar {
   void arrangeChapterButtons();
   void showBookmarks();
   void showHighlights();
+  // The list page while there are highlights of the book or not found; the empty page otherwise.
+  void showHighlightPage();
 
   void activateContentsRow(guint position);
   void activateBookmarkRow(int index);
@@ -99,12 +108,15 @@ class ReaderSidebar {
   GtkListBox* bookmarkList_ = nullptr;
   GtkStack* highlightPages_ = nullptr;
   GtkListBox* highlightList_ = nullptr;
+  GtkWidget* notFoundHeading_ = nullptr;
+  GtkListBox* notFoundList_ = nullptr;
   GtkWidget* previousChapterButton_ = nullptr;
   GtkWidget* nextChapterButton_ = nullptr;
   GObjectHandle<GSimpleActionGroup> actions_;
   // What the rows show, by row index.
   std::vector<Bookmark> shownBookmarks_;
   std::vector<Annotation> shownAnnotations_;
+  std::vector<Annotation> highlightsNotFound_;
   views::ViewConnections connections_;
 };
 
