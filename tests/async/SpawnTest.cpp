@@ -42,7 +42,7 @@ TEST(SpawnTest, RunsTheTaskToItsEndWithoutAnAwaiter) {
   };
   auto driver = [&]() -> Task<void> {
     spawn(worker());
-    co_await sleepFor(30ms);
+    while (steps < 2) co_await sleepFor(1ms);
   };
   runUntilDone(driver(), 5s);
   EXPECT_EQ(steps, 2);
@@ -56,7 +56,7 @@ TEST(SpawnTest, AnEscapingExceptionIsLoggedAsAWarning) {
   };
   auto driver = [&]() -> Task<void> {
     spawn(failing());
-    co_await sleepFor(20ms);
+    while (capture.lines.empty()) co_await sleepFor(1ms);
   };
   runUntilDone(driver(), 5s);
   ASSERT_EQ(capture.lines.size(), 1u);
