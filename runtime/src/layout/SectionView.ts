@@ -28,6 +28,7 @@ export interface Viewport {
 
 const loadTimeoutMilliseconds = 8000;
 const fontWaitMilliseconds = 3000;
+const sizeWaitMilliseconds = 400;
 const columnGap = 48;
 
 export class SectionView {
@@ -41,8 +42,9 @@ export class SectionView {
   // sideways, from the right, over content this wide.
   private acrossExtent = 0;
   private currentPage = 0;
-  // The size of the section's body when it was last laid out.
+  // The size of the section's body when it was last laid out, and what it was laid out for.
   private laidOutBody = { width: 0, height: 0 };
+  private laidOutFor: { settings: PresentationSettings; viewport: Viewport } | undefined;
   pageCount = 1;
   columnCount = 1;
   // The way the book's pages advance, where known: the columns of a paginated page run this way,
@@ -106,6 +108,25 @@ export class SectionView {
     return true;
   }
 
+  // Waits, for a while at most, until the body keeps one size over two drawn frames after its
+  // layout: content that settles just after the first layout (style sheets applied late, images
+  // decoded) would otherwise leave the first place shown on a layout about to change. Says whether
+  // the body's size changed since it was laid out, in which case the section must be laid out again.
+  async sizeSettled(limitMilliseconds = sizeWaitMilliseconds): Promise<boolean> {
+    const body = this.frame.contentDocument?.body;
+    if (body === null || body === undefined || this.fixedLayout) return false;
+    const measure = () => ({ width: body.scrollWidth, height: body.scrollHeight });
+    const deadline = performance.now() + limitMilliseconds;
+    let last = measure();
+    for (let steadyFrames = 0; steadyFrames < 2 && performance.now() < deadline; ) {
+      await nextFrame();
+      const now = measure();
+      steadyFrames = now.width === last.width && now.height === last.height ? steadyFrames + 1 : 0;
+      last = now;
+    }
+    return last.width !== this.laidOutBody.width || last.height !== this.laidOutBody.height;
+  }
+
   // Calls `relayout` whenever fonts finish loading after the section was laid out.
   onLateFonts(relayout: () => void): void {
     const fonts = this.document.fonts as FontFaceSet | undefined;
@@ -167,8 +188,18 @@ export class SectionView {
   // Applies the settings and lays the section out for the viewport; the page is kept by the caller.
   layout(settings: PresentationSettings, viewport: Viewport): void {
     this.layoutSection(settings, viewport);
+    this.laidOutFor = { settings, viewport };
     const body = this.frame.contentDocument?.body;
     if (body) this.laidOutBody = { width: body.scrollWidth, height: body.scrollHeight };
+  }
+
+  // Whether the last layout was for these settings (the reader replaces its settings on each
+  // change) and a viewport of these measures.
+  isLaidOutFor(settings: PresentationSettings, viewport: Viewport): boolean {
+    const last = this.laidOutFor;
+    if (last === undefined || last.settings !== settings) return false;
+    const { width, height, margin, prefersDark } = last.viewport;
+    return width === viewport.width && height === viewport.height && margin === viewport.margin && prefersDark === viewport.prefersDark;
   }
 
   private layoutSection(settings: PresentationSettings, viewport: Viewport): void {
@@ -450,4 +481,15 @@ function stylesheetsLoaded(doc: Document, limitMilliseconds: number): Promise<vo
       }),
   );
   return Promise.race([Promise.all(loads).then(() => undefined), new Promise<void>((resolve) => setTimeout(resolve, limitMilliseconds))]);
+}
+
+// The next drawn frame, or a short while where frames are not drawn (a hidden view).
+function nextFrame(): Promise<void> {
+  return new Promise((resolve) => {
+    const timer = setTimeout(resolve, 50);
+    requestAnimationFrame(() => {
+      clearTimeout(timer);
+      resolve();
+    });
+  });
 }

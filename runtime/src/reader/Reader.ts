@@ -221,12 +221,16 @@ export class Reader implements ReaderOperations {
         view.layout(this.settings, this.viewportMeasures());
         // The book's own fonts load once the laid-out text asks for them, and change the pages.
         if (await view.fontsSettled()) view.layout(this.settings, this.viewportMeasures());
+        if (await view.sizeSettled()) view.layout(this.settings, this.viewportMeasures());
         view.onLateFonts(() => {
           if (this.loaded.has(view)) this.handleResize();
         });
         view.onContentResize(() => {
           if (this.loaded.has(view)) this.handleResize();
         });
+        // Settings or a window size that changed while the section loaded are not waited for by
+        // the relayout they caused (see relayout): the section takes them here.
+        if (!view.isLaidOutFor(this.settings, this.viewportMeasures())) view.layout(this.settings, this.viewportMeasures());
         // A frame that was let go while it loaded is not announced.
         if (this.prepared.get(spineIndex) === loading) {
           this.loaded.add(view);
@@ -444,9 +448,9 @@ export class Reader implements ReaderOperations {
     if (this.state === undefined || view === undefined) return;
     let anchor = this.anchor;
     if (anchor === undefined || this.spineIndexOf(anchor) !== view.spineIndex) anchor = await this.currentLocator();
-    for (const [, pending] of this.prepared) {
-      const prepared = await pending.catch(() => undefined);
-      if (prepared !== undefined && prepared !== view) prepared.layout(this.settings, this.viewportMeasures());
+    // Sections still loading lay themselves out for the settings of when they finish.
+    for (const prepared of this.loaded) {
+      if (prepared !== view) prepared.layout(this.settings, this.viewportMeasures());
     }
     view.layout(this.settings, this.viewportMeasures());
     applyScrollAxis(this.environment.viewport, view);
