@@ -88,16 +88,13 @@ class CaseNames {
 };
 TYPED_TEST_SUITE(JSONPreferenceValueRepositoryTest, Cases, CaseNames);
 
-TYPED_TEST(JSONPreferenceValueRepositoryTest, LivesInTheGlobalDirectory) {
-  EXPECT_EQ(this->file(), this->directory.path() / "Global" / TypeParam::kFileName);
-}
-
 TYPED_TEST(JSONPreferenceValueRepositoryTest, AMissingFileGivesTheValueWithoutAFile) {
   EXPECT_EQ(await(this->repository.load()), TypeParam::kWithoutFile);
   EXPECT_FALSE(std::filesystem::exists(this->file().parent_path()));
 }
 
-TYPED_TEST(JSONPreferenceValueRepositoryTest, ASaveWritesTheVersionAndTheValue) {
+TYPED_TEST(JSONPreferenceValueRepositoryTest, ASaveWritesTheVersionAndTheValueInTheGlobalFolder) {
+  EXPECT_EQ(this->file(), this->directory.path() / "Global" / TypeParam::kFileName);
   await(this->repository.save(TypeParam::kOther));
   EXPECT_EQ(readJSONFile(this->file()),
             json::parse(this->storeText(1, std::string("\"") + TypeParam::kOtherText + "\"")));

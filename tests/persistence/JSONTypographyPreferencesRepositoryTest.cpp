@@ -43,11 +43,8 @@ class JSONTypographyPreferencesRepositoryTest : public ::testing::Test {
       JSONTypographyPreferencesRepository::fileURLIn(directory.path())};
 };
 
-TEST_F(JSONTypographyPreferencesRepositoryTest, LivesInTheGlobalDirectory) {
-  EXPECT_EQ(file(), directory.path() / "Global" / "typography.json");
-}
-
 TEST_F(JSONTypographyPreferencesRepositoryTest, AMissingFileLeavesEverythingToTheBook) {
+  EXPECT_EQ(file(), directory.path() / "Global" / "typography.json");
   EXPECT_EQ(await(repository.load()), TypographyPreferences{});
   EXPECT_FALSE(std::filesystem::exists(file().parent_path()));
 }
