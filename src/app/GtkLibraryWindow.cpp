@@ -1,5 +1,6 @@
 #include "app/GtkLibraryWindow.h"
 
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -40,8 +41,8 @@ class GtkLibraryWindow final : public GtkShellWindow {
     gtk_box_append(GTK_BOX(content), headerBar);
 
     LibraryCommands commands;
-    commands.open = [weakControls = std::weak_ptr<EPUBOpenControls>(openControls_)](
-                        const LibraryBook& book) {
+    commands.open = [weakControls =
+                         std::weak_ptr<EPUBOpenControls>(openControls_)](const LibraryBook& book) {
       const auto controls = weakControls.lock();
       if (controls && book.sourceURL) controls->openLater(*book.sourceURL);
     };
@@ -50,6 +51,7 @@ class GtkLibraryWindow final : public GtkShellWindow {
                                              std::make_shared<SystemSecurityScopedBookmarkCodec>(),
                                              std::move(commands));
     library_->loaded.connect([this](std::size_t count) { showLoaded(count); });
+    keepPresentation();
 
     stack_ = gtk_stack_new();
     gtk_widget_set_vexpand(stack_, TRUE);
@@ -71,14 +73,43 @@ class GtkLibraryWindow final : public GtkShellWindow {
  private:
   void windowClosing() override { library_->loaded.clear(); }
 
+  // The layout and sort order last chosen come back at the next start: the stored ones are
+  // applied before the books arrive, and each choice is stored. Without installed settings,
+  // the defaults stay and nothing is kept.
+  void keepPresentation() {
+    settings_ = applicationSettings();
+    if (!settings_) return;
+    if (const auto layout = libraryLayoutNamed(storedName(kLayoutKey))) {
+      library_->setLayout(*layout);
+    }
+    if (const auto order = librarySortOrderNamed(storedName(kSortKey))) {
+      library_->setSortOrder(*order);
+    }
+    library_->presentationChanged.connect([this] {
+      g_settings_set_string(settings_.get(), kLayoutKey, libraryLayoutName(library_->layout()));
+      g_settings_set_string(settings_.get(), kSortKey, librarySortOrderName(library_->sortOrder()));
+    });
+  }
+
+  std::string storedName(const char* key) const {
+    gchar* value = g_settings_get_string(settings_.get(), key);
+    std::string name = value != nullptr ? value : "";
+    g_free(value);
+    return name;
+  }
+
   void showLoaded(std::size_t count) {
     gtk_stack_set_visible_child_name(GTK_STACK(stack_), count == 0 ? "empty" : "library");
     // The application's display tests follow the library through this line.
     g_info("Library shows %zu books", count);
   }
 
+  static constexpr const char* kLayoutKey = "library-layout";
+  static constexpr const char* kSortKey = "library-sort";
+
   // Shared with the library's commands, which may outlive the window for a moment.
   std::shared_ptr<EPUBOpenControls> openControls_;
+  GObjectHandle<GSettings> settings_;  // outlives the library, whose signal uses it
   std::unique_ptr<LibraryView> library_;
   GtkWidget* stack_ = nullptr;
 };

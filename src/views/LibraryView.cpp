@@ -39,26 +39,6 @@ void installStyleOnce() {
   g_object_unref(provider);
 }
 
-const char* sortOrderName(LibrarySortOrder order) {
-  switch (order) {
-    case LibrarySortOrder::title:
-      return "title";
-    case LibrarySortOrder::author:
-      return "author";
-    case LibrarySortOrder::lastRead:
-      break;
-  }
-  return "last-read";
-}
-
-std::optional<LibrarySortOrder> sortOrderNamed(std::string_view name) {
-  for (const LibrarySortOrder order :
-       {LibrarySortOrder::lastRead, LibrarySortOrder::title, LibrarySortOrder::author}) {
-    if (name == sortOrderName(order)) return order;
-  }
-  return std::nullopt;
-}
-
 GMenuModel* sortMenu() {
   GMenu* menu = g_menu_new();
   g_menu_append(menu, "Last Read", "library.sort::last-read");
@@ -78,6 +58,37 @@ GtkWidget* layoutButton(const char* iconName, const char* label, const char* tar
 }
 
 }  // namespace
+
+const char* libraryLayoutName(LibraryLayout layout) {
+  return layout == LibraryLayout::list ? "list" : "grid";
+}
+
+std::optional<LibraryLayout> libraryLayoutNamed(std::string_view name) {
+  for (const LibraryLayout layout : {LibraryLayout::grid, LibraryLayout::list}) {
+    if (name == libraryLayoutName(layout)) return layout;
+  }
+  return std::nullopt;
+}
+
+const char* librarySortOrderName(LibrarySortOrder order) {
+  switch (order) {
+    case LibrarySortOrder::title:
+      return "title";
+    case LibrarySortOrder::author:
+      return "author";
+    case LibrarySortOrder::lastRead:
+      break;
+  }
+  return "last-read";
+}
+
+std::optional<LibrarySortOrder> librarySortOrderNamed(std::string_view name) {
+  for (const LibrarySortOrder order :
+       {LibrarySortOrder::lastRead, LibrarySortOrder::title, LibrarySortOrder::author}) {
+    if (name == librarySortOrderName(order)) return order;
+  }
+  return std::nullopt;
+}
 
 LibraryView::LibraryView(LibraryLocations locations,
                          std::shared_ptr<SecurityScopedBookmarkCoding> codec,
@@ -126,18 +137,14 @@ void LibraryView::setUpActions() {
   };
   add(g_simple_action_new_stateful("sort", G_VARIANT_TYPE_STRING,
                                    g_variant_new_string("last-read")),
-      "change-state", G_CALLBACK(+[](GSimpleAction* action, GVariant* value, gpointer self) {
-        const auto order = sortOrderNamed(g_variant_get_string(value, nullptr));
-        if (!order) return;
-        g_simple_action_set_state(action, value);
-        static_cast<LibraryView*>(self)->model_.setSortOrder(*order);
+      "change-state", G_CALLBACK(+[](GSimpleAction*, GVariant* value, gpointer self) {
+        const auto order = librarySortOrderNamed(g_variant_get_string(value, nullptr));
+        if (order) static_cast<LibraryView*>(self)->setSortOrder(*order);
       }));
   add(g_simple_action_new_stateful("layout", G_VARIANT_TYPE_STRING, g_variant_new_string("grid")),
       "change-state", G_CALLBACK(+[](GSimpleAction*, GVariant* value, gpointer self) {
-        const std::string_view name = g_variant_get_string(value, nullptr);
-        if (name != "grid" && name != "list") return;
-        static_cast<LibraryView*>(self)->setLayout(name == "grid" ? LibraryLayout::grid
-                                                                  : LibraryLayout::list);
+        const auto layout = libraryLayoutNamed(g_variant_get_string(value, nullptr));
+        if (layout) static_cast<LibraryView*>(self)->setLayout(*layout);
       }));
   add(g_simple_action_new("open", G_VARIANT_TYPE_STRING), "activate",
       G_CALLBACK(+[](GSimpleAction*, GVariant* fingerprint, gpointer self) {
@@ -260,11 +267,22 @@ void LibraryView::reload() {
 }
 
 void LibraryView::setLayout(LibraryLayout layout) {
+  const bool changed = layout != layout_;
   layout_ = layout;
   g_simple_action_set_state(
       G_SIMPLE_ACTION(g_action_map_lookup_action(G_ACTION_MAP(actions_), "layout")),
-      g_variant_new_string(layout == LibraryLayout::grid ? "grid" : "list"));
+      g_variant_new_string(libraryLayoutName(layout)));
   showEmptyOrBooks();
+  if (changed) presentationChanged.emit();
+}
+
+void LibraryView::setSortOrder(LibrarySortOrder order) {
+  const bool changed = order != model_.sortOrder();
+  g_simple_action_set_state(
+      G_SIMPLE_ACTION(g_action_map_lookup_action(G_ACTION_MAP(actions_), "sort")),
+      g_variant_new_string(librarySortOrderName(order)));
+  model_.setSortOrder(order);
+  if (changed) presentationChanged.emit();
 }
 
 void LibraryView::showBooks() {

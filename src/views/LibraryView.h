@@ -6,7 +6,9 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "library/LibraryCatalog.h"
 #include "library/LibraryModel.h"
@@ -14,6 +16,13 @@
 #include "views/ViewSupport.h"
 
 namespace tomekeeper {
+
+// The names of the layouts and sort orders: the states of the view's actions and the values
+// the application's settings keep.
+const char* libraryLayoutName(LibraryLayout layout);
+std::optional<LibraryLayout> libraryLayoutNamed(std::string_view name);
+const char* librarySortOrderName(LibrarySortOrder order);
+std::optional<LibrarySortOrder> librarySortOrderNamed(std::string_view name);
 
 // What the library asks of the application.
 struct LibraryCommands {
@@ -54,6 +63,11 @@ class LibraryView {
 
   void setLayout(LibraryLayout layout);
   LibraryLayout layout() const noexcept { return layout_; }
+  void setSortOrder(LibrarySortOrder order);
+  LibrarySortOrder sortOrder() const noexcept { return model_.sortOrder(); }
+  // After the layout or the sort order changed, whether the reader chose it (the actions) or
+  // the application did (the setters).
+  sigc::signal<void()> presentationChanged;
   const LibraryModel& model() const noexcept { return model_; }
   // The covers of the grid's books.
   const LibraryCoverCache& covers() const noexcept { return gridCovers_; }

@@ -139,5 +139,56 @@ TEST_F(LibraryApplicationDisplayTest, ABookWhoseFileWasRemovedShowsAsUnavailable
   }));
 }
 
+TEST_F(LibraryApplicationDisplayTest, TheLayoutAndSortOrderChosenComeBackAtTheNextStart) {
+  std::optional<ApplicationProcess> application;
+  openAndClose(first, application);
+  openAndClose(second, application);
+  application.reset();
+  const auto startAndShowLibrary = [&] {
+    const std::size_t before = occurrences(log(), "Library shows 2 books");
+    application.emplace(home, std::vector<std::string>{}, logFile, SettingsStorage::keyFile);
+    return waitUntil([&] { return occurrences(log(), "Library shows 2 books") > before; });
+  };
+  // Whether the books are a list by title (the first book before the second) or, as by
+  // default, a grid by last read (the second book, read last, before the first).
+  const auto listedByTitle = [&](bool expected) {
+    return treeShows(application->pid(), [&](const std::vector<std::string>& names) {
+      const auto firstAt = std::find(names.begin(), names.end(), "First Book");
+      const auto secondAt = std::find(names.begin(), names.end(), "Second Book");
+      const std::vector<AccessibleElement> elements = accessibility->elementsOf(application->pid());
+      // The hidden layout's view stays in the tree, but only the shown one holds items.
+      const bool list = std::none_of(elements.begin(), elements.end(), [](const auto& element) {
+        return element.role == "grid cell";
+      });
+      return firstAt != names.end() && secondAt != names.end() && list == expected &&
+             (firstAt < secondAt) == expected;
+    });
+  };
+  ASSERT_TRUE(startAndShowLibrary()) << log();
+  EXPECT_TRUE(listedByTitle(false));
+  // The choices as a person makes them: the list button, then the sort menu's Title (a menu
+  // button is two elements of that name, of which its inner button clicks).
+  for (const char* control : {"Show as List", "Sort", "Title"}) {
+    SCOPED_TRACE(control);
+    ASSERT_TRUE(waitUntil([&] {
+      for (const AccessibleElement& element : accessibility->elementsOf(application->pid())) {
+        if (element.name == control && accessibility->performAction(element.reference)) {
+          return true;
+        }
+      }
+      return false;
+    }));
+  }
+  const std::filesystem::path keyFile = home / "config/glib-2.0/settings/keyfile";
+  ASSERT_TRUE(waitUntil([&] {
+    const std::string stored = readFile(keyFile);
+    return occurrences(stored, "library-layout='list'") == 1 &&
+           occurrences(stored, "library-sort='title'") == 1;
+  })) << readFile(keyFile);
+  application.reset();
+  ASSERT_TRUE(startAndShowLibrary()) << log();
+  EXPECT_TRUE(listedByTitle(true));
+}
+
 }  // namespace
 }  // namespace tomekeeper::testing
