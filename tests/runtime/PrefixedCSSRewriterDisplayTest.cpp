@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "FakeReaderBridgeTransport.h"
+#include "PageScript.h"
 #include "runtime/PrefixedCSSRewriter.h"
 
 namespace tomekeeper {
@@ -18,34 +18,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::iterateUntil;
-
-// The value of `script` (an expression giving JSON text) in the page of `webView`.
-nlohmann::json evaluate(WebKitWebView* webView, const std::string& script) {
-  struct Outcome {
-    bool finished = false;
-    std::string text;
-  } outcome;
-  webkit_web_view_evaluate_javascript(
-      webView, script.c_str(), -1, nullptr, nullptr, nullptr,
-      [](GObject* source, GAsyncResult* result, gpointer data) {
-        auto* finished = static_cast<Outcome*>(data);
-        JSCValue* value =
-            webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, nullptr);
-        if (value != nullptr) {
-          char* text = jsc_value_to_string(value);
-          finished->text = text;
-          g_free(text);
-          g_object_unref(value);
-        }
-        finished->finished = true;
-      },
-      &outcome);
-  if (!iterateUntil([&] { return outcome.finished; }, 20s)) {
-    ADD_FAILURE() << "the script did not finish";
-    iterateUntil([&] { return outcome.finished; }, 60s);
-  }
-  return nlohmann::json::parse(outcome.text, nullptr, false);
-}
 
 struct DisplayCase {
   const char* declaration;
@@ -94,7 +66,7 @@ class PrefixedCSSRewriterDisplayTest : public ::testing::Test {
     };
     std::string styleSheet = "div { text-orientation: upright; writing-mode: vertical-rl }\n";
     std::string body;
-    std::string script = "JSON.stringify([";
+    std::string script = "return [";
     for (std::size_t index = 0; index < kCases.size(); ++index) {
       const std::string number = std::to_string(index);
       styleSheet += ".sheet" + number + " { " + kCases[index].declaration + " }\n";
@@ -107,12 +79,12 @@ class PrefixedCSSRewriterDisplayTest : public ::testing::Test {
                 "), getComputedStyle(document.getElementById('attribute" + number +
                 "')).getPropertyValue(" + property + ")],";
     }
-    script += "])";
+    script += "];";
     const std::string page = "<!DOCTYPE html><html><head><style>" + sheet(styleSheet) +
                              "</style></head><body>" + body + "</body></html>";
     webkit_web_view_load_html(webView_, page.c_str(), "about:blank");
     EXPECT_TRUE(iterateUntil([&] { return !webkit_web_view_is_loading(webView_); }, 20s));
-    return evaluate(webView_, script);
+    return testing::evaluateInPage(webView_, script);
   }
 
   WebKitWebView* webView_ = nullptr;

@@ -13,7 +13,7 @@
 #include <iterator>
 #include <string>
 
-#include "FakeReaderBridgeTransport.h"
+#include "PageScript.h"
 #include "intake/EPUBArchiveExtractor.h"
 #include "intake/EPUBArchiveInspector.h"
 #include "runtime/PublicationSchemeHandler.h"
@@ -24,44 +24,8 @@ namespace tomekeeper {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::generatedSong;
 using testing::iterateUntil;
-
-// The value of `script`, an expression giving JSON text, in the page of `webView`; null when
-// the script did not finish or failed.
-nlohmann::json evaluate(WebKitWebView* webView, const std::string& script) {
-  struct Outcome {
-    bool finished = false;
-    std::string text = "null";
-  } outcome;
-  webkit_web_view_evaluate_javascript(
-      webView, script.c_str(), -1, nullptr, nullptr, nullptr,
-      [](GObject* source, GAsyncResult* result, gpointer data) {
-        auto* finished = static_cast<Outcome*>(data);
-        JSCValue* value =
-            webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, nullptr);
-        if (value != nullptr) {
-          char* text = jsc_value_to_string(value);
-          finished->text = text;
-          g_free(text);
-          g_object_unref(value);
-        }
-        finished->finished = true;
-      },
-      &outcome);
-  iterateUntil([&] { return outcome.finished; }, 20s);
-  return nlohmann::json::parse(outcome.text, nullptr, false);
-}
-
-// Six seconds of a tone as Ogg Vorbis, made by gst-launch-1.0.
-std::string generatedSong(const std::filesystem::path& path) {
-  const std::string command =
-      "gst-launch-1.0 -q audiotestsrc num-buffers=260 samplesperbuffer=1024 ! "
-      "audio/x-raw,rate=44100,channels=1 ! audioconvert ! vorbisenc ! oggmux ! filesink "
-      "location='" + path.string() + "' > /dev/null 2>&1";
-  if (std::system(command.c_str()) != 0) return {};
-  std::ifstream input(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
-}
 
 class PublicationSchemeDisplayTest : public ::testing::Test {
  protected:
@@ -82,8 +46,8 @@ class PublicationSchemeDisplayTest : public ::testing::Test {
     // A reader starts the song with a click on its controls; the test lets it start unasked.
     WebKitWebsitePolicies* policies =
         webkit_website_policies_new_with_policies("autoplay", WEBKIT_AUTOPLAY_ALLOW, nullptr);
-    webView_ = WEBKIT_WEB_VIEW(
-        g_object_new(WEBKIT_TYPE_WEB_VIEW, "website-policies", policies, nullptr));
+    webView_ =
+        WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "website-policies", policies, nullptr));
     g_object_unref(policies);
     window_ = gtk_window_new();
     gtk_window_set_child(GTK_WINDOW(window_), GTK_WIDGET(webView_));
@@ -105,6 +69,10 @@ class PublicationSchemeDisplayTest : public ::testing::Test {
     const Uuid publicationID = Uuid::random();
     handler_->registerPublication(publicationID, root);
     return "tomekeeper://publication/" + publicationID.string() + "/";
+  }
+
+  nlohmann::json evaluate(const std::string& body) {
+    return testing::evaluateInPage(webView_, body);
   }
 
   void load(const std::string& url) {
@@ -155,9 +123,8 @@ TEST_F(PublicationSchemeDisplayTest, ImagesShowAsLinkedFromAnywhereInTheBookButO
   load(registerBook(book) + "OEBPS/text/chapter.xhtml");
   // The page has loaded, so every image has either drawn or failed.
   const nlohmann::json widths = evaluate(
-      webView_,
-      "JSON.stringify(Object.fromEntries(Array.from(document.images, (image) =>"
-      "[image.id, image.complete ? image.naturalWidth : -1])))");
+      "return Object.fromEntries(Array.from(document.images, (image) =>"
+      "[image.id, image.complete ? image.naturalWidth : -1]));");
   const nlohmann::json expected = {{"relative", 3}, {"climbing", 3}, {"rooted", 3},
                                    {"cased", 3},    {"unlisted", 0}, {"outside", 0}};
   EXPECT_EQ(widths, expected);
@@ -188,28 +155,32 @@ TEST_F(PublicationSchemeDisplayTest, ABooksAudioPlaysAndSeeks) {
   // the application's: the page that frames the chapter reads the song over the scheme and
   // gives the chapter's audio element a blob of it, as the reader runtime must.
   const std::string chapterURL = base + "OEBPS/chapter1.xhtml";
-  evaluate(webView_, "(() => { window.stage = 'framing';"
-                     "const frame = document.createElement('iframe');"
-                     "frame.src = " + nlohmann::json(chapterURL).dump() + ";"
-                     "frame.onload = () => {"
-                     "  window.song = frame.contentDocument.getElementById('song');"
-                     "  const request = new XMLHttpRequest();"
-                     "  request.open('GET', new URL(song.getAttribute('src'), frame.src).href);"
-                     "  request.responseType = 'blob';"
-                     "  request.onload = () => { song.src = URL.createObjectURL(request.response);"
-                     "    song.play().then(() => { window.stage = 'playing'; },"
-                     "      (error) => { window.stage = 'play refused: ' + error.name; }); };"
-                     "  request.onerror = () => { window.stage = 'read failed'; };"
-                     "  request.send(); };"
-                     "document.body.appendChild(frame); return 'null'; })()");
+  evaluate(
+      "window.stage = 'framing';"
+      "const frame = document.createElement('iframe');"
+      "frame.src = " +
+      nlohmann::json(chapterURL).dump() +
+      ";"
+      "frame.onload = () => {"
+      "  window.song = frame.contentDocument.getElementById('song');"
+      "  const request = new XMLHttpRequest();"
+      "  request.open('GET', new URL(song.getAttribute('src'), frame.src).href);"
+      "  request.responseType = 'blob';"
+      "  request.onload = () => { song.src = URL.createObjectURL(request.response);"
+      "    song.play().then(() => { window.stage = 'playing'; },"
+      "      (error) => { window.stage = 'play refused: ' + error.name; }); };"
+      "  request.onerror = () => { window.stage = 'read failed'; };"
+      "  request.send(); };"
+      "document.body.appendChild(frame); return null;");
   const std::string state =
-      "JSON.stringify(window.song ? {stage: window.stage, time: song.currentTime,"
-      "error: song.error ? song.error.code : 0, duration: song.duration || 0, paused: song.paused} :"
-      "{stage: window.stage, time: 0, error: 0, duration: 0})";
+      "return window.song ? {stage: window.stage, time: song.currentTime,"
+      "error: song.error ? song.error.code : 0, duration: song.duration || 0, paused: song.paused} "
+      ":"
+      "{stage: window.stage, time: 0, error: 0, duration: 0};";
   nlohmann::json last;
   const bool advanced = iterateUntil(
       [&] {
-        last = evaluate(webView_, state);
+        last = evaluate(state);
         return last.is_object() && (last["stage"] != "framing" &&
                                     (last["stage"] != "playing" ||
                                      (last["time"].get<double>() > 0.5 || last["error"] != 0)));
@@ -220,10 +191,10 @@ TEST_F(PublicationSchemeDisplayTest, ABooksAudioPlaysAndSeeks) {
   EXPECT_GT(last["time"].get<double>(), 0.5);
   EXPECT_GT(last["duration"].get<double>(), 5.0);
 
-  evaluate(webView_, "(() => { song.currentTime = 4.5; song.play(); return 'null'; })()");
+  evaluate("song.currentTime = 4.5; song.play(); return null;");
   EXPECT_TRUE(iterateUntil(
       [&] {
-        last = evaluate(webView_, state);
+        last = evaluate(state);
         return last.is_object() && last["time"].get<double>() > 4.6;
       },
       30s))

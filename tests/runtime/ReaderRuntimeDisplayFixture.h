@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "FakeReaderBridgeTransport.h"
+#include "PageScript.h"
 #include "async/RunUntilDone.h"
 #include "intake/EPUBArchiveExtractor.h"
 #include "intake/EPUBArchiveInspector.h"
@@ -68,52 +69,12 @@ inline std::string chapterDocument(int chapter, int paragraphs, const std::strin
          "</body></html>\n";
 }
 
-// Runs `body` as an async function in the page of `webView` and gives its JSON-able result;
-// a failure of the script, or no answer within `limit`, fails the test and gives null.
-inline json evaluateInPage(WebKitWebView* webView, const std::string& body,
-                           std::chrono::milliseconds limit = std::chrono::seconds(20)) {
-  struct Outcome {
-    bool finished = false;
-    std::string text;
-    std::string error;
-  } outcome;
-  const std::string wrapped = "return JSON.stringify(await (async () => {" + body + "})());";
-  webkit_web_view_call_async_javascript_function(
-      webView, wrapped.c_str(), -1, nullptr, nullptr, nullptr, nullptr,
-      [](GObject* source, GAsyncResult* result, gpointer data) {
-        auto* outcome = static_cast<Outcome*>(data);
-        GError* error = nullptr;
-        JSCValue* value = webkit_web_view_call_async_javascript_function_finish(
-            WEBKIT_WEB_VIEW(source), result, &error);
-        if (value == nullptr) {
-          outcome->error = error != nullptr ? error->message : "no value";
-          g_clear_error(&error);
-        } else {
-          char* text = jsc_value_is_undefined(value) ? nullptr : jsc_value_to_string(value);
-          outcome->text = text != nullptr ? text : "null";
-          g_free(text);
-          g_object_unref(value);
-        }
-        outcome->finished = true;
-      },
-      &outcome);
-  if (!iterateUntil([&] { return outcome.finished; }, limit)) {
-    ADD_FAILURE() << "the script did not finish: " << body;
-    // The callback still holds the outcome; wait for it before it goes away.
-    iterateUntil([&] { return outcome.finished; }, 60s);
-    return nullptr;
-  }
-  if (!outcome.error.empty()) {
-    ADD_FAILURE() << "the script failed: " << outcome.error << "\n" << body;
-    return nullptr;
-  }
-  return json::parse(outcome.text);
-}
-
 // A script for the runtime page that answers whether the first character of `context.exact`
 // (white space collapsed) lies inside the viewport in the section on screen; the prefix and
 // suffix tell repeated words apart, and where even they repeat (a code sample given twice), any
-// of the places will do. Measured in the page, independently of the runtime.
+// of the places will do. Measured in the page, independently of the runtime. The section's
+// collapsed text and the map back to its nodes are kept in its window, for the many checks of one
+// long section.
 inline std::string textOnScreenScript(const TextContext& context) {
   return "const exact = " + json(context.exact).dump() +
          ", prefix = " + json(context.prefix.value_or("")).dump() +
@@ -121,34 +82,35 @@ inline std::string textOnScreenScript(const TextContext& context) {
       const frame = document.querySelector('iframe.section-frame:not(.preparing)');
       if (!frame) return false;
       const doc = frame.contentDocument;
-      const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
-      let text = '';
-      const map = [];
-      let inSpace = false;
-      for (let node = walker.nextNode(); node; node = walker.nextNode()) {
-        for (let offset = 0; offset < node.data.length; offset += 1) {
-          const character = node.data[offset];
-          if (/\s/.test(character)) {
-            if (inSpace) continue;
-            inSpace = true;
-            text += ' ';
-          } else {
-            inSpace = false;
-            text += character;
+      let kept = frame.contentWindow.textKeptForTests;
+      // Built again when the document's text has changed (a notice or a note put in by the runtime).
+      const length = doc.body.textContent.length;
+      if (!kept || kept.doc !== doc || kept.length !== length) {
+        const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
+        const pieces = [], nodes = [], offsets = [];
+        let inSpace = false;
+        for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+          for (let offset = 0; offset < node.data.length; offset += 1) {
+            const space = /\s/.test(node.data[offset]);
+            if (space && inSpace) continue;
+            inSpace = space;
+            pieces.push(space ? ' ' : node.data[offset]);
+            nodes.push(node);
+            offsets.push(offset);
           }
-          map.push([node, offset]);
         }
+        kept = { doc, length, text: pieces.join(''), nodes, offsets };
+        frame.contentWindow.textKeptForTests = kept;
       }
       const collapse = (words) => words.replace(/\s+/g, ' ');
       const frameBox = frame.getBoundingClientRect();
       const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
       const shown = (found) => {
         found += collapse(prefix).length;
-        while (text[found] === ' ') found += 1;
-        const [node, offset] = map[found];
+        while (kept.text[found] === ' ') found += 1;
         const range = doc.createRange();
-        range.setStart(node, offset);
-        range.setEnd(node, offset + 1);
+        range.setStart(kept.nodes[found], kept.offsets[found]);
+        range.setEnd(kept.nodes[found], kept.offsets[found] + 1);
         const box = range.getClientRects()[0];
         if (!box) return false;
         const x = frameBox.left + box.left + box.width / 2;
@@ -156,7 +118,8 @@ inline std::string textOnScreenScript(const TextContext& context) {
         return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
       };
       const context = collapse(prefix + exact + suffix);
-      for (let found = text.indexOf(context); found >= 0; found = text.indexOf(context, found + 1)) {
+      for (let found = kept.text.indexOf(context); found >= 0;
+           found = kept.text.indexOf(context, found + 1)) {
         if (shown(found)) return true;
       }
       return false;
@@ -203,7 +166,9 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
   void TearDown() override {
     host_.reset();
     gtk_window_destroy(GTK_WINDOW(window_));
-    iterateFor(20ms);
+    // What the destroyed window and web view still had queued, without waiting for more.
+    for (int turn = 0; turn < 1000 && g_main_context_iteration(nullptr, FALSE); ++turn) {
+    }
   }
 
   // Unpacks the book, then opens it as openExtracted does.
@@ -286,14 +251,9 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
     )");
   }
 
-  // Every result of a search for `query`, once its last batch has come.
-  std::vector<PublicationSearchResult> searchAll(const std::string& query) {
-    return searchAllWithin(query, 10s);
-  }
-
   // Every result of a search for `query`, once its last batch has come within `limit`.
-  std::vector<PublicationSearchResult> searchAllWithin(const std::string& query,
-                                                       std::chrono::seconds limit) {
+  std::vector<PublicationSearchResult> searchAll(const std::string& query,
+                                                 std::chrono::seconds limit = 10s) {
     std::vector<PublicationSearchResult> results;
     bool complete = false;
     const Uuid searchID = Uuid::random();
@@ -482,58 +442,6 @@ class ReaderRuntimeHighlightDisplayTest : public ReaderRuntimeDisplayTest {
         return { words: range.toString(), boxes, onScreen };
       });
     )");
-  }
-
-  // As isTextOnScreen, for many checks in one long section: the section's collapsed text and the
-  // map back to its nodes are built once per section document and kept in the frame's window.
-  bool isTextOnScreenKeepingSectionText(const TextContext& context) {
-    return evaluate("const exact = " + json(context.exact).dump() +
-                    ", prefix = " + json(context.prefix.value_or("")).dump() +
-                    ", suffix = " + json(context.suffix.value_or("")).dump() + ";" + R"(
-      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-      if (!frame) return false;
-      const doc = frame.contentDocument;
-      let kept = frame.contentWindow.textKeptForTests;
-      if (!kept || kept.doc !== doc) {
-        const walker = doc.createTreeWalker(doc.body, NodeFilter.SHOW_TEXT);
-        const pieces = [];
-        const nodes = [];
-        const offsets = [];
-        let inSpace = false;
-        for (let node = walker.nextNode(); node; node = walker.nextNode()) {
-          for (let offset = 0; offset < node.data.length; offset += 1) {
-            const character = node.data[offset];
-            if (/\s/.test(character)) {
-              if (inSpace) continue;
-              inSpace = true;
-              pieces.push(' ');
-            } else {
-              inSpace = false;
-              pieces.push(character);
-            }
-            nodes.push(node);
-            offsets.push(offset);
-          }
-        }
-        kept = { doc, text: pieces.join(''), nodes, offsets };
-        frame.contentWindow.textKeptForTests = kept;
-      }
-      const collapse = (words) => words.replace(/\s+/g, ' ');
-      let found = kept.text.indexOf(collapse(prefix + exact + suffix));
-      if (found < 0) return false;
-      found += collapse(prefix).length;
-      while (kept.text[found] === ' ') found += 1;
-      const range = doc.createRange();
-      range.setStart(kept.nodes[found], kept.offsets[found]);
-      range.setEnd(kept.nodes[found], kept.offsets[found] + 1);
-      const box = range.getClientRects()[0];
-      if (!box) return false;
-      const frameBox = frame.getBoundingClientRect();
-      const viewport = document.getElementById('reader-viewport').getBoundingClientRect();
-      const x = frameBox.left + box.left + box.width / 2;
-      const y = frameBox.top + box.top + box.height / 2;
-      return x >= viewport.left && x <= viewport.right && y >= viewport.top && y <= viewport.bottom;
-    )") == true;
   }
 
   // Highlights the reader's selection once it has been offered, as the reader would; gives the

@@ -505,16 +505,8 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, ItemsOfAForeignTypeShowTheirManifestFallb
 // The web view's media engine reads no scheme of the application's: the runtime gives the
 // section's audio a blob of its file, whose length the engine then reads.
 TEST_F(ReaderRuntimeLayoutDisplayTest, ASectionsAudioIsReadableByTheMediaEngine) {
-  const std::filesystem::path songPath = std::filesystem::temp_directory_path() /
-                                         ("tomekeeper-song-" + Uuid::random().string() + ".ogg");
-  const std::string command =
-      "gst-launch-1.0 -q audiotestsrc num-buffers=260 samplesperbuffer=1024 ! "
-      "audio/x-raw,rate=44100,channels=1 ! audioconvert ! vorbisenc ! oggmux ! filesink "
-      "location='" +
-      songPath.string() + "' > /dev/null 2>&1";
-  ASSERT_EQ(std::system(command.c_str()), 0) << "gst-launch-1.0 is needed (tools/dependencies.txt)";
-  const std::string song = readFile(songPath);
-  std::filesystem::remove(songPath);
+  const std::string song = testing::generatedSong(directory_ / "song.ogg");
+  ASSERT_FALSE(song.empty()) << "gst-launch-1.0 is needed (tools/dependencies.txt)";
   testing::PackageDescription package;
   package.withChapters(1);
   package.manifest.emplace_back("song", "media/song.ogg", "audio/ogg");

@@ -141,7 +141,7 @@ class SampleBookDisplayTest : public ReaderRuntimeHighlightDisplayTest {
 
 TEST_F(SampleBookDisplayTest, ASearchFindsEveryOccurrenceAndEachResultLeadsToItsWords) {
   openArchive(book_);
-  const std::vector<PublicationSearchResult> results = searchAllWithin(kSearchedWord, 120s);
+  const std::vector<PublicationSearchResult> results = searchAll(kSearchedWord, 120s);
 
   // The count of each section, read from the unpacked files independently of the runtime.
   const std::filesystem::path packageDocument = extracted() / packageDocumentPath(extracted());
@@ -169,7 +169,7 @@ TEST_F(SampleBookDisplayTest, ASearchFindsEveryOccurrenceAndEachResultLeadsToIts
     const ReaderPositionResult position = run(bridge().goTo(GoToLocatorRequest{result.locator}));
     EXPECT_EQ(position.spineIndex, result.locator.spineIndex);
     EXPECT_EQ(position.locatorResolution, "cfi");
-    EXPECT_TRUE(isTextOnScreenKeepingSectionText(*result.locator.excerpt))
+    EXPECT_TRUE(isTextOnScreen(*result.locator.excerpt))
         << "\"" << result.locator.excerpt->prefix.value_or("") << "["
         << result.locator.excerpt->exact << "]" << result.locator.excerpt->suffix.value_or("")
         << "\" is not on screen";
