@@ -41,8 +41,9 @@ class ApplicationDisplayTest : public ApplicationDisplayFixture {
       home / "data" / "tomekeeper" / "DocumentAccess" / "window-restoration.json";
 };
 
-// One launch: the book opens in its window, and a second launch of the same book brings that
-// window forward.
+// One launch: the book opens in its window, a second launch of the same book brings that window
+// forward, and once the window is closed the application stays for a third launch without a
+// file, which shows the open window.
 TEST_F(ApplicationDisplayTest, OpensBookInWindowTitledWithItsTitleAndAuthorAndBringsItForward) {
   ApplicationProcess application(home, {book.string()}, logFile);
   ASSERT_TRUE(waitForBookWindow()) << log();
@@ -65,6 +66,16 @@ TEST_F(ApplicationDisplayTest, OpensBookInWindowTitledWithItsTitleAndAuthorAndBr
   ASSERT_TRUE(waitForLog("forward")) << log();
   EXPECT_EQ(occurrences(log(), "Opened the window of"), 1u);
   EXPECT_EQ(visibleWindowsTitled(kWindowTitle), 1);
+
+  SCOPED_TRACE("ClosingTheLastWindowKeepsTheApplicationAndALaterLaunchShowsTheOpenWindow");
+  // The window goes while xdotool still talks to it, which it reports as a failure.
+  typeInto(application.pid(), {"ctrl+w"});
+  ASSERT_TRUE(waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 0; }));
+  EXPECT_EQ(readFile(restorationFile), "{\n  \"fingerprints\": []\n}");
+  // The running application takes the new launch, which has no file: the open window comes.
+  ApplicationProcess third(home, {}, logFile);
+  ASSERT_TRUE(third.waitForExit().has_value());
+  EXPECT_TRUE(waitUntil([] { return visibleWindowsTitled("Tomekeeper") == 1; })) << log();
 }
 
 // Quitting ends the process cleanly with the book in the restoration file; the relaunch brings
@@ -106,21 +117,6 @@ TEST_F(ApplicationDisplayTest, PageKeysTurnPagesAndTheRelaunchRestoresTheBookAtI
   ASSERT_TRUE(typeInto(relaunched.pid(), {"Prior"}));
   // Back from the restored third chapter, not from the first.
   EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPositions();
-}
-
-TEST_F(ApplicationDisplayTest,
-       ClosingTheLastWindowKeepsTheApplicationAndALaterLaunchShowsTheOpenWindow) {
-  ApplicationProcess application(home, {book.string()}, logFile);
-  ASSERT_TRUE(waitForBookWindow()) << log();
-  // The window goes while xdotool still talks to it, which it reports as a failure.
-  typeInto(application.pid(), {"ctrl+w"});
-  ASSERT_TRUE(waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 0; }));
-  EXPECT_EQ(readFile(restorationFile), "{\n  \"fingerprints\": []\n}");
-
-  // The running application takes the new launch, which has no file: the open window comes.
-  ApplicationProcess second(home, {}, logFile);
-  ASSERT_TRUE(second.waitForExit().has_value());
-  EXPECT_TRUE(waitUntil([] { return visibleWindowsTitled("Tomekeeper") == 1; })) << log();
 }
 
 }  // namespace
