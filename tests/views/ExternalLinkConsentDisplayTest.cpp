@@ -19,7 +19,7 @@ class RecordingLauncher final : public ExternalURLOpening {
 };
 
 // How the reader leaves the first dialog.
-enum class Answer { cancel, openLink, closeWindow, replacedByAnotherLink };
+enum class Answer { cancel, openLink, closeWindow, replacedByAnotherLink, consentGoesAway };
 
 struct ConsentCase {
   const char* name;
@@ -63,6 +63,10 @@ TEST_P(ExternalLinkConsentDisplayTest, LaunchesOnlyWhatTheReaderAgreedTo) {
   EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(dialog)), GTK_WINDOW(window_));
   EXPECT_EQ(std::string(adw_message_dialog_get_response_label(dialog, "cancel")), "Cancel");
   EXPECT_EQ(std::string(adw_message_dialog_get_response_label(dialog, "open")), "Open Link");
+  // Enter and Escape cancel; only a click on the suggested button opens.
+  EXPECT_STREQ(adw_message_dialog_get_default_response(dialog), "cancel");
+  EXPECT_STREQ(adw_message_dialog_get_close_response(dialog), "cancel");
+  EXPECT_EQ(adw_message_dialog_get_response_appearance(dialog, "open"), ADW_RESPONSE_SUGGESTED);
   EXPECT_TRUE(launcher_->opened.empty());
 
   switch (GetParam().answer) {
@@ -76,6 +80,12 @@ TEST_P(ExternalLinkConsentDisplayTest, LaunchesOnlyWhatTheReaderAgreedTo) {
       gtk_window_close(GTK_WINDOW(dialog));
       break;
     case Answer::replacedByAnotherLink:
+      break;
+    case Answer::consentGoesAway:
+      // Its dialog goes with it; a new consent asks for the second address.
+      g_object_add_weak_pointer(G_OBJECT(dialog), reinterpret_cast<gpointer*>(&dialog));
+      consent_ = std::make_unique<ExternalLinkConsent>(anchor_, launcher_);
+      EXPECT_EQ(dialog, nullptr);
       break;
   }
   EXPECT_FALSE(consent_->open(second));
@@ -95,7 +105,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(ConsentCase{"Cancel", Answer::cancel, false},
                       ConsentCase{"OpenLink", Answer::openLink, true},
                       ConsentCase{"CloseWindow", Answer::closeWindow, false},
-                      ConsentCase{"ReplacedByAnotherLink", Answer::replacedByAnotherLink, false}),
+                      ConsentCase{"ReplacedByAnotherLink", Answer::replacedByAnotherLink, false},
+                      ConsentCase{"ConsentGoesAway", Answer::consentGoesAway, false}),
     [](const ::testing::TestParamInfo<ConsentCase>& info) { return info.param.name; });
 
 }  // namespace
