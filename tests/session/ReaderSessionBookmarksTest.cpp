@@ -62,14 +62,10 @@ TEST_F(ReaderSessionBookmarksTest, RefusedStoreKeepsTheListAndRecordsTheFailure)
   openWith(StorePresence::all);
   harness.bookmarkStore->writeFailure = BookmarkPersistenceFailure::cannotWrite;
 
-  const std::optional<ReaderError> failure = [&]() -> std::optional<ReaderError> {
-    try {
-      runToEnd(harness.session->toggleBookmark());
-    } catch (const ReaderError& error) {
-      return error;
-    }
-    return std::nullopt;
-  }();
+  const std::optional<ReaderError> failure =
+      failureOf([](ReaderSession& session) -> async::Task<void> {
+        co_await session.toggleBookmark();
+      }(*harness.session));
 
   ASSERT_TRUE(failure.has_value());
   EXPECT_EQ(harness.session->error().value(), failure);
