@@ -159,12 +159,14 @@ async::Task<void> runHighlightCarryOverOffer(
   }
   co_await async::checkCancellation();
   if (!failure.empty()) {
+    // The cause is for the log; the reader learns what happened and that nothing is lost.
+    g_warning("Highlights not carried over: %s", failure.c_str());
     co_await runMessageDialog(
         parent, AlertContent{AlertStyle::warning,
                              "Highlights Not Carried Over",
-                             "The highlights of the earlier edition could not be carried into "
-                             "this one (" +
-                                 failure + "). The earlier edition still holds all of them.",
+                             "The highlights of the earlier edition could not be read, or could "
+                             "not be saved in this one. The earlier edition still holds all of "
+                             "them.",
                              {"OK"}});
     co_return;
   }

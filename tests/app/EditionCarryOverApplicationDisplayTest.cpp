@@ -301,5 +301,17 @@ TEST_F(EditionCarryOverApplicationDisplayTest, NotNowCarriesNothingAndAsksAgainA
   EXPECT_TRUE(highlightsIn(publications / second / "annotations.json", second).empty());
 }
 
+TEST_F(EditionCarryOverApplicationDisplayTest, AFailedCarryOverIsToldAndTheEarlierEditionKeepsAll) {
+  const std::string first = readFirstEdition(highlights);
+  const std::string second = openBook(secondEdition);
+  // A directory where edition 2's store would be written: the carried highlights cannot be saved.
+  std::filesystem::create_directories(publications / second / "annotations.json" / "in-the-way");
+  answerQuestion("Carry Over");
+
+  EXPECT_TRUE(waitForElement("label", "Highlights Not Carried Over").has_value()) << dump();
+  EXPECT_FALSE(logged("Toast of " + second)) << log();
+  EXPECT_EQ(highlightsIn(publications / first / "annotations.json", first).size(), 3U);
+}
+
 }  // namespace
 }  // namespace tomekeeper::testing
