@@ -83,83 +83,87 @@ class ReaderRuntimeLinkDisplayTest : public testing::ReaderRuntimeDisplayTest {
   std::vector<PageTurnDirection> turns_;
 };
 
-TEST_F(ReaderRuntimeLinkDisplayTest, ALinkToAnotherSectionLandsOnItsTargetInTheReadersLayout) {
+// The cases share one web view and one opened book, each a named section; the larger type of the
+// last stays to the end.
+TEST_F(ReaderRuntimeLinkDisplayTest, TheBooksLinksAreFollowedThroughTheReader) {
   openBook(linkedBook());
-  run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
-  ConfigureTypographyRequest typography;
-  typography.fontScale = {ResolvedTypographyFontScale::Mode::value, 1.3};
-  run(bridge().configureTypography(typography));
+  {
+    SCOPED_TRACE("LinksWithinASectionAndFromTheNavigationDocument");
+    // The navigation document is the first section.
+    EXPECT_EQ(follow("to-chapter3").spineIndex, 3);
+    EXPECT_TRUE(isParagraphOnScreen(3, 12));
 
-  const ReaderPositionResult landed = follow("to-chapter2");
-  EXPECT_EQ(landed.spineIndex, 2);
-  EXPECT_THAT(activated_.back(), ::testing::EndsWith("text/chapter2.xhtml#c2p20"));
-  EXPECT_TRUE(isParagraphOnScreen(2, 20));
-  EXPECT_EQ(run(bridge().currentLocator()).spineIndex, 2);
-  saveScreenshot("cross-document-link");
-  // The chapter is shown in the reader's frame with the reader's type, and no frame navigated.
-  const json frames = evaluate(R"(
-    return [...document.querySelectorAll('iframe.section-frame')].map((frame) => ({
-      src: frame.src.replace(/.*\//, ''),
-      presented: frame.contentDocument.querySelector('style[data-tomekeeper-runtime]') !== null,
-      fontSize: parseFloat(frame.contentWindow.getComputedStyle(frame.contentDocument.documentElement).fontSize) }));
-  )");
-  for (const json& frame : frames) {
-    EXPECT_TRUE(frame["presented"].get<bool>()) << frame.dump();
-    EXPECT_NEAR(frame["fontSize"].get<double>(), 16 * 1.3, 0.01) << frame.dump();
+    run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
+    EXPECT_EQ(follow("to-here").spineIndex, 1);
+    EXPECT_THAT(activated_.back(), ::testing::EndsWith("text/chapter1.xhtml#c1p25"));
+    EXPECT_TRUE(isParagraphOnScreen(1, 25));
   }
-  // Page Down goes on from there.
-  const ReaderPositionResult next = run(bridge().next());
-  EXPECT_EQ(next.spineIndex, 2);
-  EXPECT_EQ(next.page, landed.page + 1);
-}
+  {
+    SCOPED_TRACE("ANoteReferenceOpensItsNoteWithoutMoving");
+    activated_.clear();
+    run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
+    // The footnote's aside is out of the flow.
+    EXPECT_EQ(evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      return frame.contentWindow.getComputedStyle(frame.contentDocument.getElementById('fn1')).display;
+    )"),
+              "none");
+    run(bridge().goTo(GoToRequest{"text/chapter1.xhtml#to-note"}));
+    const Locator atTheReference = run(bridge().currentLocator());
+    click("to-note");
+    // A round trip after the click: any event the click sent has arrived before its answer.
+    EXPECT_EQ(run(bridge().currentLocator()), atTheReference);
+    EXPECT_TRUE(activated_.empty());
+    const json popover = evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      const box = frame.contentDocument.querySelector('[data-tomekeeper-runtime="footnote"]');
+      if (!box) return null;
+      const rect = box.getBoundingClientRect();
+      return { text: box.textContent, visible: rect.width > 0 && rect.height > 0 &&
+               rect.right > 0 && rect.left < frame.contentWindow.innerWidth };
+    )");
+    ASSERT_FALSE(popover.is_null());
+    EXPECT_NE(popover["text"].get<std::string>().find(kFootnoteText), std::string::npos);
+    EXPECT_TRUE(popover["visible"].get<bool>());
+    saveScreenshot("footnote-popover");
+    // "Go to Note" follows the link.
+    evaluate(R"(
+      const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+      frame.contentDocument.querySelector('[data-tomekeeper-runtime="footnote"] button').click();
+      return true;
+    )");
+    ASSERT_TRUE(testing::iterateUntil([&] { return !activated_.empty(); }, 5s));
+    EXPECT_THAT(activated_.back(), ::testing::EndsWith("text/chapter1.xhtml#fn1"));
+  }
+  {
+    SCOPED_TRACE("ALinkToAnotherSectionLandsOnItsTargetInTheReadersLayout");
+    run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
+    ConfigureTypographyRequest typography;
+    typography.fontScale = {ResolvedTypographyFontScale::Mode::value, 1.3};
+    run(bridge().configureTypography(typography));
 
-TEST_F(ReaderRuntimeLinkDisplayTest, LinksWithinASectionAndFromTheNavigationDocument) {
-  openBook(linkedBook());
-  // The navigation document is the first section.
-  EXPECT_EQ(follow("to-chapter3").spineIndex, 3);
-  EXPECT_TRUE(isParagraphOnScreen(3, 12));
-
-  run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
-  EXPECT_EQ(follow("to-here").spineIndex, 1);
-  EXPECT_THAT(activated_.back(), ::testing::EndsWith("text/chapter1.xhtml#c1p25"));
-  EXPECT_TRUE(isParagraphOnScreen(1, 25));
-}
-
-TEST_F(ReaderRuntimeLinkDisplayTest, ANoteReferenceOpensItsNoteWithoutMoving) {
-  openBook(linkedBook());
-  run(bridge().goTo(GoToRequest{"text/chapter1.xhtml"}));
-  // The footnote's aside is out of the flow.
-  EXPECT_EQ(evaluate(R"(
-    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-    return frame.contentWindow.getComputedStyle(frame.contentDocument.getElementById('fn1')).display;
-  )"),
-            "none");
-  run(bridge().goTo(GoToRequest{"text/chapter1.xhtml#to-note"}));
-  const Locator atTheReference = run(bridge().currentLocator());
-  click("to-note");
-  // A round trip after the click: any event the click sent has arrived before its answer.
-  EXPECT_EQ(run(bridge().currentLocator()), atTheReference);
-  EXPECT_TRUE(activated_.empty());
-  const json popover = evaluate(R"(
-    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-    const box = frame.contentDocument.querySelector('[data-tomekeeper-runtime="footnote"]');
-    if (!box) return null;
-    const rect = box.getBoundingClientRect();
-    return { text: box.textContent, visible: rect.width > 0 && rect.height > 0 &&
-             rect.right > 0 && rect.left < frame.contentWindow.innerWidth };
-  )");
-  ASSERT_FALSE(popover.is_null());
-  EXPECT_NE(popover["text"].get<std::string>().find(kFootnoteText), std::string::npos);
-  EXPECT_TRUE(popover["visible"].get<bool>());
-  saveScreenshot("footnote-popover");
-  // "Go to Note" follows the link.
-  evaluate(R"(
-    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
-    frame.contentDocument.querySelector('[data-tomekeeper-runtime="footnote"] button').click();
-    return true;
-  )");
-  ASSERT_TRUE(testing::iterateUntil([&] { return !activated_.empty(); }, 5s));
-  EXPECT_THAT(activated_.back(), ::testing::EndsWith("text/chapter1.xhtml#fn1"));
+    const ReaderPositionResult landed = follow("to-chapter2");
+    EXPECT_EQ(landed.spineIndex, 2);
+    EXPECT_THAT(activated_.back(), ::testing::EndsWith("text/chapter2.xhtml#c2p20"));
+    EXPECT_TRUE(isParagraphOnScreen(2, 20));
+    EXPECT_EQ(run(bridge().currentLocator()).spineIndex, 2);
+    saveScreenshot("cross-document-link");
+    // The chapter is shown in the reader's frame with the reader's type, and no frame navigated.
+    const json frames = evaluate(R"(
+      return [...document.querySelectorAll('iframe.section-frame')].map((frame) => ({
+        src: frame.src.replace(/.*\//, ''),
+        presented: frame.contentDocument.querySelector('style[data-tomekeeper-runtime]') !== null,
+        fontSize: parseFloat(frame.contentWindow.getComputedStyle(frame.contentDocument.documentElement).fontSize) }));
+    )");
+    for (const json& frame : frames) {
+      EXPECT_TRUE(frame["presented"].get<bool>()) << frame.dump();
+      EXPECT_NEAR(frame["fontSize"].get<double>(), 16 * 1.3, 0.01) << frame.dump();
+    }
+    // Page Down goes on from there.
+    const ReaderPositionResult next = run(bridge().next());
+    EXPECT_EQ(next.spineIndex, 2);
+    EXPECT_EQ(next.page, landed.page + 1);
+  }
 }
 
 // A book read from right to left, and one from left to right.
