@@ -35,37 +35,34 @@ class WebKitReaderHostingDisplayTest : public ::testing::Test {
   std::optional<ReaderAnnotationContextMenuRequest> edited_;
 };
 
-TEST_F(WebKitReaderHostingDisplayTest, TheMenuRequestCarriesThePointAndTheNote) {
-  host_->presentAnnotationMenu({kAnnotationID, 50, 40}, AnnotationNotePresence::withNote);
-  ASSERT_EQ(menus_.size(), 1u);
-  EXPECT_EQ(menus_[0].x, 50);
-  EXPECT_EQ(menus_[0].y, 40);
-  EXPECT_EQ(menus_[0].notePresence, AnnotationNotePresence::withNote);
-}
-
-TEST_F(WebKitReaderHostingDisplayTest, TheRemoveItemRemovesTheRequestedHighlight) {
-  host_->presentAnnotationMenu({kAnnotationID, 50, 40}, AnnotationNotePresence::withoutNote);
-  ASSERT_EQ(menus_.size(), 1u);
-  menus_[0].removeHighlight();
-  EXPECT_EQ(removed_, std::vector<Uuid>{kAnnotationID});
-  EXPECT_FALSE(edited_.has_value());
-}
-
-TEST_F(WebKitReaderHostingDisplayTest, TheNoteItemHandsTheWholeRequestToTheNoteEditor) {
+// One host, so one web view, for the whole menu: each request carries its point and note, each
+// item reaches the session's callback for that request alone, and an item chosen once the host
+// is gone does nothing.
+TEST_F(WebKitReaderHostingDisplayTest, EachMenuItemReachesItsCallbackUntilTheHostGoes) {
   const ReaderAnnotationContextMenuRequest request{kAnnotationID, 12, 34};
   host_->presentAnnotationMenu(request, AnnotationNotePresence::withNote);
   ASSERT_EQ(menus_.size(), 1u);
+  EXPECT_EQ(menus_[0].x, 12);
+  EXPECT_EQ(menus_[0].y, 34);
+  EXPECT_EQ(menus_[0].notePresence, AnnotationNotePresence::withNote);
   menus_[0].editNote();
   EXPECT_EQ(edited_, request);
   EXPECT_TRUE(removed_.empty());
-}
 
-TEST_F(WebKitReaderHostingDisplayTest, AMenuItemChosenAfterTheHostWentDoesNothing) {
+  edited_.reset();
   host_->presentAnnotationMenu({kAnnotationID, 50, 40}, AnnotationNotePresence::withoutNote);
-  ASSERT_EQ(menus_.size(), 1u);
+  ASSERT_EQ(menus_.size(), 2u);
+  EXPECT_EQ(menus_[1].notePresence, AnnotationNotePresence::withoutNote);
+  menus_[1].removeHighlight();
+  EXPECT_EQ(removed_, std::vector<Uuid>{kAnnotationID});
+  EXPECT_FALSE(edited_.has_value());
+
+  removed_.clear();
+  host_->presentAnnotationMenu({kAnnotationID, 50, 40}, AnnotationNotePresence::withoutNote);
+  ASSERT_EQ(menus_.size(), 3u);
   host_.reset();
-  menus_[0].removeHighlight();
-  menus_[0].editNote();
+  menus_[2].removeHighlight();
+  menus_[2].editNote();
   EXPECT_TRUE(removed_.empty());
   EXPECT_FALSE(edited_.has_value());
 }
