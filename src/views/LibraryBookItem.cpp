@@ -348,6 +348,9 @@ GtkWidget* makeLibraryBookItem(LibraryLayout layout) {
                    grid ? GTK_ORIENTATION_VERTICAL : GTK_ORIENTATION_HORIZONTAL, "spacing",
                    grid ? 4 : 12, nullptr));
   gtk_widget_add_css_class(item, grid ? "library-grid-item" : "library-list-item");
+  // A row of the grid is as tall as its tallest item (a title of two lines, authors or not):
+  // the others keep their covers at the top, in line with it.
+  if (grid) gtk_widget_set_valign(item, GTK_ALIGN_START);
 
   GtkWidget* overlay = gtk_overlay_new();
   gtk_overlay_set_child(GTK_OVERLAY(overlay),
