@@ -149,18 +149,20 @@ async::Task<void> runHighlightCarryOverOffer(
   co_await async::checkCancellation();
   if (answer != 1) co_return;
   CarryOverResult result;
-  std::string failure;
+  std::optional<std::string> failure;
   try {
     result = co_await maintenance->carryOver(*earlier);
   } catch (const async::OperationCancelled&) {
     throw;
   } catch (const std::exception& error) {
     failure = error.what();
+  } catch (...) {
+    failure = "unknown error";
   }
   co_await async::checkCancellation();
-  if (!failure.empty()) {
+  if (failure) {
     // The cause is for the log; the reader learns what happened and that nothing is lost.
-    g_warning("Highlights not carried over: %s", failure.c_str());
+    g_warning("Highlights not carried over: %s", failure->c_str());
     co_await runMessageDialog(
         parent, AlertContent{AlertStyle::warning,
                              "Highlights Not Carried Over",
