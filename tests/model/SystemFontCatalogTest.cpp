@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -38,79 +39,69 @@ bool fontconfigKnowsDejaVu() {
   return known;
 }
 
-TEST(SystemFontCatalogTest, OneDisplayNameIsOrderedByStableName) {
-  const auto list = SystemFontCatalog::listInDisplayOrder(
-      {font("Shared-Zeta", "Shared"), font("Alone", "Zulu"), font("Shared-Alpha", "Shared")});
-  EXPECT_EQ(stableNames(list), (std::vector<std::string>{"Shared-Alpha", "Shared-Zeta", "Alone"}));
-}
-
-TEST(SystemFontCatalogTest, DigitsCompareAsNumbers) {
-  const auto list = SystemFontCatalog::listInDisplayOrder(
-      {font("F10", "Font 10"), font("F2", "Font 2"), font("F1", "Font 1")});
-  EXPECT_EQ(stableNames(list), (std::vector<std::string>{"F1", "F2", "F10"}));
-  const auto tied =
-      SystemFontCatalog::listInDisplayOrder({font("Face-12", "Same"), font("Face-9", "Same")});
-  EXPECT_EQ(stableNames(tied), (std::vector<std::string>{"Face-9", "Face-12"}));
-}
-
-TEST(SystemFontCatalogTest, LetterCaseDoesNotOutrankTheAlphabet) {
-  // Byte order would put "Banana" before "apple".
-  const auto list = SystemFontCatalog::listInDisplayOrder(
-      {font("B", "Banana"), font("a", "apple"), font("C", "cherry")});
-  EXPECT_EQ(stableNames(list), (std::vector<std::string>{"a", "B", "C"}));
-}
-
-TEST(SystemFontCatalogTest, TheLocaleDecidesWhereAccentedLettersGo) {
-  const std::vector<SystemFontRecord> records{font("Z", "Zebra"), font("O-umlaut", "\u00D6l"),
+// Display names in the locale's collation with numbers by value and letter case below the
+// alphabet; stable names settle ties; a stable name stands once, as its later record.
+TEST(SystemFontCatalogTest, ListsFontsInDisplayOrder) {
+  using Names = std::vector<std::string>;
+  const std::vector<SystemFontRecord> umlauts{font("Z", "Zebra"), font("O-umlaut", "\u00D6l"),
                                               font("O", "Ofen")};
-  EXPECT_EQ(stableNames(SystemFontCatalog::listInDisplayOrder(records, icu::Locale("de"))),
-            (std::vector<std::string>{"O", "O-umlaut", "Z"}));
-  EXPECT_EQ(stableNames(SystemFontCatalog::listInDisplayOrder(records, icu::Locale("sv"))),
-            (std::vector<std::string>{"O", "Z", "O-umlaut"}));
+  const std::vector<SystemFontRecord> duplicates{font("Dup", "First"), font("Other", "Middle"),
+                                                 font("Dup", "Second")};
+  const struct {
+    const char* name;
+    std::vector<SystemFontRecord> records;
+    std::optional<icu::Locale> locale;
+    Names expected;
+  } cases[] = {
+      {"OneDisplayNameIsOrderedByStableName",
+       {font("Shared-Zeta", "Shared"), font("Alone", "Zulu"), font("Shared-Alpha", "Shared")},
+       {},
+       {"Shared-Alpha", "Shared-Zeta", "Alone"}},
+      {"DigitsCompareAsNumbers",
+       {font("F10", "Font 10"), font("F2", "Font 2"), font("F1", "Font 1")},
+       {},
+       {"F1", "F2", "F10"}},
+      {"DigitsOfTiedStableNamesCompareAsNumbers",
+       {font("Face-12", "Same"), font("Face-9", "Same")},
+       {},
+       {"Face-9", "Face-12"}},
+      // Byte order would put "Banana" before "apple".
+      {"LetterCaseDoesNotOutrankTheAlphabet",
+       {font("B", "Banana"), font("a", "apple"), font("C", "cherry")},
+       {},
+       {"a", "B", "C"}},
+      {"GermanPutsTheUmlautWithItsLetter", umlauts, icu::Locale("de"), {"O", "O-umlaut", "Z"}},
+      {"SwedishPutsTheUmlautAfterZ", umlauts, icu::Locale("sv"), {"O", "Z", "O-umlaut"}},
+      {"APosixLocaleStillFoldsCase",
+       {font("B", "Banana"), font("a", "apple")},
+       icu::Locale("en_US_POSIX"),
+       {"a", "B"}},
+      {"EachStableNameStandsOnce", duplicates, {}, {"Other", "Dup"}},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    EXPECT_EQ(
+        stableNames(test.locale ? SystemFontCatalog::listInDisplayOrder(test.records, *test.locale)
+                                : SystemFontCatalog::listInDisplayOrder(test.records)),
+        test.expected);
+  }
+  EXPECT_EQ(SystemFontCatalog::listInDisplayOrder(duplicates).back(), font("Dup", "Second"))
+      << "the later record wins";
 }
 
-TEST(SystemFontCatalogTest, APosixLocaleStillFoldsCase) {
-  const auto list = SystemFontCatalog::listInDisplayOrder({font("B", "Banana"), font("a", "apple")},
-                                                          icu::Locale("en_US_POSIX"));
-  EXPECT_EQ(stableNames(list), (std::vector<std::string>{"a", "B"}));
-}
-
-TEST(SystemFontCatalogTest, EachStableNameStandsOnceAndTheLaterRecordWins) {
-  const auto list = SystemFontCatalog::listInDisplayOrder(
-      {font("Dup", "First"), font("Other", "Middle"), font("Dup", "Second")});
-  ASSERT_EQ(list.size(), 2u);
-  EXPECT_EQ(list[0], font("Other", "Middle"));
-  EXPECT_EQ(list[1], font("Dup", "Second"));
-}
-
-TEST(SystemFontCatalogTest, BookDefaultResolvesToBookDefault) {
+// An installed font resolves under its PostScript name; a name fontconfig only matches another
+// font for (it ignores case) or does not know at all falls back, keeping the name.
+TEST(SystemFontCatalogTest, ResolvesASelectionToAnInstalledFontOrAFallback) {
   const SystemFontCatalog catalog;
   EXPECT_EQ(catalog.resolve(TypographyFontSelection::bookDefault()),
             TypographyFontResolution::bookDefault());
-}
-
-TEST(SystemFontCatalogTest, AnInstalledFontIsAvailableUnderItsPostScriptName) {
+  for (const std::string name : {"NoSuchFont-Regular-7f3a", ""}) {
+    EXPECT_EQ(catalog.resolve(TypographyFontSelection::systemFont(name)),
+              TypographyFontResolution::fallback(name));
+  }
   if (!fontconfigKnowsDejaVu()) GTEST_SKIP() << "fontconfig lists no DejaVu fonts here";
-  const SystemFontCatalog catalog;
-  const auto resolution = catalog.resolve(TypographyFontSelection::systemFont("DejaVuSans"));
-  ASSERT_EQ(resolution.kind(), TypographyFontResolution::Kind::available);
-  EXPECT_EQ(resolution.record()->stableName, "DejaVuSans");
-  EXPECT_EQ(resolution.record()->displayName, "DejaVu Sans");
-  EXPECT_EQ(resolution.record()->cssFamilyName, "DejaVu Sans");
-}
-
-TEST(SystemFontCatalogTest, AMadeUpNameFallsBackKeepingTheName) {
-  const SystemFontCatalog catalog;
-  EXPECT_EQ(catalog.resolve(TypographyFontSelection::systemFont("NoSuchFont-Regular-7f3a")),
-            TypographyFontResolution::fallback("NoSuchFont-Regular-7f3a"));
-  EXPECT_EQ(catalog.resolve(TypographyFontSelection::systemFont("")),
-            TypographyFontResolution::fallback(""));
-}
-
-TEST(SystemFontCatalogTest, AFontFoundUnderADifferentNameIsAFallback) {
-  if (!fontconfigKnowsDejaVu()) GTEST_SKIP() << "fontconfig lists no DejaVu fonts here";
-  // fontconfig matches names without regard to case and so offers DejaVuSans for this one.
-  const SystemFontCatalog catalog;
+  EXPECT_EQ(catalog.resolve(TypographyFontSelection::systemFont("DejaVuSans")),
+            TypographyFontResolution::available({"DejaVuSans", "DejaVu Sans", "DejaVu Sans"}));
   EXPECT_EQ(catalog.resolve(TypographyFontSelection::systemFont("dejavusans")),
             TypographyFontResolution::fallback("dejavusans"));
 }
