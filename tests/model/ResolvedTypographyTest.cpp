@@ -68,15 +68,8 @@ TEST(ResolvedTypographyTest, NullValuesReadAsAbsentAndWrongTypesFail) {
                JSONDecodingError);
   EXPECT_THROW(decoded<ResolvedTypographyPageMargins>(R"({"mode":"narrow"})"), JSONDecodingError);
   EXPECT_THROW(decoded<ResolvedTypographyLetterSpacing>("{}"), JSONDecodingError);
-}
-
-TEST(ResolvedTypographyTest, ModesHaveTheirStrings) {
-  EXPECT_EQ(rawValue(ResolvedTypographyFont::Mode::systemFont), "systemFont");
-  EXPECT_EQ(rawValue(ResolvedTypographyLetterSpacing::Mode::normal), "normal");
-  EXPECT_EQ(rawValue(ResolvedTypographyPageMargins::Mode::preset), "preset");
-  EXPECT_EQ(parseRawValue<ResolvedTypographyFontScale::Mode>("value"),
-            ResolvedTypographyFontScale::Mode::value);
-  EXPECT_EQ(parseRawValue<ResolvedTypographyLineHeight::Mode>("normal"), std::nullopt);
+  // Only letter spacing has a "normal" mode.
+  EXPECT_THROW(decoded<ResolvedTypographyLineHeight>(R"({"mode":"normal"})"), JSONDecodingError);
 }
 
 TEST(ResolvedTypographyTest, HashesFollowEquality) {
