@@ -47,6 +47,14 @@ class ReaderSessionAnnotationsTest : public ::testing::Test {
     return highlight;
   }
 
+  // The same, with a highlight that the page cannot place.
+  Annotation openWithUnresolvedHighlight() {
+    harness.runtime().handlers["addAnnotation"] = [](const json&) {
+      return RuntimeAnswer::failure("anchor-not-found");
+    };
+    return openWithHighlight();
+  }
+
   SessionHarness harness;
 };
 
@@ -275,12 +283,7 @@ TEST_F(ReaderSessionAnnotationsTest, RemovalTheRuntimeRefusesLeavesEverything) {
 }
 
 TEST_F(ReaderSessionAnnotationsTest, RemovalTakesTheIdOutOfTheUnresolvedSet) {
-  const Annotation highlight = SessionHarness::annotation("text");
-  harness.annotationStore->stored = {highlight};
-  harness.runtime().handlers["addAnnotation"] = [](const json&) {
-    return RuntimeAnswer::failure("anchor-not-found");
-  };
-  openReady();
+  const Annotation highlight = openWithUnresolvedHighlight();
   ASSERT_EQ(session().unresolvedAnnotationIDs().value(), std::set<Uuid>{highlight.id});
 
   runToEnd(session().removeAnnotation(highlight));
@@ -307,12 +310,7 @@ TEST_F(ReaderSessionAnnotationsTest, ResolutionEventNamesTheUnresolvedIdsInOrder
 }
 
 TEST_F(ReaderSessionAnnotationsTest, ResolutionEventWithNothingUnresolvedClearsIdsAndSetsNoError) {
-  const Annotation highlight = SessionHarness::annotation("text");
-  harness.annotationStore->stored = {highlight};
-  harness.runtime().handlers["addAnnotation"] = [](const json&) {
-    return RuntimeAnswer::failure("anchor-not-found");
-  };
-  openReady();
+  const Annotation highlight = openWithUnresolvedHighlight();
   // The refusal at open already set `error`; an event with nothing unresolved leaves it be.
   const std::optional<ReaderError> before = session().error().value();
   ASSERT_TRUE(before.has_value());
