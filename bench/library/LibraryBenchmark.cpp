@@ -128,12 +128,15 @@ struct Round {
   double processorAtFirstFrame = 0;
   double firstFrame = 0;
   double coversDrawn = 0;
+  // The longest time between two frames from the first frame with books to the covers.
+  double longestFrameGap = 0;
 };
 
 struct Watch {
   tomekeeper::LibraryView* view = nullptr;
   Clock::time_point start;
   bool loaded = false;
+  double lastFrame = 0;
   Round round;
   bool done = false;
 };
@@ -153,6 +156,10 @@ void afterPaint(GdkFrameClock*, gpointer data) {
   auto& watch = *static_cast<Watch*>(data);
   if (!watch.loaded || watch.done) return;
   const double now = milliseconds(Clock::now() - watch.start);
+  if (watch.round.firstFrame != 0) {
+    watch.round.longestFrameGap = std::max(watch.round.longestFrameGap, now - watch.lastFrame);
+  }
+  watch.lastFrame = now;
   if (watch.round.firstFrame == 0) {
     watch.round.firstFrame = now;
     watch.round.processorAtFirstFrame = processorMilliseconds();
@@ -238,6 +245,7 @@ int main(int argc, char** argv) {
   std::printf("  start to books loaded in the view:  %7.1f ms\n", first.loaded);
   std::printf("  start to first frame with books:    %7.1f ms\n", first.firstFrame);
   std::printf("  start to the covers of made items:  %7.1f ms\n", first.coversDrawn);
+  std::printf("  longest gap between frames till then:%6.1f ms\n", first.longestFrameGap);
   const double processorToFirstFrame = first.processorAtFirstFrame - processorAtStart;
   const double mainThreadToFirstFrame = first.mainThreadAtFirstFrame - mainThreadAtStart;
   std::printf("  processor time to first frame:      %7.1f ms (all threads)\n",

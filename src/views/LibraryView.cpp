@@ -286,9 +286,10 @@ void LibraryView::setSortOrder(LibrarySortOrder order) {
 }
 
 void LibraryView::showBooks() {
-  // The first screen's books go in now and the rest after that screen has been painted: a view
-  // makes the items of many rows ahead at once, which would hold the first frame back. Covers
-  // wait for that frame too, since their decoding competes with it for the processor.
+  // The first screen's books go in now and the rest over the frames after that screen has been
+  // painted: a view makes the items of many rows ahead at once, which would hold the first frame
+  // back. Covers wait for that frame too, since their decoding competes with it for the
+  // processor.
   afterPaint_.disconnect();
   gridCovers_.holdDecoding();
   listCovers_.holdDecoding();
@@ -333,13 +334,20 @@ void LibraryView::onMap(GtkWidget* widget, gpointer self) {
                                            G_CALLBACK(onAfterPaint), view);
 }
 
-void LibraryView::onAfterPaint(GdkFrameClock*, gpointer self) {
+void LibraryView::onAfterPaint(GdkFrameClock* clock, gpointer self) {
   auto* view = static_cast<LibraryView*>(self);
   view->afterPaint_.disconnect();
   const auto shown = static_cast<std::size_t>(g_list_model_get_n_items(G_LIST_MODEL(view->books_)));
-  if (shown < view->model_.visibleBooks().size()) {
-    view->replaceShownBooks(static_cast<guint>(shown), 0, shown,
-                            view->model_.visibleBooks().size());
+  const std::size_t count = view->model_.visibleBooks().size();
+  if (shown < count) {
+    // Each frame adds a screen of books, so that no frame makes the items of many rows at once
+    // (a view makes items some rows ahead of what it shows, and none further).
+    const std::size_t next = std::min(count, shown + view->firstScreenBookCount());
+    view->replaceShownBooks(static_cast<guint>(shown), 0, shown, next);
+    if (next < count) {
+      view->afterPaint_ =
+          views::connectSignal(clock, "after-paint", G_CALLBACK(onAfterPaint), view);
+    }
   }
   view->gridCovers_.resumeDecoding();
   view->listCovers_.resumeDecoding();
