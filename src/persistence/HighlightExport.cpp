@@ -55,6 +55,41 @@ std::string oneLine(std::string text) {
   return text;
 }
 
+bool isASCIISpace(char character) {
+  return std::isspace(static_cast<unsigned char>(character)) != 0;
+}
+
+// `text` without the white space at its ends: a selection made by a triple click ends with the
+// paragraph's line break, which would leave empty quoted lines.
+std::string trimmed(std::string_view text) {
+  while (!text.empty() && isASCIISpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isASCIISpace(text.back())) text.remove_suffix(1);
+  return std::string(text);
+}
+
+// `text` as one Markdown code span. Every run of white space shows as one space, since a line
+// break would end the list item or, doubled, the paragraph; the span is fenced by one backtick
+// more than the longest run inside it, with a space of padding where the text touches a fence
+// (CommonMark's rule). Only the Markdown shows a CFI so: the JSON export keeps it exact, as
+// does the store, so the text assertions in it still match the page.
+std::string codeSpan(std::string_view text) {
+  std::string collapsed;
+  std::size_t longestBackticks = 0;
+  std::size_t backticks = 0;
+  for (const char character : text) {
+    backticks = character == '`' ? backticks + 1 : 0;
+    longestBackticks = std::max(longestBackticks, backticks);
+    if (!isASCIISpace(character)) {
+      collapsed += character;
+    } else if (collapsed.empty() || collapsed.back() != ' ') {
+      collapsed += ' ';
+    }
+  }
+  const std::string fence(longestBackticks + 1, '`');
+  const bool padded = !collapsed.empty() && (collapsed.front() == '`' || collapsed.back() == '`');
+  return fence + (padded ? " " : "") + collapsed + (padded ? " " : "") + fence;
+}
+
 // `text` with `prefix` before its first line and `continuation` before every other.
 std::string prefixedLines(const std::string& text, const std::string& prefix,
                           const std::string& continuation) {
@@ -88,11 +123,11 @@ std::string markdown(const HighlightExportBook& book, const std::vector<Annotati
       currentChapter = chapter;
       if (!chapter.empty()) out << "\n## " << chapter << "\n";
     }
-    out << "\n" << prefixedLines(annotation.selectedText, "> ", "> ") << "\n\n";
+    out << "\n" << prefixedLines(trimmed(annotation.selectedText), "> ", "> ") << "\n\n";
     if (annotation.note) out << prefixedLines(*annotation.note, "- Note: ", "  ") << "\n";
     out << "- Colour: " << nlohmann::json(annotation.color).get<std::string>() << "\n";
     out << "- Date: " << isoDateText(annotation.createdAt) << "\n";
-    if (annotation.locator.cfi) out << "- CFI: `" << *annotation.locator.cfi << "`\n";
+    if (annotation.locator.cfi) out << "- CFI: " << codeSpan(*annotation.locator.cfi) << "\n";
   }
   return out.str();
 }

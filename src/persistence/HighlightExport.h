@@ -48,10 +48,12 @@ std::string chapterOf(const HighlightExportBook& book, const Locator& locator);
 
 // The export of `annotations` (those of `book`, in any order; sorted here by reading order,
 // then by creation). Markdown: a "# title" heading, the authors, the SHA-256, then per chapter a
-// "##" heading and per highlight its text quoted, and a list of its note, colour, date and CFI.
-// JSON: one object
+// "##" heading and per highlight its text quoted (the white space at its ends left out, each of its
+// lines a quoted line), and a list of its note, colour, date and CFI (one code span, in which each
+// run of white space shows as one space). JSON: one object
 // {"title","authors","sha256","highlights":[{"chapter","text","note","color","date",
-// "modified","cfi","spineHref"}]} where dates are ISO 8601 in UTC and absent values are null.
+// "modified","cfi","spineHref"}]} with text and CFI exact, dates ISO 8601 in UTC and absent values
+// null.
 // Throws nlohmann::json::exception for text that is not UTF-8 (JSON only). Pure.
 std::string exportHighlights(const HighlightExportBook& book, std::vector<Annotation> annotations,
                              HighlightExportFormat format);

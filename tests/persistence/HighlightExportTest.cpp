@@ -263,5 +263,40 @@ TEST_F(HighlightExportTest, RefusesWhatItCannotExport) {
   }
 }
 
+// The Markdown stays well formed whatever a highlight holds, and the JSON keeps it exact: each
+// highlight's block reads back as one highlight with the quote trimmed and the CFI on one line.
+TEST_F(HighlightExportTest, EachHighlightIsOneWellFormedMarkdownBlock) {
+  const struct {
+    const char* name;
+    std::string text, cfi;
+    std::string markdownText, markdownCFI;  // as the Markdown reads back
+  } cases[] = {
+      {"QuoteWithBlankLinesAround", "\n \nCall me Ishmael.\n\nSome years ago\n\n",
+       "epubcfi(/6/2!/4/2/1:0)", "Call me Ishmael.\n\nSome years ago", "epubcfi(/6/2!/4/2/1:0)"},
+      {"CFIWithNewlines", "Call me", "epubcfi(/6/2!/4/2,/1:0[\n\n    Call me,Ishmael.\n],/1:7)",
+       "Call me", "epubcfi(/6/2!/4/2,/1:0[ Call me,Ishmael. ],/1:7)"},
+      // Read back without its outer fence, whose backticks are one more than those inside.
+      {"CFIWithBackticks", "ticked", "epubcfi(/6/2!/4/2/1:0[a `ticked`])", "ticked",
+       "`epubcfi(/6/2!/4/2/1:0[a `ticked`])`"},
+  };
+  const HighlightExportBook book{"Moby-Dick", {}, testing::kFingerprint, {{"ch1.xhtml", "I"}}};
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.name);
+    const std::vector<Annotation> stored{
+        highlight(0, testCase.cfi, testCase.text, "Note", 8e8),
+        highlight(0, "epubcfi(/6/2!/4/4/1:0)", "Loomings.", {}, 8e8)};
+    const auto facts = [&](const std::string& text, const std::string& cfi) {
+      return Facts{"Moby-Dick||" + testing::kFingerprint,
+                   "I|" + text + "|Note|yellow|2026-05-09T06:13:20Z|" + cfi,
+                   "I|Loomings.|-|yellow|2026-05-09T06:13:20Z|epubcfi(/6/2!/4/4/1:0)"};
+    };
+    const std::string markdown = exportHighlights(book, stored, HighlightExportFormat::markdown);
+    EXPECT_EQ(readMarkdownExport(markdown), facts(testCase.markdownText, testCase.markdownCFI))
+        << markdown;
+    EXPECT_EQ(readJSONExport(exportHighlights(book, stored, HighlightExportFormat::json)),
+              facts(testCase.text, testCase.cfi));
+  }
+}
+
 }  // namespace
 }  // namespace tomekeeper
