@@ -86,6 +86,15 @@ class TemporaryDirectory {
   fs::path path_;
 };
 
+// The alert's title and message as one line of two sentences; a title has no full stop of its own.
+std::string sentences(const DocumentOpenErrorPresentation& presentation) {
+  std::string line = presentation.title;
+  if (!line.empty() && std::string_view(".?!").find(line.back()) == std::string_view::npos) {
+    line += '.';
+  }
+  return line + " " + presentation.message;
+}
+
 // Checks and unpacks the book as the application takes one in, and exports from what it unpacked.
 std::string exportFromBook(const Arguments& arguments, const std::string& fingerprint,
                            std::vector<Annotation> annotations) {
@@ -131,9 +140,8 @@ int main(int argc, char** argv) {
   try {
     text = exportFromBook(*arguments, fingerprint, std::move(annotations));
   } catch (const Failure&) {
-    const DocumentOpenErrorPresentation presentation =
-        DocumentOpenErrorPresentation::from(std::current_exception());
-    std::cerr << "tomekeeper-export: " << presentation.title << " " << presentation.message << "\n";
+    std::cerr << "tomekeeper-export: "
+              << sentences(DocumentOpenErrorPresentation::from(std::current_exception())) << "\n";
     return 2;
   } catch (const PublicationOutlineError& error) {
     std::cerr << "tomekeeper-export: " << error.what() << "\n";
