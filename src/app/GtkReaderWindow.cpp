@@ -243,15 +243,13 @@ class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommand
     std::string name =
         title && title->title && !title->title->empty() ? *title->title : std::string("Highlights");
     std::replace(name.begin(), name.end(), '/', ' ');
-    async::spawn(
-        runHighlightExport(window(), session_, applicationSession_->readingDataMaintenance(), name),
-        lifetime());
+    async::spawn(runHighlightExport(window(), applicationSession_->readingDataMaintenance(), name),
+                 lifetime());
   }
   void restoreReadingData() override {
     if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
-    async::spawn(
-        runReadingDataRestore(window(), session_, applicationSession_->readingDataMaintenance()),
-        lifetime());
+    async::spawn(runReadingDataRestore(window(), applicationSession_->readingDataMaintenance()),
+                 lifetime());
   }
 
   // The highlights of an earlier edition of the book, offered once it has opened; those not

@@ -50,9 +50,51 @@ std::string counted(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
+// "a", "a and b", "a, b and c".
+std::string listed(const std::vector<std::string>& items) {
+  std::string text;
+  for (std::size_t index = 0; index < items.size(); ++index) {
+    if (index > 0) text += index + 1 == items.size() ? " and " : ", ";
+    text += items[index];
+  }
+  return text;
+}
+
+// What restoring `offer` does, store by store: a store that has no backup in the offer is left
+// as it is, which a count of zero would wrongly say it empties.
+std::string restoreQuestionText(const ReadingDataBackupOffer& offer) {
+  const bool highlights = offer.find(PublicationStore::annotations) != nullptr;
+  const bool bookmarks = offer.find(PublicationStore::bookmarks) != nullptr;
+  std::vector<std::string> held;
+  if (highlights) held.push_back(counted(offer.annotationCount(), "highlight", "highlights"));
+  if (bookmarks) held.push_back(counted(offer.bookmarkCount(), "bookmark", "bookmarks"));
+  if (offer.hasReadingPosition()) held.push_back("a reading position");
+  std::string text =
+      "The backup from " + savedAtText(*offer.savedAt()) + " holds " + listed(held) + ".";
+  if (!highlights && !bookmarks) {
+    text += " Highlights and bookmarks have no backup and stay as they are.";
+  } else if (!highlights) {
+    text += " Highlights have no backup and stay as they are.";
+  } else if (!bookmarks) {
+    text += " Bookmarks have no backup and stay as they are.";
+  }
+  return text + " What it replaces is kept as a backup.";
+}
+
+// The cause of `failure`, for the log.
+std::string causeOf(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception& error) {
+    return error.what();
+  } catch (...) {
+    return "unknown error";
+  }
+}
+
 }  // namespace
 
-async::Task<void> runHighlightExport(GtkWindow* parent, std::weak_ptr<ReaderSession> session,
+async::Task<void> runHighlightExport(GtkWindow* parent,
                                      std::shared_ptr<const ReadingDataMaintenance> maintenance,
                                      std::string suggestedName) {
   const auto panel = GObjectHandle<GtkFileChooserNative>::adopt(gtk_file_chooser_native_new(
@@ -84,15 +126,26 @@ async::Task<void> runHighlightExport(GtkWindow* parent, std::weak_ptr<ReaderSess
     co_await maintenance->exportHighlights(
         *chosen, ReadingDataMaintenance::formatForFileName(*chosen).value_or(
                      HighlightExportFormat::markdown));
+  } catch (const async::OperationCancelled&) {
+    throw;
   } catch (...) {
     failure = std::current_exception();
   }
-  if (failure) {
-    if (const auto locked = session.lock()) locked->recordFailure(failure);
-  }
+  co_await async::checkCancellation();
+  if (!failure) co_return;
+  // The cause is for the log; the reader learns that the file was not written, and the book
+  // stays open: an export touches neither the book nor its stores.
+  g_warning("Highlights not exported to %s: %s", chosen->c_str(), causeOf(failure).c_str());
+  const GLibString fileName(g_filename_display_basename(chosen->c_str()));
+  co_await runMessageDialog(
+      parent, AlertContent{AlertStyle::warning,
+                           "Highlights Not Exported",
+                           "The highlights could not be written to \u201c" + fileName.string() +
+                               "\u201d. Nothing was changed.",
+                           {"OK"}});
 }
 
-async::Task<void> runReadingDataRestore(GtkWindow* parent, std::weak_ptr<ReaderSession> session,
+async::Task<void> runReadingDataRestore(GtkWindow* parent,
                                         std::shared_ptr<const ReadingDataMaintenance> maintenance) {
   const ReadingDataBackupOffer offer = co_await maintenance->findBackups();
   if (offer.stores.empty()) {
@@ -104,25 +157,31 @@ async::Task<void> runReadingDataRestore(GtkWindow* parent, std::weak_ptr<ReaderS
                              {"OK"}});
     co_return;
   }
-  std::string holds = counted(offer.annotationCount(), "highlight", "highlights") + " and " +
-                      counted(offer.bookmarkCount(), "bookmark", "bookmarks");
-  if (offer.hasReadingPosition()) holds += ", and a reading position";
-  const std::size_t answer = co_await runMessageDialog(
-      parent, AlertContent{AlertStyle::warning,
-                           "Restore Reading Data?",
-                           "The backup from " + savedAtText(*offer.savedAt()) + " holds " + holds +
-                               ". What this book holds now is kept as a backup.",
-                           {"Cancel", "Restore"}});
+  const std::size_t answer =
+      co_await runMessageDialog(parent, AlertContent{AlertStyle::warning,
+                                                     "Restore Reading Data?",
+                                                     restoreQuestionText(offer),
+                                                     {"Cancel", "Restore"}});
   if (answer != 1) co_return;
   std::exception_ptr failure;
   try {
     co_await maintenance->restore(offer);
+  } catch (const async::OperationCancelled&) {
+    throw;
   } catch (...) {
     failure = std::current_exception();
   }
-  if (failure) {
-    if (const auto locked = session.lock()) locked->recordFailure(failure);
-  }
+  co_await async::checkCancellation();
+  if (!failure) co_return;
+  // Stores are restored one after another: those before the failure are restored (the watch on
+  // the book's store folder has the page show them), the others are as they were.
+  g_warning("Reading data not restored: %s", causeOf(failure).c_str());
+  co_await runMessageDialog(
+      parent, AlertContent{AlertStyle::warning,
+                           "Reading Data Not Restored",
+                           "The backup could no longer be read, or could not be saved in place "
+                           "of this book\u2019s reading data. What was not restored is as it was.",
+                           {"OK"}});
 }
 
 async::Task<void> runHighlightCarryOverOffer(
