@@ -386,8 +386,9 @@ export class SectionView {
     }
     if (this.scrollsAcross) {
       // Lines of a scrolled section don't break at page edges: a line belongs to the page that
-      // holds its start (right) side, as pageOfRect counts it.
-      if (rect.right > band.end) return 'before';
+      // holds its start (right) side, as pageOfRect counts it. The line that showPoint brought to
+      // the edge may end a fraction of a pixel past it once the scroll offset is rounded.
+      if (rect.right > band.end + 1) return 'before';
       if (rect.right <= band.start) return 'after';
       return 'visible';
     }

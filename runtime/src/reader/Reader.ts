@@ -255,9 +255,10 @@ export class Reader implements ReaderOperations {
       this.current?.show(false);
       this.current = view;
     }
+    // Shown first: a frame still preparing stands outside the scroll range that the place needs.
+    view.show(true);
     applyScrollAxis(this.environment.viewport, view);
     this.showPlace(view, choosePlace(view));
-    view.show(true);
     this.trimPrepared(spineIndex);
     const order = this.linearIndices();
     const next = order[order.indexOf(spineIndex) + 1];
