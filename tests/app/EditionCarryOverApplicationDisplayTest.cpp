@@ -2,7 +2,8 @@
 // (which records its identifier and title) and given three highlights in its store; edition 2,
 // with the same identifier and title, a section and a paragraph inserted and one paragraph
 // removed, asks "Carry Over Your Highlights?". The question and the sidebar are read from the
-// application's tree on the accessibility bus; the stores from disk.
+// application's tree on the accessibility bus; the stores from disk. The same book's "Restore
+// Reading Data…" is read here too.
 #include <gio/gio.h>
 #include <glib.h>
 #include <gtest/gtest.h>
@@ -311,6 +312,47 @@ TEST_F(EditionCarryOverApplicationDisplayTest, AFailedCarryOverIsToldAndTheEarli
   EXPECT_TRUE(waitForElement("label", "Highlights Not Carried Over").has_value()) << dump();
   EXPECT_FALSE(logged("Toast of " + second)) << log();
   EXPECT_EQ(highlightsIn(publications / first / "annotations.json", first).size(), 3U);
+}
+
+// "Restore Reading Data…" says what it does per store, and a restore that fails is told in an
+// alert of its own while the book stays open with all its highlights.
+TEST_F(EditionCarryOverApplicationDisplayTest, ARestoreSaysWhatItDoesPerStoreAndTellsItsFailure) {
+  const std::string first = readFirstEdition(highlights);
+  const std::filesystem::path directory = publications / first;
+  for (int generation = 1; generation <= 3; ++generation) {
+    std::filesystem::remove(directory / ("bookmarks.json." + std::to_string(generation)));
+  }
+  const nlohmann::json stored = nlohmann::json::parse(readFile(directory / "annotations.json"));
+  nlohmann::json backup = stored;
+  backup["annotationsByFingerprint"][first].erase(0);
+  std::ofstream(directory / "annotations.json.1") << backup.dump();
+  openBook(firstEdition);
+  ASSERT_TRUE(activateWindowAction(1, "restore-reading-data"));
+  const std::string says =
+      " holds 2 highlights. Bookmarks have no backup and stay as they are. What it replaces is "
+      "kept as a backup.";
+  EXPECT_TRUE(waitUntil([&] {
+    for (const AccessibleElement& element : elements()) {
+      if (element.role == "label" && element.name.starts_with("The backup from ") &&
+          element.name.ends_with(says)) {
+        return true;
+      }
+    }
+    return false;
+  })) << dump();
+  // The backup goes before the reader agrees, so that the restore cannot read it again.
+  std::filesystem::remove(directory / "annotations.json.1");
+  const std::optional<AccessibleElement> restore = find(elements(), "button", "Restore Restore");
+  ASSERT_TRUE(restore.has_value()) << dump();
+  ASSERT_TRUE(accessibility->performAction(restore->reference));
+
+  EXPECT_TRUE(waitForElement("label", "Reading Data Not Restored").has_value()) << dump();
+  EXPECT_TRUE(logged("Reading data not restored: ")) << log();
+  for (const char* banner : {"Your local reading data could not be saved or restored.",
+                             "This book could not be opened by the reader."}) {
+    EXPECT_FALSE(find(elements(), "label", banner).has_value()) << dump();
+  }
+  EXPECT_EQ(nlohmann::json::parse(readFile(directory / "annotations.json")), stored);
 }
 
 }  // namespace
