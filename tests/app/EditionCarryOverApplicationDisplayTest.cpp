@@ -3,7 +3,7 @@
 // with the same identifier and title, a section and a paragraph inserted and one paragraph
 // removed, asks "Carry Over Your Highlights?". The question and the sidebar are read from the
 // application's tree on the accessibility bus; the stores from disk. The same book's "Restore
-// Reading Data…" is read here too.
+// Reading Data…" and "Export Highlights…" are read here too.
 #include <gio/gio.h>
 #include <glib.h>
 #include <gtest/gtest.h>
@@ -314,9 +314,9 @@ TEST_F(EditionCarryOverApplicationDisplayTest, AFailedCarryOverIsToldAndTheEarli
   EXPECT_EQ(highlightsIn(publications / first / "annotations.json", first).size(), 3U);
 }
 
-// "Restore Reading Data…" says what it does per store, and a restore that fails is told in an
-// alert of its own while the book stays open with all its highlights.
-TEST_F(EditionCarryOverApplicationDisplayTest, ARestoreSaysWhatItDoesPerStoreAndTellsItsFailure) {
+// "Restore Reading Data…" says what it does per store; a restore or an export that fails is
+// told in an alert of its own and logged, while the book stays open with all its highlights.
+TEST_F(EditionCarryOverApplicationDisplayTest, ReadingDataCommandsSayWhatTheyDoAndTellFailures) {
   const std::string first = readFirstEdition(highlights);
   const std::filesystem::path directory = publications / first;
   for (int generation = 1; generation <= 3; ++generation) {
@@ -327,6 +327,12 @@ TEST_F(EditionCarryOverApplicationDisplayTest, ARestoreSaysWhatItDoesPerStoreAnd
   backup["annotationsByFingerprint"][first].erase(0);
   std::ofstream(directory / "annotations.json.1") << backup.dump();
   openBook(firstEdition);
+  const auto press = [&](const std::string& button) {
+    const std::optional<AccessibleElement> found = waitForElement("button", button);
+    ASSERT_TRUE(found.has_value()) << dump();
+    ASSERT_TRUE(accessibility->performAction(found->reference));
+  };
+
   ASSERT_TRUE(activateWindowAction(1, "restore-reading-data"));
   const std::string says =
       " holds 2 highlights. Bookmarks have no backup and stay as they are. What it replaces is "
@@ -342,12 +348,21 @@ TEST_F(EditionCarryOverApplicationDisplayTest, ARestoreSaysWhatItDoesPerStoreAnd
   })) << dump();
   // The backup goes before the reader agrees, so that the restore cannot read it again.
   std::filesystem::remove(directory / "annotations.json.1");
-  const std::optional<AccessibleElement> restore = find(elements(), "button", "Restore Restore");
-  ASSERT_TRUE(restore.has_value()) << dump();
-  ASSERT_TRUE(accessibility->performAction(restore->reference));
-
+  press("Restore Restore");
   EXPECT_TRUE(waitForElement("label", "Reading Data Not Restored").has_value()) << dump();
   EXPECT_TRUE(logged("Reading data not restored: ")) << log();
+  press("OK OK");
+
+  // The export reads the book's package document again, which has gone from the cache; the save
+  // panel offers the working directory, where nothing is written.
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(home / "cache")) {
+    if (entry.path().extension() == ".opf") std::filesystem::remove(entry.path());
+  }
+  ASSERT_TRUE(activateWindowAction(1, "export-highlights"));
+  press("_Export Export");
+  EXPECT_TRUE(waitForElement("label", "Highlights Not Exported").has_value()) << dump();
+  EXPECT_TRUE(logged("Highlights not exported to ")) << log();
+
   for (const char* banner : {"Your local reading data could not be saved or restored.",
                              "This book could not be opened by the reader."}) {
     EXPECT_FALSE(find(elements(), "label", banner).has_value()) << dump();
