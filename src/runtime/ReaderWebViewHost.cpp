@@ -66,15 +66,6 @@ void useDocumentViewerCaches(WebKitWebView* webView) {
                                      WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
 }
 
-// The page is text laid out once per section and moved page by page with a transform, and a
-// book runs no script, so nothing in it needs WebGL or an accelerated canvas. Painted on the
-// processor, the web process holds none of the GL compositor's buffers and driver, which under
-// a software GL were about a third of its memory, and a page turn stays well within a frame.
-void paintOnTheProcessor(WebKitWebView* webView) {
-  webkit_settings_set_hardware_acceleration_policy(webkit_web_view_get_settings(webView),
-                                                   WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
-}
-
 std::optional<std::string_view> requestURI(WebKitNavigationAction* action) {
   WebKitURIRequest* request = webkit_navigation_action_get_request(action);
   if (request == nullptr) return std::nullopt;
@@ -115,7 +106,6 @@ void ReaderWebViewHost::configure() {
       g_object_new(WEBKIT_TYPE_WEB_VIEW, "user-content-manager", contentManager_.get(), nullptr)));
   schemeHandler_->attach(webView_.get());
   useDocumentViewerCaches(webView_.get());
-  paintOnTheProcessor(webView_.get());
 
   // The bridge, which reaches the view weakly.
   transport_ = std::make_shared<WebViewBridgeTransport>(webView_.get());
