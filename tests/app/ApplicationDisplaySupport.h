@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "AccessibilityBus.h"
 #include "support/TemporaryDirectory.h"
 
 namespace tomekeeper::testing {
@@ -306,6 +307,28 @@ inline std::string missingForApplicationDisplay(std::initializer_list<const char
     if (!hasProgram(tool)) return std::string("needs ") + tool;
   }
   return "";
+}
+
+// Waits until the process `pid` presents an element of this role and name, and answers it.
+inline std::optional<AccessibleElement> waitForElement(AccessibilityBus& bus, GPid pid,
+                                                       const std::string& role,
+                                                       const std::string& name) {
+  std::optional<AccessibleElement> found;
+  waitUntil([&] {
+    found = find(bus.elementsOf(pid), role, name);
+    return found.has_value();
+  });
+  return found;
+}
+
+// The elements that the process `pid` presents, one line each, for a failure's message.
+inline std::string describeElements(AccessibilityBus& bus, GPid pid) {
+  std::string text;
+  for (const AccessibleElement& element : bus.elementsOf(pid)) {
+    text += element.role + " \"" + element.name.substr(0, 60) + "\" " +
+            std::to_string(element.states) + "\n";
+  }
+  return text;
 }
 
 // What the application display tests share: a home of their own with a books folder, and the

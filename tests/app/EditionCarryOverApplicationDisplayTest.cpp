@@ -47,7 +47,8 @@ std::string section(const std::vector<std::string>& paragraphs) {
   return R"(<?xml version="1.0" encoding="UTF-8"?>
 <html xmlns="http://www.w3.org/1999/xhtml"><head><title>Loomings</title></head>
 <body>
-)" + body + "</body></html>\n";
+)" + body +
+         "</body></html>\n";
 }
 
 // One edition of the book: its sections in reading order, chapter1.xhtml first.
@@ -134,8 +135,8 @@ class EditionCarryOverApplicationDisplayTest : public ::testing::Test {
   std::string openBook(const std::filesystem::path& book) {
     application.reset();
     logFile = home / ("application-" + std::to_string(++launches) + ".log");
-    application =
-        std::make_unique<ApplicationProcess>(home, std::vector<std::string>{book.string()}, logFile);
+    application = std::make_unique<ApplicationProcess>(
+        home, std::vector<std::string>{book.string()}, logFile);
     std::string fingerprint;
     const std::string prefix = "Reader of ";
     EXPECT_TRUE(waitUntil([&] {
@@ -152,19 +153,17 @@ class EditionCarryOverApplicationDisplayTest : public ::testing::Test {
   // ended, gives it `seeded` in its store. Gives its fingerprint.
   std::string readFirstEdition(const std::vector<Highlight>& seeded) {
     const std::string fingerprint = openBook(firstEdition);
-    EXPECT_TRUE(waitUntil([&] {
-      return std::filesystem::exists(publications / fingerprint / "publication.json");
-    }));
+    EXPECT_TRUE(waitUntil(
+        [&] { return std::filesystem::exists(publications / fingerprint / "publication.json"); }));
     application.reset();
     nlohmann::json stored = nlohmann::json::array();
     for (const Highlight& highlight : seeded) {
       stored.push_back(storedHighlight(highlight.id, fingerprint, highlight.spineIndex,
                                        highlight.paragraph, highlight.selected, highlight.note));
     }
-    std::ofstream(publications / fingerprint / "annotations.json")
-        << nlohmann::json{{"schemaVersion", 1},
-                          {"annotationsByFingerprint", {{fingerprint, stored}}}}
-               .dump();
+    std::ofstream(publications / fingerprint / "annotations.json") << nlohmann::json{
+        {"schemaVersion", 1},
+        {"annotationsByFingerprint", {{fingerprint, stored}}}}.dump();
     return fingerprint;
   }
 
@@ -188,22 +187,10 @@ class EditionCarryOverApplicationDisplayTest : public ::testing::Test {
 
   std::optional<AccessibleElement> waitForElement(const std::string& role,
                                                   const std::string& name) {
-    std::optional<AccessibleElement> found;
-    waitUntil([&] {
-      found = find(elements(), role, name);
-      return found.has_value();
-    });
-    return found;
+    return tomekeeper::testing::waitForElement(*accessibility, application->pid(), role, name);
   }
 
-  std::string dump() {
-    std::string text;
-    for (const AccessibleElement& element : elements()) {
-      text += element.role + " \"" + element.name.substr(0, 60) + "\" " +
-              std::to_string(element.states) + "\n";
-    }
-    return text;
-  }
+  std::string dump() { return describeElements(*accessibility, application->pid()); }
 
   // Saves a picture of the reader window as <name>.png in $TOMEKEEPER_SCREENSHOT_DIRECTORY when
   // that is set. For the documentation, never for assertions.
@@ -240,7 +227,8 @@ TEST_F(EditionCarryOverApplicationDisplayTest,
   answerQuestion("Carry Over");
 
   ASSERT_TRUE(waitUntil([&] {
-    return logged("Toast of " + second + ": 2 highlights carried over, 1 not found in this edition");
+    return logged("Toast of " + second +
+                  ": 2 highlights carried over, 1 not found in this edition");
   })) << log();
   EXPECT_TRUE(logged("Highlights of " + second + ": 2")) << log();
   // Each found highlight stands at its text in edition 2, whose first section is new.

@@ -79,12 +79,7 @@ class HighlightNoteApplicationDisplayTest : public ApplicationDisplayFixture {
   // Waits until an element of this role and name is presented and answers it.
   std::optional<AccessibleElement> waitForElement(const std::string& role,
                                                   const std::string& name) {
-    std::optional<AccessibleElement> found;
-    waitUntil([&] {
-      found = find(elements(), role, name);
-      return found.has_value();
-    });
-    return found;
+    return tomekeeper::testing::waitForElement(*accessibility, application->pid(), role, name);
   }
 
   // The X window of the note editor's dialog; empty when it is not shown.
@@ -119,14 +114,7 @@ class HighlightNoteApplicationDisplayTest : public ApplicationDisplayFixture {
   }
 
   // The presented elements, one a line, for the message of a failed expectation.
-  std::string dump() {
-    std::string text;
-    for (const AccessibleElement& element : elements()) {
-      text += element.role + " \"" + element.name.substr(0, 60) + "\" " +
-              std::to_string(element.states) + "\n";
-    }
-    return text;
-  }
+  std::string dump() { return describeElements(*accessibility, application->pid()); }
 
   std::filesystem::path book = home / "books" / "book.epub";
   std::unique_ptr<AccessibilityBus> accessibility;
