@@ -538,6 +538,47 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, ASectionsAudioIsReadableByTheMediaEngine)
   EXPECT_GT(state["duration"].get<double>(), 5.0) << state.dump();
 }
 
+// Scrolled, the view ends where the section shown ends while the next, taller one is prepared
+// beside it: a place near a section's end is shown where a reopen, without that neighbour, shows
+// it too.
+TEST_F(ReaderRuntimeLayoutDisplayTest, AScrolledSectionEndsTheScrollRangeBeforeATallerNeighbour) {
+  testing::PackageDescription package{.identifier = "urn:uuid:3c0e6a1d-7b2f-4e8a-9d1c-2f5b6a7c8d9e",
+                                      .title = "Short and long"};
+  package.manifest.push_back({"style", "book.css", "text/css"});
+  testing::EpubBuilder builder;
+  for (const auto& [name, paragraphs] : {std::pair{"section1", 6}, std::pair{"section2", 60}}) {
+    package.manifest.push_back({name, std::string(name) + ".xhtml"});
+    package.spine.push_back(name);
+    builder.addFile(std::string("OEBPS/") + name + ".xhtml",
+                    scriptSection(static_cast<int>(package.spine.size()), "en", "ltr",
+                                  englishSentence, paragraphs));
+  }
+  builder.withPackageDocument(package);
+  builder.addFile("OEBPS/book.css", "body { line-height: 1.5; }\n");
+  openBook(builder.build());
+  run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
+  run(bridge().goTo(GoToRequest{"section1.xhtml"}));
+  json extent;
+  ASSERT_TRUE(testing::iterateUntil(
+      [&] {
+        extent = evaluate(R"(
+          const viewport = document.getElementById('reader-viewport');
+          const style = getComputedStyle(viewport);
+          const shown = document.querySelector('iframe.section-frame:not(.preparing)');
+          const next = document.querySelector('iframe.section-frame.preparing');
+          return { scroll: viewport.scrollHeight, shown: shown.offsetHeight,
+                   next: next ? next.offsetHeight : 0,
+                   padding: parseFloat(style.paddingTop) + parseFloat(style.paddingBottom) };
+        )");
+        return extent["next"].get<double>() > extent["shown"].get<double>();
+      },
+      10s))
+      << extent.dump();
+  EXPECT_LE(extent["scroll"].get<double>(),
+            extent["shown"].get<double>() + extent["padding"].get<double>() + 1)
+      << extent.dump();
+}
+
 // ---- The reader's place through relayouts ---------------------------------------------------
 
 struct RelayoutCase {
