@@ -114,7 +114,7 @@ Accepted checkWithCache(const fs::path& book, const fs::path& cachesRoot) {
   const ValidatedEPUBContainer container =
       EPUBContainerValidator().validate(resources.extractedRoot);
   return Accepted{inspection.entries.size(), inspection.totalUncompressedSize,
-                  container.packageDocumentPath, resources.usesFontObfuscation,
+                  container.packageDocumentPath, resources.usesFontObfuscation(),
                   trace->state().extractionCacheHit.value_or(false)};
 }
 

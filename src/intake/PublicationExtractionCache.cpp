@@ -353,7 +353,6 @@ PreparedPublicationResources PublicationExtractionCache::buildResources(
               .resourceBaseURL = resourceBaseURL,
               .accessMode = PublicationDescriptor::AccessMode::applicationResourceScheme,
           },
-      .usesFontObfuscation = container.usesFontObfuscation,
       .intakeFindings = {.fontObfuscationAlgorithms = container.fontObfuscationAlgorithms},
   };
 }

@@ -16,10 +16,11 @@ struct PreparedPublicationResources {
   // Root directory of the extracted publication in the cache.
   std::filesystem::path extractedRoot;
   PublicationDescriptor descriptor;
-  // True when the container declared obfuscated fonts.
-  bool usesFontObfuscation = false;
-  // Which obfuscations those are (none exactly when `usesFontObfuscation` is false).
-  PublicationIntakeFindings intakeFindings;
+  // What the container's validation found, the fonts' obfuscations among it.
+  PublicationIntakeFindings intakeFindings = {};
+
+  // Whether the container declared obfuscated fonts.
+  bool usesFontObfuscation() const { return !intakeFindings.fontObfuscationAlgorithms.empty(); }
 
   bool operator==(const PreparedPublicationResources&) const = default;
 };

@@ -19,7 +19,7 @@ TEST(SampleBookTest, BuiltSampleBookIsInspectedExtractedAndValidated) {
   const PreparedPublicationResources resources =
       async::runUntilDone(cache.prepare(book, fingerprint));
   EXPECT_EQ(resources.fingerprint, fingerprint);
-  EXPECT_FALSE(resources.usesFontObfuscation);
+  EXPECT_FALSE(resources.usesFontObfuscation());
   EXPECT_TRUE(std::filesystem::is_regular_file(resources.extractedRoot / "OEBPS" / "package.opf"));
   EXPECT_TRUE(
       std::filesystem::is_regular_file(resources.extractedRoot / "OEBPS" / "welcome.xhtml"));

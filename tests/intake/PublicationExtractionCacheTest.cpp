@@ -126,7 +126,7 @@ TEST_F(PublicationExtractionCacheTest, ExtractsValidatesAndDescribesABook) {
   const fs::path finalDirectory = root_ / kFingerprint / "Extracted";
   EXPECT_EQ(resources.fingerprint, kFingerprint);
   EXPECT_EQ(resources.extractedRoot, finalDirectory);
-  EXPECT_FALSE(resources.usesFontObfuscation);
+  EXPECT_FALSE(resources.usesFontObfuscation());
   EXPECT_TRUE(fs::is_regular_file(finalDirectory / "OEBPS/package.opf"));
   const std::string id = resources.descriptor.publicationID.string();
   EXPECT_TRUE(std::regex_match(id, kUpperCaseUUID)) << id;

@@ -23,7 +23,7 @@ class ScriptedCache final : public PublicationCachePreparing {
     if (registerWhilePreparing) registry->registerActive(fingerprint, [] {});
     if (failure) throw std::runtime_error("extraction failed");
     co_return PreparedPublicationResources{fingerprint, "/cache/" + fingerprint + "/Extracted",
-                                           PublicationDescriptor{}, false};
+                                           PublicationDescriptor{}};
   }
 
   bool extractsWhileFingerprinting() const override { return singlePass != SinglePass::none; }
