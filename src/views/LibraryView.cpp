@@ -97,6 +97,9 @@ LibraryView::LibraryView(LibraryLocations locations,
       codec_(std::move(codec)),
       commands_(std::move(commands)),
       lifetime_(std::make_shared<LibraryView*>(this)) {
+  // The books are read on the background pool while the widgets are made; they arrive through
+  // the main loop, after this constructor.
+  reload();
   installStyleOnce();
   GtkWidget* root = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   root_ = views::WidgetHandle::retain(root);
@@ -119,7 +122,6 @@ LibraryView::LibraryView(LibraryLocations locations,
   gtk_box_append(GTK_BOX(root), stack_);
 
   connections_.add(model_.visibleBooksChanged.connect([this] { showBooks(); }));
-  reload();
 }
 
 LibraryView::~LibraryView() {
