@@ -34,10 +34,10 @@
 #include <string>
 #include <vector>
 
+#include "../support/BenchmarkBook.h"
 #include "async/RunUntilDone.h"
 #include "intake/PublicationExtractionCache.h"
 #include "opening/PublicationFingerprintService.h"
-#include "support/EpubBuilder.h"
 
 extern char** environ;
 
@@ -45,36 +45,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-
-constexpr int kChapters = 2000;
-constexpr int kImages = 400;
-constexpr std::size_t kImageSize = 230 * 1024;
-
-void generateBook(const fs::path& path) {
-  tomekeeper::testing::EpubBuilder book;
-  std::mt19937_64 generator(2024);
-  std::string manifest;
-  for (int chapter = 0; chapter < kChapters; ++chapter) {
-    std::string text = "<?xml version=\"1.0\"?><html xmlns=\"http://www.w3.org/1999/xhtml\"><body>";
-    for (int paragraph = 0; paragraph < 40; ++paragraph) {
-      text += "<p>Chapter " + std::to_string(chapter) + ", paragraph " + std::to_string(paragraph) +
-              ": " + std::to_string(generator()) +
-              " the river ran past the mill and the town slept under its bridges.</p>\n";
-    }
-    text += "</body></html>";
-    book.addFile("OEBPS/Text/chapter" + std::to_string(chapter) + ".xhtml", text);
-  }
-  for (int image = 0; image < kImages; ++image) {
-    std::string bytes(kImageSize, '\0');
-    for (std::size_t offset = 0; offset + 8 <= bytes.size(); offset += 8) {
-      const std::uint64_t value = generator();
-      std::copy_n(reinterpret_cast<const char*>(&value), 8, bytes.data() + offset);
-    }
-    book.addFile("OEBPS/Images/image" + std::to_string(image) + ".jpg", std::move(bytes),
-                 tomekeeper::testing::ZipArchiveBuilder::kStored);
-  }
-  book.writeTo(path);
-}
 
 int prepareOnce(const fs::path& bookPath, const fs::path& cachesRoot, const std::string& mode) {
   using tomekeeper::EPUBArchiveExtractor;
@@ -151,7 +121,7 @@ int main(int argc, char** argv) {
     return prepareOnce(argv[2], argv[3], argv[4]);
   }
   if (argc == 3 && std::string(argv[1]) == "--generate") {
-    generateBook(argv[2]);
+    tomekeeper::bench::writeBenchmarkBook(argv[2]);
     return 0;
   }
   const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
@@ -164,8 +134,9 @@ int main(int argc, char** argv) {
   // In a child, so that this process stays small: a spawned child starts with
   // its parent's resident size as its peak.
   runChild({self, "--generate", book.string()});
-  std::cout << "book: " << fs::file_size(book) / (1024.0 * 1024.0) << " MiB, " << kChapters
-            << " chapters, " << kImages << " images\n";
+  std::cout << "book: " << fs::file_size(book) / (1024.0 * 1024.0) << " MiB, "
+            << tomekeeper::bench::kChapters << " chapters, " << tomekeeper::bench::kImages
+            << " images\n";
 
   std::vector<double> prepareTimes, prepareInner, eachFileInner, twoReadsInner, tarTimes,
       durableTarTimes;

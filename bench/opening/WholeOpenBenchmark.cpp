@@ -35,7 +35,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/EpubBuilder.h"
+#include "../support/BenchmarkBook.h"
 
 extern char** environ;
 
@@ -44,9 +44,6 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kChapters = 2000;
-constexpr int kImages = 400;
-constexpr std::size_t kImageSize = 230 * 1024;
 constexpr auto kOpenPatience = std::chrono::seconds(120);
 // How long the open book is left before its memory is read, so that the first page's layout
 // and the work that follows it have settled.
@@ -59,55 +56,6 @@ double millisecondsSince(Clock::time_point start) {
 double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   return values[values.size() / 2];
-}
-
-void generateBook(const fs::path& path) {
-  tomekeeper::testing::EpubBuilder book;
-  std::mt19937_64 generator(2024);
-  std::string manifest, spine;
-  for (int chapter = 0; chapter < kChapters; ++chapter) {
-    const std::string name = "chapter" + std::to_string(chapter);
-    std::string text =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<html xmlns=\"http://www.w3.org/1999/xhtml\">"
-        "<head><title>" +
-        name + "</title></head><body><h1>Chapter " + std::to_string(chapter) + "</h1>\n";
-    for (int paragraph = 0; paragraph < 40; ++paragraph) {
-      text += "<p>Paragraph " + std::to_string(paragraph) + ": " + std::to_string(generator()) +
-              " the river ran past the mill and the town slept under its bridges.</p>\n";
-    }
-    if (chapter < kImages)
-      text += "<p><img src=\"../Images/image" + std::to_string(chapter) + ".jpg\" alt=\"\"/></p>";
-    text += "</body></html>\n";
-    book.addFile("OEBPS/Text/" + name + ".xhtml", text);
-    manifest += "<item id=\"" + name + "\" href=\"Text/" + name +
-                ".xhtml\" media-type=\"application/xhtml+xml\"/>\n";
-    spine += "<itemref idref=\"" + name + "\"/>\n";
-  }
-  for (int image = 0; image < kImages; ++image) {
-    std::string bytes(kImageSize, '\0');
-    for (std::size_t offset = 0; offset + 8 <= bytes.size(); offset += 8) {
-      const std::uint64_t value = generator();
-      std::copy_n(reinterpret_cast<const char*>(&value), 8, bytes.data() + offset);
-    }
-    const std::string name = "image" + std::to_string(image);
-    book.addFile("OEBPS/Images/" + name + ".jpg", std::move(bytes),
-                 tomekeeper::testing::ZipArchiveBuilder::kStored);
-    manifest +=
-        "<item id=\"" + name + "\" href=\"Images/" + name + ".jpg\" media-type=\"image/jpeg\"/>\n";
-  }
-  book.replaceFile(tomekeeper::testing::EpubBuilder::kPackageDocumentPath,
-                   R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:0f7a3c52-51f4-4d0e-9d55-3b8e4f61a2c7</dc:identifier>
-    <dc:title>Whole Open Benchmark</dc:title>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-)" + manifest + "</manifest>\n<spine>\n" +
-                       spine + "</spine>\n</package>\n");
-  book.writeTo(path);
 }
 
 // Starts `arguments`; with `output`, both standard output (where GLib writes its informational
@@ -276,9 +224,10 @@ int main(int argc, char** argv) {
   if (mkdtemp(pattern.data()) == nullptr) return 1;
   const fs::path work = pattern;
   const fs::path book = work / "large.epub";
-  generateBook(book);
+  tomekeeper::bench::writeBenchmarkBook(book);
   std::printf("book: %.1f MiB, %d chapters, %d images\n",
-              static_cast<double>(fs::file_size(book)) / (1024.0 * 1024.0), kChapters, kImages);
+              static_cast<double>(fs::file_size(book)) / (1024.0 * 1024.0),
+              tomekeeper::bench::kChapters, tomekeeper::bench::kImages);
 
   std::vector<double> opens, extractions;
   // Per round, the memory of each kind of process (the bwrap sandboxes together).
@@ -311,7 +260,8 @@ int main(int argc, char** argv) {
   std::printf("cold open to the first page shown (median of %d): %.1f ms\n", rounds, openMedian);
   std::printf("bsdtar -x of the same file (median of %d): %.1f ms\n", rounds, extractionMedian);
   std::printf("ratio cold open / bsdtar -x: %.2f\n", openMedian / extractionMedian);
-  // Medians in MB over the rounds of `field`, for one kind of process or, without one, all together.
+  // Medians in MB over the rounds of `field`, for one kind of process or, without one, all
+  // together.
   const auto medianMegabytes = [&memory](long ProcessMemory::*field, const std::string* command) {
     std::vector<double> values;
     for (const auto& round : memory) {

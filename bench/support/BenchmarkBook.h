@@ -1,0 +1,71 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <utility>
+
+#include "support/EpubBuilder.h"
+
+namespace tomekeeper::bench {
+
+// The large book the intake, open and safety benchmarks share: 2 000 chapters of 40 paragraphs,
+// the first 400 with an incompressible 230 KiB image each (stored, as photographs are), all in
+// the manifest and the spine. The same bytes every time.
+constexpr int kChapters = 2000;
+constexpr int kImages = 400;
+constexpr std::size_t kImageSize = 230 * 1024;
+
+inline void writeBenchmarkBook(const std::filesystem::path& path) {
+  tomekeeper::testing::EpubBuilder book;
+  std::mt19937_64 generator(2024);
+  std::string manifest, spine;
+  for (int chapter = 0; chapter < kChapters; ++chapter) {
+    const std::string name = "chapter" + std::to_string(chapter);
+    std::string text =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<html xmlns=\"http://www.w3.org/1999/xhtml\">"
+        "<head><title>" +
+        name + "</title></head><body><h1>Chapter " + std::to_string(chapter) + "</h1>\n";
+    for (int paragraph = 0; paragraph < 40; ++paragraph) {
+      text += "<p>Paragraph " + std::to_string(paragraph) + ": " + std::to_string(generator()) +
+              " the river ran past the mill and the town slept under its bridges.</p>\n";
+    }
+    if (chapter < kImages)
+      text += "<p><img src=\"../Images/image" + std::to_string(chapter) + ".jpg\" alt=\"\"/></p>";
+    text += "</body></html>\n";
+    book.addFile("OEBPS/Text/" + name + ".xhtml", text);
+    manifest += "<item id=\"" + name + "\" href=\"Text/" + name +
+                ".xhtml\" media-type=\"application/xhtml+xml\"/>\n";
+    spine += "<itemref idref=\"" + name + "\"/>\n";
+  }
+  for (int image = 0; image < kImages; ++image) {
+    std::string bytes(kImageSize, '\0');
+    for (std::size_t offset = 0; offset + 8 <= bytes.size(); offset += 8) {
+      const std::uint64_t value = generator();
+      std::copy_n(reinterpret_cast<const char*>(&value), 8, bytes.data() + offset);
+    }
+    const std::string name = "image" + std::to_string(image);
+    book.addFile("OEBPS/Images/" + name + ".jpg", std::move(bytes),
+                 tomekeeper::testing::ZipArchiveBuilder::kStored);
+    manifest +=
+        "<item id=\"" + name + "\" href=\"Images/" + name + ".jpg\" media-type=\"image/jpeg\"/>\n";
+  }
+  book.replaceFile(tomekeeper::testing::EpubBuilder::kPackageDocumentPath,
+                   R"(<?xml version="1.0" encoding="UTF-8"?>
+<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
+  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
+    <dc:identifier id="id">urn:uuid:0f7a3c52-51f4-4d0e-9d55-3b8e4f61a2c7</dc:identifier>
+    <dc:title>Benchmark Book</dc:title>
+    <dc:language>en</dc:language>
+    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
+  </metadata>
+  <manifest>
+)" + manifest + "</manifest>\n<spine>\n" +
+                       spine + "</spine>\n</package>\n");
+  book.writeTo(path);
+}
+
+}  // namespace tomekeeper::bench
