@@ -52,7 +52,7 @@ std::optional<PublicationTitle> ApplicationWindowSession::publicationTitle() con
                           publication->authorsDirection};
 }
 
-bool ApplicationWindowSession::handlePaginationKey(PageKeyDirection direction) {
+bool ApplicationWindowSession::handlePaginationKey(ReaderNavigationDirection direction) {
   return session_->handlePaginationKey(direction);
 }
 

@@ -32,7 +32,7 @@ class ApplicationWindowSession final : public WindowSession {
                          std::string fingerprint) override;
   void close() override;
   std::optional<PublicationTitle> publicationTitle() const override;
-  bool handlePaginationKey(PageKeyDirection direction) override;
+  bool handlePaginationKey(ReaderNavigationDirection direction) override;
   // Space, Left and Right in the web view: a page that way while the book is ready.
   void handleNavigationKey(ReaderNavigationDirection direction);
 

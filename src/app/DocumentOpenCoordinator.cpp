@@ -309,7 +309,7 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
   request.frame =
       ReaderWindowFrame::place(platform_->storedReaderWindowFrame(), platform_->screens());
   request.handlePaginationKey =
-      [weakSession = std::weak_ptr<WindowSession>(session)](PageKeyDirection direction) {
+      [weakSession = std::weak_ptr<WindowSession>(session)](ReaderNavigationDirection direction) {
         const auto strongSession = weakSession.lock();
         return strongSession && strongSession->handlePaginationKey(direction);
       };

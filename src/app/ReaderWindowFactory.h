@@ -19,7 +19,7 @@ struct ReaderWindowRequest {
   WindowFrame frame;
   // Page Up and Page Down that the window's key filter classified; answers whether the key was
   // taken. Holds the session weakly.
-  std::function<bool(PageKeyDirection)> handlePaginationKey;
+  std::function<bool(ReaderNavigationDirection)> handlePaginationKey;
 };
 
 // Makes the coordinator's windows. Windows are not shown until present(). Main executor only.

@@ -12,9 +12,6 @@
 
 namespace tomekeeper {
 
-// The direction of a page key (Page Up, Page Down): previous or next, in reading order.
-using PageKeyDirection = ReaderNavigationDirection;
-
 // The publication's names as the reader runtime reported them.
 struct PublicationTitle {
   std::optional<std::string> title;
@@ -41,7 +38,7 @@ class WindowSession {
   virtual std::optional<PublicationTitle> publicationTitle() const = 0;
   // True when the key was taken: only while the book is ready and paginated; the page then turns
   // on a task of its own, whose failure is ignored. In scrolled mode the key goes on to the view.
-  virtual bool handlePaginationKey(PageKeyDirection direction) = 0;
+  virtual bool handlePaginationKey(ReaderNavigationDirection direction) = 0;
 };
 
 // Makes the session of a new window with the book's own repositories and the global ones.

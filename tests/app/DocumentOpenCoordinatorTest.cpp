@@ -326,16 +326,16 @@ TEST_F(DocumentOpenCoordinatorTest, PaginationKeysReachTheSessionWhileItLives) {
   auto coordinator = makeCoordinator();
   openBook(*coordinator, writeBook("a.epub", "a"));
   auto handler = windows->requests.back().handlePaginationKey;
-  EXPECT_TRUE(handler(PageKeyDirection::next));
+  EXPECT_TRUE(handler(ReaderNavigationDirection::next));
   EXPECT_EQ(sessions->sessions.front()->pageKeys,
-            std::vector<PageKeyDirection>{PageKeyDirection::next});
+            std::vector<ReaderNavigationDirection>{ReaderNavigationDirection::next});
   sessions->sessions.front()->takesPageKeys = false;
-  EXPECT_FALSE(handler(PageKeyDirection::previous));
+  EXPECT_FALSE(handler(ReaderNavigationDirection::previous));
   windows->readerWindows.front()->close();
   windows->requests.clear();
   windows->readerWindows.clear();
   sessions->sessions.clear();
-  EXPECT_FALSE(handler(PageKeyDirection::next));
+  EXPECT_FALSE(handler(ReaderNavigationDirection::next));
 }
 
 TEST_F(DocumentOpenCoordinatorTest, LaunchWithFilesOpensThemWithoutRestoring) {

@@ -83,7 +83,7 @@ class FakeSession final : public WindowSession {
   std::optional<PublicationTitle> publicationTitle() const override {
     return isOpen ? std::optional<PublicationTitle>(title) : std::nullopt;
   }
-  bool handlePaginationKey(PageKeyDirection direction) override {
+  bool handlePaginationKey(ReaderNavigationDirection direction) override {
     pageKeys.push_back(direction);
     return takesPageKeys;
   }
@@ -95,7 +95,7 @@ class FakeSession final : public WindowSession {
   bool isOpen = false;
   int openCount = 0;
   int closeCount = 0;
-  std::vector<PageKeyDirection> pageKeys;
+  std::vector<ReaderNavigationDirection> pageKeys;
   PreparedPublicationResources openedResources;
   std::filesystem::path openedRuntimeRoot;
   std::string openedFingerprint;
