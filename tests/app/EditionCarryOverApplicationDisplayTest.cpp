@@ -293,7 +293,9 @@ TEST_F(EditionCarryOverApplicationDisplayTest, NotNowCarriesNothingAndAsksAgainA
 TEST_F(EditionCarryOverApplicationDisplayTest, AFailedCarryOverIsToldAndTheEarlierEditionKeepsAll) {
   const std::string first = readFirstEdition(highlights);
   const std::string second = openBook(secondEdition);
-  // A directory where edition 2's store would be written: the carried highlights cannot be saved.
+  // Once the question is asked (the look for an earlier edition reads edition 2's store), a
+  // directory where that store would be written: the carried highlights cannot be saved.
+  ASSERT_TRUE(waitForElement("label", kQuestion).has_value()) << dump();
   std::filesystem::create_directories(publications / second / "annotations.json" / "in-the-way");
   answerQuestion("Carry Over");
 
