@@ -71,27 +71,15 @@ std::string sectionDocument(int section, int paragraphs) {
 // A book of `sections` sections of `paragraphs` paragraphs each.
 testing::EpubBuilder generatedBook(int sections, int paragraphs) {
   testing::EpubBuilder builder;
-  std::string manifest;
-  std::string spine;
+  testing::PackageDescription package{.identifier = "urn:uuid:7c9e6679-7425-40de-944b-e07fc1f90ae7",
+                                      .title = "Benchmark"};
   for (int section = 0; section < sections; ++section) {
     const std::string name = "s" + std::to_string(section);
-    manifest += "<item id=\"" + name + "\" href=\"text/" + name +
-                ".xhtml\" media-type=\"application/xhtml+xml\"/>\n";
-    spine += "<itemref idref=\"" + name + "\"/>\n";
+    package.manifest.push_back({name, "text/" + name + ".xhtml"});
+    package.spine.push_back(name);
     builder.addFile("OEBPS/text/" + name + ".xhtml", sectionDocument(section, paragraphs));
   }
-  builder.replaceFile(testing::EpubBuilder::kPackageDocumentPath,
-                      R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:7c9e6679-7425-40de-944b-e07fc1f90ae7</dc:identifier>
-    <dc:title>Benchmark</dc:title>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-)" + manifest + "</manifest>\n<spine>\n" +
-                          spine + "</spine>\n</package>\n");
+  builder.withPackageDocument(package);
   return builder;
 }
 

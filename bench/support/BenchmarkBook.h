@@ -22,7 +22,8 @@ constexpr std::size_t kImageSize = 230 * 1024;
 inline void writeBenchmarkBook(const std::filesystem::path& path) {
   tomekeeper::testing::EpubBuilder book;
   std::mt19937_64 generator(2024);
-  std::string manifest, spine;
+  testing::PackageDescription package{.identifier = "urn:uuid:0f7a3c52-51f4-4d0e-9d55-3b8e4f61a2c7",
+                                      .title = "Benchmark Book"};
   for (int chapter = 0; chapter < kChapters; ++chapter) {
     const std::string name = "chapter" + std::to_string(chapter);
     std::string text =
@@ -37,9 +38,8 @@ inline void writeBenchmarkBook(const std::filesystem::path& path) {
       text += "<p><img src=\"../Images/image" + std::to_string(chapter) + ".jpg\" alt=\"\"/></p>";
     text += "</body></html>\n";
     book.addFile("OEBPS/Text/" + name + ".xhtml", text);
-    manifest += "<item id=\"" + name + "\" href=\"Text/" + name +
-                ".xhtml\" media-type=\"application/xhtml+xml\"/>\n";
-    spine += "<itemref idref=\"" + name + "\"/>\n";
+    package.manifest.push_back({name, "Text/" + name + ".xhtml"});
+    package.spine.push_back(name);
   }
   for (int image = 0; image < kImages; ++image) {
     std::string bytes(kImageSize, '\0');
@@ -50,21 +50,9 @@ inline void writeBenchmarkBook(const std::filesystem::path& path) {
     const std::string name = "image" + std::to_string(image);
     book.addFile("OEBPS/Images/" + name + ".jpg", std::move(bytes),
                  tomekeeper::testing::ZipArchiveBuilder::kStored);
-    manifest +=
-        "<item id=\"" + name + "\" href=\"Images/" + name + ".jpg\" media-type=\"image/jpeg\"/>\n";
+    package.manifest.push_back({name, "Images/" + name + ".jpg", "image/jpeg"});
   }
-  book.replaceFile(tomekeeper::testing::EpubBuilder::kPackageDocumentPath,
-                   R"(<?xml version="1.0" encoding="UTF-8"?>
-<package xmlns="http://www.idpf.org/2007/opf" version="3.0" unique-identifier="id">
-  <metadata xmlns:dc="http://purl.org/dc/elements/1.1/">
-    <dc:identifier id="id">urn:uuid:0f7a3c52-51f4-4d0e-9d55-3b8e4f61a2c7</dc:identifier>
-    <dc:title>Benchmark Book</dc:title>
-    <dc:language>en</dc:language>
-    <meta property="dcterms:modified">2025-01-01T00:00:00Z</meta>
-  </metadata>
-  <manifest>
-)" + manifest + "</manifest>\n<spine>\n" +
-                       spine + "</spine>\n</package>\n");
+  book.withPackageDocument(package);
   book.writeTo(path);
 }
 
