@@ -3,6 +3,7 @@
 #include <climits>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -22,11 +23,17 @@ constexpr std::string_view kPackageMediaType = "application/oebps-package+xml";
 }
 
 // What the parse of one document gathers: the attribute `attributeName` of each element
-// `elementName` in `elementNamespace`, with the media-type attribute beside it.
+// `elementName` in `elementNamespace`, with the media-type and id attributes beside it.
+struct GatheredElement {
+  std::string value;
+  std::string mediaType;
+  std::string id;
+};
+
 struct AttributeGathering {
   std::string elementName;
   std::string attributeName;
-  std::vector<std::pair<std::string, std::string>> values;  // attribute value, media type
+  std::vector<GatheredElement> values;
 };
 
 void XMLCALL startElement(void* data, const XML_Char* name, const XML_Char** attributes) {
@@ -34,12 +41,16 @@ void XMLCALL startElement(void* data, const XML_Char* name, const XML_Char** att
   if (gathering.elementName != name) return;
   std::optional<std::string> value;
   std::string mediaType;
+  std::string id;
   for (const XML_Char** attribute = attributes; attribute[0] != nullptr; attribute += 2) {
     const std::string_view attributeName(attribute[0]);
     if (attributeName == gathering.attributeName) value = attribute[1];
     if (attributeName == "media-type") mediaType = attribute[1];
+    if (attributeName == "id") id = attribute[1];
   }
-  if (value) gathering.values.emplace_back(std::move(*value), std::move(mediaType));
+  if (value) {
+    gathering.values.push_back({std::move(*value), std::move(mediaType), std::move(id)});
+  }
 }
 
 std::string readFile(const std::filesystem::path& path) {
@@ -125,9 +136,9 @@ std::optional<PublicationManifestListing> PublicationManifestListing::read(
   AttributeGathering rootfiles{qualified(kContainerNamespace, "rootfile"), "full-path", {}};
   gather(readFile(containerFile), rootfiles);
   const std::string* packagePath = nullptr;
-  for (const auto& [fullPath, mediaType] : rootfiles.values) {
-    if (mediaType == kPackageMediaType) {
-      packagePath = &fullPath;
+  for (const GatheredElement& rootfile : rootfiles.values) {
+    if (rootfile.mediaType == kPackageMediaType) {
+      packagePath = &rootfile.value;
       break;
     }
   }
@@ -141,18 +152,34 @@ std::optional<PublicationManifestListing> PublicationManifestListing::read(
       provider.resource(encodedPackagePath, ContentSecurityPolicyUse::omitted).fileURL;
   listing.files_.insert(packageFile);
 
+  const std::string packageText = readFile(packageFile);
   AttributeGathering items{qualified(kPackageNamespace, "item"), "href", {}};
-  gather(readFile(packageFile), items);
-  for (const auto& [href, mediaType] : items.values) {
-    const std::optional<std::string> path = resolvedPublicationReference(encodedPackagePath, href);
+  gather(packageText, items);
+  std::map<std::string, std::filesystem::path> filesByID;
+  for (const GatheredElement& item : items.values) {
+    const std::optional<std::string> path =
+        resolvedPublicationReference(encodedPackagePath, item.value);
     if (!path) continue;
     try {
-      listing.files_.insert(provider.resource(*path, ContentSecurityPolicyUse::omitted).fileURL);
+      std::filesystem::path file =
+          provider.resource(*path, ContentSecurityPolicyUse::omitted).fileURL;
+      listing.files_.insert(file);
+      if (!item.id.empty()) filesByID.emplace(item.id, std::move(file));
     } catch (const PublicationResourceErrorError&) {
       // A missing item is the book's fault; it stays unserved like any other absent file.
     }
   }
+  AttributeGathering itemrefs{qualified(kPackageNamespace, "itemref"), "idref", {}};
+  gather(packageText, itemrefs);
+  for (const GatheredElement& itemref : itemrefs.values) {
+    const auto found = filesByID.find(itemref.value);
+    if (found != filesByID.end()) listing.spineFiles_.insert(found->second);
+  }
   return listing;
+}
+
+bool PublicationManifestListing::isSpineItem(const std::filesystem::path& file) const {
+  return spineFiles_.contains(file);
 }
 
 bool PublicationManifestListing::lists(const std::filesystem::path& file) const {

@@ -32,6 +32,10 @@ class PublicationManifestListing {
   // Whether `file`, a path as PublicationResource::fileURL gives it, may be served.
   bool lists(const std::filesystem::path& file) const;
 
+  // Whether `file`, a path as PublicationResource::fileURL gives it, is the document of an
+  // itemref of the spine (whatever its type).
+  bool isSpineItem(const std::filesystem::path& file) const;
+
   // The package document's path from the root, as the container names it.
   const std::string& packagePath() const noexcept { return packagePath_; }
 
@@ -39,6 +43,7 @@ class PublicationManifestListing {
   PublicationManifestListing() = default;
 
   std::set<std::filesystem::path> files_;
+  std::set<std::filesystem::path> spineFiles_;
   std::filesystem::path containerDirectory_;
   std::string packagePath_;
 };

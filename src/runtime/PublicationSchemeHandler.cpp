@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
 
@@ -238,10 +239,29 @@ void PublicationSchemeHandler::start(WebKitURISchemeRequest* request) {
     failWithoutPermission(request);
     return;
   }
-  std::optional<Target> found = target(uri);
-  if (!found) {
-    failWithoutPermission(request);
-    return;
+  std::function<Payload()> read;
+  if (std::optional<PublicationSectionBatchRoute> batch = parsePublicationSectionBatchRoute(uri)) {
+    const auto found = publications_.find(batch->publicationID);
+    if (found == publications_.end()) {
+      failWithoutPermission(request);
+      return;
+    }
+    read = [publication = found->second, paths = std::move(batch->resourcePaths)] {
+      return readSectionBatch(publication, paths);
+    };
+  } else {
+    std::optional<Target> found = target(uri);
+    if (!found) {
+      failWithoutPermission(request);
+      return;
+    }
+    std::optional<std::string> rangeHeader;
+    if (SoupMessageHeaders* headers = webkit_uri_scheme_request_get_http_headers(request)) {
+      if (const char* range = soup_message_headers_get_one(headers, "Range")) rangeHeader = range;
+    }
+    read = [target = std::move(*found), rangeHeader = std::move(rangeHeader)] {
+      return readPayload(target, rangeHeader);
+    };
   }
   auto weakRequest = std::shared_ptr<GWeakRef>(new GWeakRef, [](GWeakRef* reference) {
     g_weak_ref_clear(reference);
@@ -253,13 +273,7 @@ void PublicationSchemeHandler::start(WebKitURISchemeRequest* request) {
   std::stop_source load;
   const std::stop_token token = load.get_token();
   loads_.insert_or_assign(request, std::move(load));
-  std::optional<std::string> rangeHeader;
-  if (SoupMessageHeaders* headers = webkit_uri_scheme_request_get_http_headers(request)) {
-    if (const char* range = soup_message_headers_get_one(headers, "Range")) rangeHeader = range;
-  }
-  async::spawn(
-      runLoad(weak_from_this(), std::move(weakRequest), std::move(*found), std::move(rangeHeader)),
-      token);
+  async::spawn(runLoad(weak_from_this(), std::move(weakRequest), std::move(read)), token);
 }
 
 void PublicationSchemeHandler::stop(WebKitURISchemeRequest* request) {
@@ -321,15 +335,56 @@ PublicationSchemeHandler::Payload PublicationSchemeHandler::readPayload(
   return payload;
 }
 
+PublicationSchemeHandler::Payload PublicationSchemeHandler::readSectionBatch(
+    const Publication& publication, const std::vector<std::string>& resourcePaths) {
+  const auto refusal = [](unsigned status, std::string reason) {
+    return Payload{
+        std::move(reason), "text/plain", std::string(kPublicationContentSecurityPolicy), status,
+        std::nullopt,      false};
+  };
+  if (resourcePaths.empty() || resourcePaths.size() > kMaximumSectionBatchItems) {
+    return refusal(
+        400, "a batch names from 1 to " + std::to_string(kMaximumSectionBatchItems) + " sections");
+  }
+  if (!publication.manifest) return refusal(403, "the publication has no spine to serve");
+  std::vector<Target> targets;
+  std::size_t totalBytes = 0;
+  for (const std::string& resourcePath : resourcePaths) {
+    Target target{publication.provider, withDotPiecesResolved(resourcePath),
+                  ContentSecurityPolicyUse::applied, publication.manifest};
+    std::filesystem::path file;
+    try {
+      file = target.provider.resource(target.path, target.policyUse).fileURL;
+    } catch (const PublicationResourceErrorError&) {
+      return refusal(403, "not a section of the book: " + resourcePath);
+    }
+    if (!publication.manifest->isSpineItem(file)) {
+      return refusal(403, "not a section of the book: " + resourcePath);
+    }
+    totalBytes += OpenFile(file).size();
+    if (totalBytes > kMaximumSectionBatchBytes) {
+      return refusal(413, "the sections weigh more than " +
+                              std::to_string(kMaximumSectionBatchBytes) + " bytes together");
+    }
+    targets.push_back(std::move(target));
+  }
+  nlohmann::json texts = nlohmann::json::array();
+  for (const Target& target : targets) texts.push_back(readPayload(target).data);
+  return Payload{texts.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
+                 "application/json",
+                 std::string(kPublicationContentSecurityPolicy),
+                 200,
+                 std::nullopt,
+                 false};
+}
+
 async::Task<void> PublicationSchemeHandler::runLoad(std::weak_ptr<PublicationSchemeHandler> handler,
                                                     std::shared_ptr<GWeakRef> weakRequest,
-                                                    Target target,
-                                                    std::optional<std::string> rangeHeader) {
+                                                    std::function<Payload()> read) {
   std::optional<Payload> payload;
   GError* error = nullptr;
   try {
-    payload = co_await async::runInBackground(
-        [target, rangeHeader] { return readPayload(target, rangeHeader); });
+    payload = co_await async::runInBackground(std::move(read));
   } catch (const async::OperationCancelled&) {
     co_return;  // stopped before the read began
   } catch (const PublicationResourceErrorError& refusal) {

@@ -4,12 +4,14 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "async/Task.h"
 #include "model/Uuid.h"
@@ -24,8 +26,10 @@ namespace tomekeeper {
 // reach it, so a window's pages can name only that window's publications. Files are read on
 // the background pool; a response carries status 200, Content-Type, Cache-Control "no-store"
 // and, for a book's HTML documents, the content policy. A file of a book that its manifest does
-// not list is answered with 404. A request that was stopped (its web
-// view went away, its load was cancelled, or cancelAllLoads ran) is never answered.
+// not list is answered with 404. The documents of several spine items come in one response
+// through the batch route (parsePublicationSectionBatchRoute; see readSectionBatch), which
+// spares the page a round trip per section when it reads a whole book. A request that was stopped
+// (its web view went away, its load was cancelled, or cancelAllLoads ran) is never answered.
 //
 // Made with create() and owned by the web view host; confined to the main executor. Load
 // tasks hold it weakly.
@@ -100,11 +104,27 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
   static Payload readPayload(const Target& target,
                              const std::optional<std::string>& rangeHeader = std::nullopt);
 
+  // What one batch may name, and what its documents may weigh together on disk.
+  static constexpr std::size_t kMaximumSectionBatchItems = 256;
+  static constexpr std::size_t kMaximumSectionBatchBytes = 8U * 1024U * 1024U;
+
+  // Reads the documents of `publication` that `resourcePaths` name (route paths, percent-encoded),
+  // each as readPayload serves it alone, into one response: status 200 with a JSON array of their
+  // texts in the order asked (bytes that are not UTF-8 become U+FFFD, as the page's decoding of
+  // a single document makes them). Refused whole, with a plain-text reason: 400 for no path or
+  // more than kMaximumSectionBatchItems; 403 for a path that is not the document of an itemref
+  // of the spine, or one that is missing (or a publication without a manifest listing); 413 when
+  // the files together pass kMaximumSectionBatchBytes. Every answer carries the content policy.
+  // Runs off the main executor; throws std::system_error when a file cannot be read.
+  static Payload readSectionBatch(const Publication& publication,
+                                  const std::vector<std::string>& resourcePaths);
+
  private:
   PublicationSchemeHandler() = default;
+  // Runs `read` on the background pool and answers the request with what it gives.
   static async::Task<void> runLoad(std::weak_ptr<PublicationSchemeHandler> handler,
-                                   std::shared_ptr<GWeakRef> request, Target target,
-                                   std::optional<std::string> rangeHeader);
+                                   std::shared_ptr<GWeakRef> request,
+                                   std::function<Payload()> read);
   void finishLoad(WebKitURISchemeRequest* request, const Payload* payload, GError* error);
 
   std::map<Uuid, Publication> publications_;

@@ -118,6 +118,32 @@ std::optional<PublicationSchemeRoute> parsePublicationSchemeRoute(std::string_vi
   return PublicationSchemeRoute{*publicationID, std::move(resourcePath)};
 }
 
+std::optional<PublicationSectionBatchRoute> parsePublicationSectionBatchRoute(
+    std::string_view url) {
+  const std::string prefix = schemePrefix() + "/";
+  if (url.substr(0, prefix.size()) != prefix) return std::nullopt;
+  url.remove_prefix(prefix.size());
+  url = url.substr(0, url.find('#'));
+  const std::size_t query = url.find("/?");
+  if (query == std::string_view::npos) return std::nullopt;
+  const std::optional<Uuid> publicationID = Uuid::fromString(url.substr(0, query));
+  if (!publicationID) return std::nullopt;
+  std::string_view parameters = url.substr(query + 2);
+  constexpr std::string_view kSectionParameter = "section=";
+  PublicationSectionBatchRoute route{*publicationID, {}};
+  while (true) {
+    const std::size_t ampersand = parameters.find('&');
+    const std::string_view parameter = parameters.substr(0, ampersand);
+    if (parameter.substr(0, kSectionParameter.size()) != kSectionParameter) return std::nullopt;
+    std::optional<std::string> path = percentDecoded(parameter.substr(kSectionParameter.size()));
+    if (!path || path->empty()) return std::nullopt;
+    route.resourcePaths.push_back(std::move(*path));
+    if (ampersand == std::string_view::npos) break;
+    parameters.remove_prefix(ampersand + 1);
+  }
+  return route;
+}
+
 std::optional<std::string> parseRuntimeResourcePath(std::string_view url) {
   std::optional<std::string> path = encodedSchemePath(url);
   if (!path || path->compare(0, kRuntimePrefix.size(), kRuntimePrefix) != 0) return std::nullopt;

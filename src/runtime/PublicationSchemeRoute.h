@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "model/Uuid.h"
 
@@ -25,6 +26,23 @@ struct PublicationSchemeRoute {
 
   bool operator==(const PublicationSchemeRoute&) const = default;
 };
+
+// A request for the documents of several spine items of one registered publication at once:
+// "tomekeeper://publication/<UUID>/?section=<path>&section=<path>...", each path the item's
+// resource path as a route holds it, percent-encoded once more as a query value. The empty
+// resource path after the id names no file, so no book's file can take this route's place.
+struct PublicationSectionBatchRoute {
+  Uuid publicationID;
+  std::vector<std::string> resourcePaths;  // in the order asked, still percent-encoded
+
+  bool operator==(const PublicationSectionBatchRoute&) const = default;
+};
+
+// The batch route of `url`, or absent when `url` is not exactly this scheme's and host's
+// "/<UUID>/" followed by a query of "section" parameters alone, at least one, each of whose
+// values decodes to a non-empty path. A fragment is ignored. How many paths it may name is the
+// handler's to decide. Pure; any thread.
+std::optional<PublicationSectionBatchRoute> parsePublicationSectionBatchRoute(std::string_view url);
 
 // The route of `url`, or absent when the scheme is not exactly "tomekeeper", the host not
 // exactly "publication", the path does not decode, its second piece is no UUID, or no resource

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "intake/EPUBArchiveExtractor.h"
 #include "intake/EPUBArchiveInspector.h"
@@ -223,6 +224,112 @@ TEST_F(PublicationSchemeHandlerTest, AnswersOneByteRangeOfAFileServedAsStored) {
   EXPECT_EQ(style.status, 200u);
   EXPECT_EQ(style.data, "p{}");
   EXPECT_FALSE(style.acceptsRanges);
+}
+
+// A book of three sections and an image, extracted and registered; the batch route reads its
+// sections in one response and refuses the rest whole.
+TEST_F(PublicationSchemeHandlerTest, ServesSpineSectionsInOneBatchAndRefusesTheRest) {
+  const auto section = [](const std::string& body) {
+    return "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><style>p{-epub-line-break:loose}"
+           "</style></head><body><p>" +
+           body + "</p></body></html>";
+  };
+  // Letters that hardly compress, so that the archive's expansion stays plausible.
+  std::string bigBody;
+  for (std::uint32_t state = 1; bigBody.size() < 100 * 1024;) {
+    state = state * 1664525U + 1013904223U;
+    bigBody += static_cast<char>('a' + (state >> 24) % 26);
+  }
+  testing::PackageDescription package;
+  package.manifest = {{"one", "text/one.xhtml"},
+                      {"two", "text/two%20b.xhtml"},
+                      {"big", "text/big.xhtml"},
+                      {"aside", "text/aside.xhtml"},
+                      {"photo", "images/photo.png", "image/png"}};
+  package.spine = {"one", "two", "big"};
+  testing::EpubBuilder book;
+  book.withPackageDocument(package)
+      .addFile("OEBPS/text/one.xhtml", section("One \xC3\xA9t\xC3\xA9"))
+      .addFile("OEBPS/text/two b.xhtml", section("Two \xFF broken"))
+      .addFile("OEBPS/text/big.xhtml", section(bigBody))
+      .addFile("OEBPS/text/aside.xhtml", section("Aside"))
+      .addFile("OEBPS/text/unlisted.xhtml", section("Unlisted"))
+      .addFile("OEBPS/images/photo.png", "photo");
+  book.writeTo(directory_ / "book.epub");
+  const std::filesystem::path root =
+      EPUBArchiveExtractor()
+          .extract(directory_ / "book.epub",
+                   EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
+                   directory_ / "Extracted")
+          .rootURL;
+  const Uuid bookID = Uuid::random();
+  handler_ = PublicationSchemeHandler::create();
+  handler_->registerPublication(bookID, root);
+  const auto publication = [&] {
+    return PublicationSchemeHandler::Publication{
+        PublicationResourceProvider(root),
+        handler_->target("tomekeeper://publication/" + bookID.string() + "/OEBPS/text/one.xhtml")
+            ->manifest};
+  }();
+  const auto alone = [&](const std::string& path) {
+    return PublicationSchemeHandler::readPayload(
+        *handler_->target("tomekeeper://publication/" + bookID.string() + "/" + path));
+  };
+  using Paths = std::vector<std::string>;
+  const Paths tooMany(PublicationSchemeHandler::kMaximumSectionBatchItems + 1,
+                      "OEBPS/text/one.xhtml");
+  // 100 KiB each: past the byte limit well within the item limit.
+  const Paths tooHeavy(PublicationSchemeHandler::kMaximumSectionBatchBytes / (100 * 1024) + 1,
+                       "OEBPS/text/big.xhtml");
+  const struct {
+    const char* behaviour;
+    Paths paths;
+    unsigned status;
+    Paths servedAlone;  // for status 200: the paths whose single responses the batch holds
+  } cases[] = {
+      {"ServesSectionsInTheOrderAskedAsEachIsServedAlone",
+       {"OEBPS/text/two%20b.xhtml", "OEBPS/text/one.xhtml", "OEBPS/text/two%20b.xhtml"},
+       200,
+       {"OEBPS/text/two%20b.xhtml", "OEBPS/text/one.xhtml", "OEBPS/text/two%20b.xhtml"}},
+      {"ResolvesDotPiecesAsTheSingleRouteDoes",
+       {"OEBPS/images/../text/one.xhtml"},
+       200,
+       {"OEBPS/text/one.xhtml"}},
+      {"RefusesAManifestItemOutsideTheSpine",
+       {"OEBPS/text/one.xhtml", "OEBPS/text/aside.xhtml"},
+       403,
+       {}},
+      {"RefusesAnImageOfTheManifest", {"OEBPS/images/photo.png"}, 403, {}},
+      {"RefusesAFileTheManifestDoesNotList", {"OEBPS/text/unlisted.xhtml"}, 403, {}},
+      {"RefusesThePackageDocument", {"OEBPS/package.opf"}, 403, {}},
+      {"RefusesAPathThatClimbsOutOfTheRoot", {"../../etc/passwd"}, 403, {}},
+      {"RefusesAMissingFile", {"OEBPS/text/none.xhtml"}, 403, {}},
+      {"RefusesAnEmptyBatch", {}, 400, {}},
+      {"RefusesTooManyItems", tooMany, 400, {}},
+      {"RefusesAHugeTotal", tooHeavy, 413, {}},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.behaviour);
+    const auto payload = PublicationSchemeHandler::readSectionBatch(publication, testCase.paths);
+    EXPECT_EQ(payload.status, testCase.status);
+    EXPECT_EQ(payload.contentSecurityPolicy, std::string(kPublicationContentSecurityPolicy));
+    if (testCase.status != 200) {
+      EXPECT_EQ(payload.mimeType, "text/plain");
+      EXPECT_FALSE(payload.data.empty());
+      continue;
+    }
+    EXPECT_EQ(payload.mimeType, "application/json");
+    const nlohmann::json texts = nlohmann::json::parse(payload.data);
+    ASSERT_EQ(texts.size(), testCase.servedAlone.size());
+    for (std::size_t index = 0; index < texts.size(); ++index) {
+      std::string expected = alone(testCase.servedAlone[index]).data;
+      // Served alone, the byte that is no UTF-8 reaches the page as U+FFFD.
+      if (const std::size_t bad = expected.find('\xFF'); bad != std::string::npos) {
+        expected.replace(bad, 1, "\xEF\xBF\xBD");
+      }
+      EXPECT_EQ(texts[index].get<std::string>(), expected);
+    }
+  }
 }
 
 TEST_F(PublicationSchemeHandlerTest, RegisteringAnUnusableRootFails) {

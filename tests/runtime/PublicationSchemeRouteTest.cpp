@@ -81,6 +81,44 @@ TEST(PublicationSchemeRouteTest, ParsesTheRuntimeRouteOnlyWithAPath) {
   }
 }
 
+// Each batch address, by the behaviour it shows, with the resource paths it names, or none.
+TEST(PublicationSchemeRouteTest, ParsesASectionBatchOfSectionParametersOnly) {
+  const std::string book = std::string("tomekeeper://publication/") + kID;
+  using Paths = std::vector<std::string>;
+  const struct {
+    const char* behaviour;
+    std::string url;
+    std::optional<Paths> paths;
+  } cases[] = {
+      {"ParsesOneSection", book + "/?section=OEBPS%2Fa.xhtml", Paths{"OEBPS/a.xhtml"}},
+      {"KeepsTheOrderAsked", book + "/?section=b.xhtml&section=a.xhtml&section=b.xhtml",
+       Paths{"b.xhtml", "a.xhtml", "b.xhtml"}},
+      {"DecodesTheValueOnceLeavingThePathEncoded", book + "/?section=a%2520b.xhtml",
+       Paths{"a%20b.xhtml"}},
+      {"IgnoresAFragment", book + "/?section=a.xhtml#x", Paths{"a.xhtml"}},
+      {"RefusesAnEmptyQuery", book + "/?", std::nullopt},
+      {"RefusesAnEmptyValue", book + "/?section=", std::nullopt},
+      {"RefusesAnEmptyParameterBetween", book + "/?section=a&&section=b", std::nullopt},
+      {"RefusesAnotherParameter", book + "/?section=a&other=b", std::nullopt},
+      {"RefusesAValueThatDoesNotDecode", book + "/?section=a%zz", std::nullopt},
+      {"RefusesAResourcePathBeforeTheQuery", book + "/OEBPS/?section=a", std::nullopt},
+      {"RefusesNoQuery", book + "/", std::nullopt},
+      {"RefusesAMalformedIdentifier", "tomekeeper://publication/not-a-uuid/?section=a",
+       std::nullopt},
+      {"RefusesAnotherHost", std::string("tomekeeper://other/") + kID + "/?section=a",
+       std::nullopt},
+      {"TheRuntimeIsNoBatch", "tomekeeper://publication/runtime/?section=a", std::nullopt},
+  };
+  for (const auto& [behaviour, url, paths] : cases) {
+    SCOPED_TRACE(std::string(behaviour) + ": " + url);
+    const auto route = parsePublicationSectionBatchRoute(url);
+    ASSERT_EQ(route.has_value(), paths.has_value());
+    if (!route) continue;
+    EXPECT_EQ(route->publicationID, *Uuid::fromString(kID));
+    EXPECT_EQ(route->resourcePaths, *paths);
+  }
+}
+
 TEST(PercentDecodingTest, DecodesPairsOfHexadecimalDigits) {
   EXPECT_EQ(percentDecoded("a%20b%2fc%C3%A9"), "a b/cé");
   EXPECT_EQ(percentDecoded("plain"), "plain");
