@@ -203,7 +203,8 @@ EPUBArchiveSinglePass::EPUBArchiveSinglePass(EPUBArchiveInspector inspector,
 
 SinglePassExtraction EPUBArchiveSinglePass::extract(const fs::path& archivePath,
                                                     const fs::path& destination,
-                                                    const std::stop_token& stopToken) const {
+                                                    const std::stop_token& stopToken,
+                                                    const SinglePassObserver& observer) const {
   std::unique_ptr<ArchiveFile> archive;
   try {
     archive = inspector_.files()->open(archivePath);
@@ -211,6 +212,7 @@ SinglePassExtraction EPUBArchiveSinglePass::extract(const fs::path& archivePath,
     failMalformed();
   }
   CentralDirectoryInspection central = inspector_.inspectCentralDirectory(*archive, stopToken);
+  if (observer.centralDirectoryInspected) observer.centralDirectoryInspected(*archive, central);
 
   ExtractionStaging staging(destination);
   const std::vector<fs::path> outputs = staging.prepareEntries(central.inspection);
@@ -239,6 +241,7 @@ SinglePassExtraction EPUBArchiveSinglePass::extract(const fs::path& archivePath,
     checkUnchanged(central, bytes, position);
     walker.consume(block, wanted, position);
     position += wanted;
+    if (observer.streamed) observer.streamed(position, central.fileSize);
   }
   if (!writers.failed()) {
     if (!walker.metEveryEntry()) failMalformed();

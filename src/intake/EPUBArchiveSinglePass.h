@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <stop_token>
 #include <string>
 
@@ -16,6 +18,18 @@ struct SinglePassExtraction {
   // As the inspector would have returned it, data offsets included.
   EPUBArchiveInspection inspection;
   ExtractedPublication extracted;
+};
+
+// Told on the thread of the pass how far it has come; each member may be empty.
+// Neither may throw.
+struct SinglePassObserver {
+  // Once, when the central directory has been inspected and before the stream
+  // starts: `archive` may be read from any position, the pass seeks after.
+  std::function<void(ArchiveFile& archive,
+                     const EPUBArchiveInspector::CentralDirectoryInspection& central)>
+      centralDirectoryInspected;
+  // After each block of the stream: bytes read so far of the file's size.
+  std::function<void(std::uint64_t bytesRead, std::uint64_t fileSize)> streamed;
 };
 
 // Takes in a book by reading its file once. The central directory is read from
@@ -40,7 +54,8 @@ class EPUBArchiveSinglePass {
   // and a file that changes while it is read fails with unreadableArchive.
   SinglePassExtraction extract(const std::filesystem::path& archive,
                                const std::filesystem::path& destination,
-                               const std::stop_token& stopToken = {}) const;
+                               const std::stop_token& stopToken = {},
+                               const SinglePassObserver& observer = {}) const;
 
  private:
   EPUBArchiveInspector inspector_;

@@ -15,6 +15,7 @@
 #include "intake/EPUBArchiveSinglePass.h"
 #include "intake/FileOperations.h"
 #include "intake/IntakeFailures.h"
+#include "intake/PackageDocumentReadAhead.h"
 #include "intake/PublicationCacheOperationLease.h"
 #include "model/Uuid.h"
 #include "opening/OpenPerformanceTrace.h"
@@ -227,7 +228,8 @@ fs::path PublicationExtractionCache::standardCachesRoot() {
 namespace {
 
 async::Task<std::string> fingerprintWhileExtractingWith(PublicationExtractionCache cache,
-                                                        fs::path sourceURL) {
+                                                        fs::path sourceURL,
+                                                        PreparationObserver observer) {
   const std::shared_ptr<OpenPerformanceTrace> trace = co_await OpenPerformanceTrace::current();
   FinishLease lease{co_await inBackground([cache] {
     fs::create_directories(cache.cachesRoot());
@@ -240,8 +242,10 @@ async::Task<std::string> fingerprintWhileExtractingWith(PublicationExtractionCac
     StageMark mark(trace, Stage::archiveExtraction);
     pass =
         co_await inBackground([single = EPUBArchiveSinglePass(cache.inspector(), cache.extractor()),
-                               sourceURL, extracted](std::stop_token stopToken) {
-          return single.extract(sourceURL, extracted, stopToken);
+                               sourceURL, extracted,
+                               observer = observeSinglePass(std::move(observer))](
+                                  std::stop_token stopToken) {
+          return single.extract(sourceURL, extracted, stopToken, observer);
         });
   }
   cache.stage(pass->fingerprint,
@@ -255,8 +259,8 @@ async::Task<std::string> fingerprintWhileExtractingWith(PublicationExtractionCac
 }  // namespace
 
 async::Task<std::string> PublicationExtractionCache::fingerprintWhileExtracting(
-    fs::path sourceURL) const {
-  return fingerprintWhileExtractingWith(*this, std::move(sourceURL));
+    fs::path sourceURL, PreparationObserver observer) const {
+  return fingerprintWhileExtractingWith(*this, std::move(sourceURL), std::move(observer));
 }
 
 void PublicationExtractionCache::discardStaged(const std::string& fingerprint) const {

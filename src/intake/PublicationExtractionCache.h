@@ -54,7 +54,7 @@ class PublicationExtractionCache final : public PublicationCachePreparing {
   // Call on the main executor. Throws what EPUBArchiveSinglePass::extract
   // throws and the platform's file errors; nothing is staged then.
   async::Task<std::string> fingerprintWhileExtracting(
-      std::filesystem::path sourceURL) const override;
+      std::filesystem::path sourceURL, PreparationObserver observer = {}) const override;
   void discardStaged(const std::string& fingerprint) const override;
 
   // Bytes the cache occupies on disk (allocated sizes of regular files, hidden

@@ -7,8 +7,9 @@ namespace {
 // extraction is now staged.
 async::Task<std::string> fingerprintWhileExtracting(
     std::shared_ptr<PublicationCachePreparing> cache, std::filesystem::path file,
-    std::shared_ptr<std::optional<std::string>> staged) {
-  std::string fingerprint = co_await cache->fingerprintWhileExtracting(std::move(file));
+    PreparationObserver observer, std::shared_ptr<std::optional<std::string>> staged) {
+  std::string fingerprint =
+      co_await cache->fingerprintWhileExtracting(std::move(file), std::move(observer));
   *staged = fingerprint;
   co_return fingerprint;
 }
@@ -21,7 +22,8 @@ OpenPublication::OpenPublication(std::shared_ptr<DocumentIdentityPreparing> iden
       publicationCache_(std::move(publicationCache)) {}
 
 async::Task<OpenPublicationDecision> OpenPublication::prepare(
-    std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint) {
+    std::filesystem::path sourceURL, std::optional<std::string> expectedFingerprint,
+    PreparationObserver observer) {
   // Keep both collaborators alive across the awaits, whatever the owner does.
   const auto identityPreparer = identityPreparer_;
   const auto publicationCache = publicationCache_;
@@ -30,8 +32,8 @@ async::Task<OpenPublicationDecision> OpenPublication::prepare(
   auto staged = std::make_shared<std::optional<std::string>>();
   FingerprintComputing computing;
   if (publicationCache->extractsWhileFingerprinting()) {
-    computing = [publicationCache, staged](std::filesystem::path file) {
-      return fingerprintWhileExtracting(publicationCache, std::move(file), staged);
+    computing = [publicationCache, staged, observer](std::filesystem::path file) {
+      return fingerprintWhileExtracting(publicationCache, std::move(file), observer, staged);
     };
   }
 

@@ -39,9 +39,13 @@ class OpenPublication {
 
   // Throws what the identity step or the cache throws, after ending the lease
   // and releasing a reservation that this open made (unless the fingerprint
-  // became active meanwhile).
+  // became active meanwhile). `observer` hears of a book that is read and
+  // extracted in one pass while that pass runs; a book whose identity is
+  // known, or whose cache cannot read while fingerprinting, tells it nothing.
+  // Stopping the awaiting task's token cancels the preparation.
   async::Task<OpenPublicationDecision> prepare(std::filesystem::path sourceURL,
-                                               std::optional<std::string> expectedFingerprint);
+                                               std::optional<std::string> expectedFingerprint,
+                                               PreparationObserver observer = {});
 
   // For a createWindow decision that did not become a working window.
   void releaseReservation(const std::string& fingerprint);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "async/Task.h"
+#include "opening/PreparationObserver.h"
 #include "opening/PreparedPublicationResources.h"
 
 namespace tomekeeper {
@@ -25,11 +26,12 @@ class PublicationCachePreparing {
 
   // The fingerprint of `sourceURL`, from one read of the file that also
   // inspects and extracts it; the next `prepare` of that fingerprint takes the
-  // extraction instead of reading the file again. Throws what inspection and
-  // extraction throw, the platform's file errors, async::OperationCancelled,
+  // extraction instead of reading the file again. `observer` hears of the
+  // package document and of the progress of the read. Throws what inspection
+  // and extraction throw, the platform's file errors, async::OperationCancelled,
   // and std::logic_error where extractsWhileFingerprinting() is false.
   virtual async::Task<std::string> fingerprintWhileExtracting(
-      std::filesystem::path /*sourceURL*/) const {
+      std::filesystem::path /*sourceURL*/, PreparationObserver /*observer*/ = {}) const {
     throw std::logic_error("this cache does not extract while fingerprinting");
     co_return std::string();
   }

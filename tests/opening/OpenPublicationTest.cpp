@@ -27,7 +27,8 @@ class ScriptedCache final : public PublicationCachePreparing {
   }
 
   bool extractsWhileFingerprinting() const override { return singlePass != SinglePass::none; }
-  async::Task<std::string> fingerprintWhileExtracting(std::filesystem::path file) const override {
+  async::Task<std::string> fingerprintWhileExtracting(std::filesystem::path file,
+                                                      PreparationObserver) const override {
     if (singlePass == SinglePass::fails) throw std::runtime_error("the pass failed");
     co_return PublicationFingerprintService::fingerprintFile(file, {});
   }
