@@ -37,6 +37,7 @@ import { computedBodyMaxInlineSize, computedColors, computedTypography } from '.
 import { isLocatorOnScreen, locatorOnScreen, placeFragment, placeLocator, readerPosition, sectionOfLocator, sectionToShow, type BookPlaces, type SectionPlace } from './LocatorPlacement';
 import { loadPublication, openResult, prepareSectionDocument } from './PublicationLoading';
 import { SectionClickHandler } from './SectionClicks';
+import { weighSections } from './SectionWeighing';
 
 interface OpenState {
   descriptor: PublicationDescriptor;
@@ -154,27 +155,14 @@ export class Reader implements ReaderOperations {
     this.environment.publicationOpening?.();
     this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined, fonts };
     applyPageChrome(this.environment.viewport, this.settings, this.viewportMeasures());
-    void this.measureSectionLengths(this.state);
+    const opened = this.state;
+    void weighSections(packageDocument.spine, opened.weights, this.loadSectionText, () => this.state === opened);
     const first = this.linearIndices()[0] ?? 0;
     const declared = packageDocument.pageProgressionDirection;
     this.progression = declared === 'default' ? undefined : declared;
     const firstView = await this.display(first, () => 0);
     this.progression ??= firstView.contentProgression();
     return openResult(packageDocument, first, this.progression);
-  }
-
-  // Reads every section's text in the background to weigh the book's progression.
-  private async measureSectionLengths(state: OpenState): Promise<void> {
-    for (const item of state.packageDocument.spine) {
-      if (this.state !== state) return;
-      try {
-        const text = await this.sectionTexts.load(item.url);
-        const parsed = new DOMParser().parseFromString(text, 'application/xhtml+xml');
-        state.weights.setLength(item.index, (parsed.body ?? parsed.documentElement)?.textContent?.length ?? text.length);
-      } catch {
-        // A section that can't be read keeps the estimated weight.
-      }
-    }
   }
 
   async tableOfContents(): Promise<TableOfContentsItem[]> {
