@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <climits>
 #include <map>
 #include <memory>
 #include <string_view>
@@ -158,7 +159,14 @@ PackageMetadata readPackageMetadata(const fs::path& extractedRoot,
                                     const std::string& packageDocumentPath) {
   const std::optional<std::string> document = readWholeFile(extractedRoot / packageDocumentPath);
   if (!document) throw PackageMetadataError("The package document is missing");
+  return parsePackageMetadata(*document, packageDocumentPath);
+}
 
+PackageMetadata parsePackageMetadata(std::string_view document,
+                                     const std::string& packageDocumentPath) {
+  if (document.size() > static_cast<std::size_t>(INT_MAX)) {
+    throw PackageMetadataError("The package document is too large");
+  }
   const XMLParserHandle parser = makeBookXMLParser();
   if (!parser) throw std::bad_alloc();
   Collector collector;
@@ -168,7 +176,7 @@ PackageMetadata readPackageMetadata(const fs::path& extractedRoot,
   XML_SetEntityDeclHandler(parser.get(), onEntityDeclaration);
   XML_SetElementHandler(parser.get(), onStart, onEnd);
   XML_SetCharacterDataHandler(parser.get(), onText);
-  if (XML_Parse(parser.get(), document->data(), static_cast<int>(document->size()), XML_TRUE) !=
+  if (XML_Parse(parser.get(), document.data(), static_cast<int>(document.size()), XML_TRUE) !=
       XML_STATUS_OK) {
     throw PackageMetadataError(std::string("The package document is not readable: ") +
                                XML_ErrorString(XML_GetErrorCode(parser.get())));

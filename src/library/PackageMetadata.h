@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tomekeeper {
@@ -33,5 +34,10 @@ class PackageMetadataError : public std::runtime_error {
 // read. Blocking.
 PackageMetadata readPackageMetadata(const std::filesystem::path& extractedRoot,
                                     const std::string& packageDocumentPath);
+
+// The metadata of the package `document`, whose path relative to the root is
+// `packageDocumentPath`. Throws PackageMetadataError. Any thread.
+PackageMetadata parsePackageMetadata(std::string_view document,
+                                     const std::string& packageDocumentPath);
 
 }  // namespace tomekeeper
