@@ -1,6 +1,7 @@
 #include "intake/EntryWriterPool.h"
 
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -47,8 +48,17 @@ class OutputFile {
     }
   }
 
-  // Flushes to stable storage when asked to, then closes.
-  void close(EPUBArchiveExtractor::Durability durability) {
+  // Flushes to stable storage when asked to, then closes. Under the one syncfs
+  // before the commit, a large file's writeback starts now, so that the disk
+  // writes it while the next entries are written and the syncfs finds less
+  // to do; that only starts the writes, and a failure of it is left to the
+  // syncfs, which sees every write of the file system.
+  void close(EPUBArchiveExtractor::Durability durability, std::uint64_t size) {
+    constexpr std::uint64_t kEarlyWritebackSize = 128 * 1024;
+    if (durability == EPUBArchiveExtractor::Durability::synchronizeOnceBeforeCommit &&
+        size >= kEarlyWritebackSize) {
+      ::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
+    }
     const bool synchronized = durability != EPUBArchiveExtractor::Durability::synchronizeEachFile ||
                               fileSystem_.synchronize(file_.get()) == 0;
     try {
@@ -83,6 +93,8 @@ class Verification {
     if (bytesWritten_ != expectedSize_) fail(ExtractionFailure::sizeMismatch);
     if (ZipCRC32::finish(crc_) != expectedCRC_) fail(ExtractionFailure::checksumMismatch);
   }
+
+  std::uint64_t expectedSize() const { return expectedSize_; }
 
  private:
   std::uint64_t expectedSize_;
@@ -133,7 +145,48 @@ class Inflater {
   bool ended_ = false;
 };
 
+// Inflates a whole raw-deflate stream in one call, about twice as fast as
+// zlib's stream: for an entry whose compressed bytes arrive as one piece and
+// whose record promises at most a buffer's worth. One per worker.
+class WholeInflater {
+ public:
+  WholeInflater() : decompressor_(libdeflate_alloc_decompressor()) {
+    if (!decompressor_) throw std::bad_alloc();
+  }
+  ~WholeInflater() { libdeflate_free_decompressor(decompressor_); }
+  WholeInflater(const WholeInflater&) = delete;
+  WholeInflater& operator=(const WholeInflater&) = delete;
+
+  // Inflates `input` into `buffer`, which holds at least the expected size,
+  // and hands the bytes on; nothing reaches `output` from a stream that is
+  // corrupt, runs short, has bytes behind its end or makes more than the
+  // record says.
+  void inflate(std::span<const std::uint8_t> input, std::vector<std::uint8_t>& buffer,
+               Verification& verification, OutputFile& output) {
+    std::size_t consumed = 0;
+    std::size_t produced = 0;
+    const auto expected = static_cast<std::size_t>(verification.expectedSize());
+    const libdeflate_result result = libdeflate_deflate_decompress_ex(
+        decompressor_, input.data(), input.size(), buffer.data(), expected, &consumed, &produced);
+    if (result == LIBDEFLATE_INSUFFICIENT_SPACE) fail(ExtractionFailure::sizeMismatch);
+    if (result != LIBDEFLATE_SUCCESS || consumed != input.size()) {
+      fail(ExtractionFailure::decompressionFailed);
+    }
+    if (produced > 0) verification.accept(buffer.data(), produced, output);
+  }
+
+ private:
+  libdeflate_decompressor* decompressor_;
+};
+
 }  // namespace
+
+// What a worker keeps for itself: its output buffer and its whole-stream inflater.
+struct EntryWriterPool::WorkerTools {
+  explicit WorkerTools(std::size_t bufferSize) : buffer(bufferSize) {}
+  std::vector<std::uint8_t> buffer;
+  WholeInflater wholeInflater;
+};
 
 // What a worker keeps of one entry between its pieces.
 class EntryWriterPool::Entry {
@@ -141,8 +194,10 @@ class EntryWriterPool::Entry {
   Entry(const EPUBArchiveEntry& entry, fs::path outputPath)
       : entry_(entry), outputPath_(std::move(outputPath)), verification_(entry) {}
 
-  void write(const ArchiveSlice& slice, bool last, std::vector<std::uint8_t>& buffer,
+  void write(const ArchiveSlice& slice, bool last, WorkerTools& tools,
              EPUBArchiveExtractor::Durability durability, std::mutex& creation) {
+    const bool whole = !output_ && last && entry_.compressionMethod == 8 &&
+                       entry_.uncompressedSize <= tools.buffer.size();
     if (!output_) {
       if (entry_.compressionMethod != 0 && entry_.compressionMethod != 8) {
         fail(ExtractionFailure::invalidEntryMetadata);
@@ -155,18 +210,20 @@ class EntryWriterPool::Entry {
       }
       if (entry_.compressionMethod == 8) {
         if (entry_.compressedSize == 0) fail(ExtractionFailure::decompressionFailed);
-        inflater_.emplace();
+        if (!whole) inflater_.emplace();
       }
     }
     const std::span<const std::uint8_t> bytes = slice.bytes();
-    if (inflater_) {
-      inflater_->feed(bytes, last, buffer, verification_, *output_);
+    if (whole) {
+      tools.wholeInflater.inflate(bytes, tools.buffer, verification_, *output_);
+    } else if (inflater_) {
+      inflater_->feed(bytes, last, tools.buffer, verification_, *output_);
     } else {
       verification_.accept(bytes.data(), bytes.size(), *output_);
     }
     if (!last) return;
     verification_.finish();
-    output_->close(durability);
+    output_->close(durability, entry_.uncompressedSize);
     inflater_.reset();
   }
 
@@ -272,7 +329,7 @@ bool EntryWriterPool::failed() const {
 }
 
 void EntryWriterPool::run(Worker& worker) {
-  std::vector<std::uint8_t> buffer(outputBufferSize_);
+  WorkerTools tools(outputBufferSize_);
   while (true) {
     Job job;
     {
@@ -286,7 +343,7 @@ void EntryWriterPool::run(Worker& worker) {
     if (!failed()) {
       try {
         async::throwIfCancelled(stopToken_);
-        job.entry->write(job.slice, job.last, buffer, durability_, creationLock_);
+        job.entry->write(job.slice, job.last, tools, durability_, creationLock_);
       } catch (...) {
         recordFailure(std::current_exception());
       }

@@ -83,6 +83,7 @@ class EntryWriterPool {
 
  private:
   struct Worker;
+  struct WorkerTools;
   struct Job {
     std::shared_ptr<Entry> entry;
     ArchiveSlice slice;

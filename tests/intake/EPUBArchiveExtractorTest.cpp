@@ -129,9 +129,13 @@ TEST_F(EPUBArchiveExtractorTest, BothWaysInWriteEveryEntry) {
   }
   const std::string stored = randomBytes(10000, 2);
   const std::string deflated = randomBytes(5000, 3) + std::string(20000, 'q');
+  // Inflated in one call when its bytes arrive in one piece, streamed otherwise.
+  const std::string chapter = text.substr(0, 100000);
   EpubBuilder large;
   large.addFile("OEBPS/images/cover.jpg", image, ZipArchiveBuilder::kStored);
   large.addFile("OEBPS/long.xhtml", text);
+  large.addFile("OEBPS/chapter.xhtml", chapter);
+  large.addFile("OEBPS/empty.xhtml", "");
   EpubBuilder small;
   small.addFile("OEBPS/stored.bin", stored, ZipArchiveBuilder::kStored);
   small.addFile("OEBPS/deflated.bin", deflated);
@@ -149,7 +153,10 @@ TEST_F(EPUBArchiveExtractorTest, BothWaysInWriteEveryEntry) {
       {"large entries",
        large,
        EPUBArchiveExtractor::kStandardBufferSize,
-       {{"OEBPS/images/cover.jpg", image}, {"OEBPS/long.xhtml", text}}},
+       {{"OEBPS/images/cover.jpg", image},
+        {"OEBPS/long.xhtml", text},
+        {"OEBPS/chapter.xhtml", chapter},
+        {"OEBPS/empty.xhtml", ""}}},
       {"entries and headers across many small blocks",
        small,
        64,
@@ -198,58 +205,61 @@ TEST_F(EPUBArchiveExtractorTest, AnEmptyInspectionCommitsAnEmptyDirectory) {
 }
 
 // Entries whose bytes lie about their contents: both ways in refuse them the same way, before
-// a surplus byte is written, and leave nothing behind.
+// a surplus byte is written, and leave nothing behind, whether an entry's compressed bytes come
+// in one piece (inflated in one call) or in many small ones (streamed).
 TEST_F(EPUBArchiveExtractorTest, BothWaysInRefuseBytesThatDisagreeWithTheirRecord) {
   using Entry = ZipArchiveBuilder::Entry;
   const struct {
     const char* name;
     const char* entry;
     void (*change)(Entry&);
-    std::int64_t bufferSize;
     Failure failure;
   } cases[] = {
       {"a surplus byte of a deflated entry", "OEBPS/chapter1.xhtml",
        [](Entry& entry) {
          entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() - 1);
        },
-       kStandard, Failure::sizeMismatch},
+       Failure::sizeMismatch},
       {"a stream that produces too few bytes", "OEBPS/chapter1.xhtml",
        [](Entry& entry) {
          entry.centralUncompressedSize = static_cast<std::uint32_t>(entry.content.size() + 1);
        },
-       kStandard, Failure::sizeMismatch},
+       Failure::sizeMismatch},
       {"a wrong CRC with the right size", "OEBPS/chapter1.xhtml",
-       [](Entry& entry) { entry.centralCRC = 0x12345678; }, kStandard, Failure::checksumMismatch},
+       [](Entry& entry) { entry.centralCRC = 0x12345678; }, Failure::checksumMismatch},
       {"a wrong CRC on a stored entry", "mimetype", [](Entry& entry) { entry.centralCRC = 0; },
-       kStandard, Failure::checksumMismatch},
+       Failure::checksumMismatch},
       {"trailing bytes inside a deflated entry", "OEBPS/chapter1.xhtml",
-       [](Entry& entry) { entry.trailingBytes = "tail"; }, kStandard, Failure::decompressionFailed},
+       [](Entry& entry) { entry.trailingBytes = "tail"; }, Failure::decompressionFailed},
       {"trailing bytes that fill whole blocks", "OEBPS/chapter1.xhtml",
-       [](Entry& entry) { entry.trailingBytes = std::string(256, 't'); }, 64,
+       [](Entry& entry) { entry.trailingBytes = std::string(256, 't'); },
        Failure::decompressionFailed},
       {"a stream that runs short", "OEBPS/chapter1.xhtml",
        [](Entry& entry) {
          const std::string stream = ZipArchiveBuilder::deflate(entry.content);
          entry.compressedData = stream.substr(0, stream.size() / 2);
        },
-       kStandard, Failure::decompressionFailed},
+       Failure::decompressionFailed},
       {"a corrupt stream", "OEBPS/chapter1.xhtml",
-       [](Entry& entry) { entry.compressedData = std::string(50, '\xFF'); }, kStandard,
+       [](Entry& entry) { entry.compressedData = std::string(50, '\xFF'); },
        Failure::decompressionFailed},
       {"a deflated entry without compressed bytes", "OEBPS/chapter1.xhtml",
        [](Entry& entry) {
          entry.content = "";
          entry.compressedData = "";
        },
-       kStandard, Failure::decompressionFailed},
+       Failure::decompressionFailed},
   };
   for (const auto& testCase : cases) {
-    for (const Way way : {Way::extractor, Way::singlePass}) {
-      SCOPED_TRACE(std::string(testCase.name) + (way == Way::singlePass ? ", single pass" : ""));
-      EpubBuilder book;
-      testCase.change(book.archive().entryNamed(testCase.entry));
-      EXPECT_EQ(failureOf(book, testCase.bufferSize, way), testCase.failure);
-      expectNothingLeftBehind();
+    for (const std::int64_t bufferSize : {kStandard, std::int64_t{64}}) {
+      for (const Way way : {Way::extractor, Way::singlePass}) {
+        SCOPED_TRACE(std::string(testCase.name) + (way == Way::singlePass ? ", single pass" : "") +
+                     (bufferSize == kStandard ? ", one piece" : ", small pieces"));
+        EpubBuilder book;
+        testCase.change(book.archive().entryNamed(testCase.entry));
+        EXPECT_EQ(failureOf(book, bufferSize, way), testCase.failure);
+        expectNothingLeftBehind();
+      }
     }
   }
 }
@@ -388,8 +398,8 @@ TEST_F(EPUBArchiveExtractorTest, CancellationLeavesNoDestinationNorStagingDirect
   expectNothingLeftBehind();
 }
 
-// The disk fills, fails or refuses at each step: the failure names the step, and neither the
-// destination nor a staging directory is left behind.
+// The disk fills, fails or refuses at each step, both ways in: the failure names the step, and
+// neither the destination nor a staging directory is left behind.
 TEST_F(EPUBArchiveExtractorTest, ADiskFaultAtAnyStepCommitsNothing) {
   using Durability = EPUBArchiveExtractor::Durability;
   const struct {
@@ -419,17 +429,24 @@ TEST_F(EPUBArchiveExtractorTest, ADiskFaultAtAnyStepCommitsNothing) {
   const fs::path path = write(book);
   const EPUBArchiveInspection inspection = inspect(path);
   for (const auto& testCase : cases) {
-    SCOPED_TRACE(testCase.name);
-    FaultInjectingFileSystem fileSystem({testCase.fault});
-    try {
-      EPUBArchiveExtractor(64, ArchiveFileOpening::fileSystem(), testCase.durability)
-          .extract(path, inspection, destination_);
-      ADD_FAILURE() << "the extraction was committed";
-    } catch (const EPUBArchiveExtractionFailureError& error) {
-      EXPECT_EQ(error.failure(), testCase.failure);
+    for (const Way way : {Way::extractor, Way::singlePass}) {
+      SCOPED_TRACE(std::string(testCase.name) + (way == Way::singlePass ? ", single pass" : ""));
+      FaultInjectingFileSystem fileSystem({testCase.fault});
+      const EPUBArchiveExtractor extractor(64, ArchiveFileOpening::fileSystem(),
+                                           testCase.durability);
+      try {
+        if (way == Way::singlePass) {
+          EPUBArchiveSinglePass(EPUBArchiveInspector(), extractor).extract(path, destination_);
+        } else {
+          extractor.extract(path, inspection, destination_);
+        }
+        ADD_FAILURE() << "the extraction was committed";
+      } catch (const EPUBArchiveExtractionFailureError& error) {
+        EXPECT_EQ(error.failure(), testCase.failure);
+      }
+      EXPECT_GE(fileSystem.injectedFailures(), 1);
+      expectNothingLeftBehind();
     }
-    EXPECT_GE(fileSystem.injectedFailures(), 1);
-    expectNothingLeftBehind();
   }
 }
 
