@@ -11,14 +11,20 @@
 // syncfs before the commit move), the same with an fsync of every file, and
 // in two reads as a plain hash followed by a prepare. bsdtar runs twice: as it
 // is, and followed by `sync -f` of what it wrote, which gives its files the
-// durability that prepare guarantees before its commit.
+// durability that prepare guarantees before its commit. A third bsdtar run
+// writes into a directory whose folders ext4 places as the prepare's staging
+// directory has its folders placed (each the top of a tree, FS_TOPDIR_FL), so
+// that the comparison shows what that placement alone is worth.
 //
 //   bench_intake_prepare [ROUNDS]                 the whole comparison
 //   bench_intake_prepare --generate BOOK          writes the book (used by the above)
 //   bench_intake_prepare --prepare BOOK DIR MODE  one cold prepare; MODE is once, each or
 //                                                 two-reads
 
+#include <fcntl.h>
+#include <linux/fs.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -109,6 +115,19 @@ ChildRun runChild(const std::vector<std::string>& arguments) {
   return run;
 }
 
+// Marks `directory` as the extraction's staging directory is marked; false
+// where the file system refuses.
+bool placeChildrenAsTreeTops(const fs::path& directory) {
+  const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  int flags = 0;
+  bool placed = ::ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0;
+  flags |= FS_TOPDIR_FL;
+  placed = placed && ::ioctl(descriptor, FS_IOC_SETFLAGS, &flags) == 0;
+  ::close(descriptor);
+  return placed;
+}
+
 double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   return values[values.size() / 2];
@@ -139,7 +158,8 @@ int main(int argc, char** argv) {
             << " images\n";
 
   std::vector<double> prepareTimes, prepareInner, eachFileInner, twoReadsInner, tarTimes,
-      durableTarTimes;
+      durableTarTimes, placedTarTimes;
+  bool placementRefused = false;
   long preparePeak = 0, tarPeak = 0;
   // Every run writes into a directory of its own and nothing is deleted
   // until the end: ext4 scans for recently deleted inodes when it creates
@@ -147,7 +167,7 @@ int main(int argc, char** argv) {
   auto runDirectory = [&work, index = 0](const char* name) mutable {
     return work / (std::string(name) + std::to_string(index++));
   };
-  // The five runs of a round, started in another order each round, so that no run always
+  // The six runs of a round, started in another order each round, so that no run always
   // follows the same one (whose dirty pages or deletions the file system may charge to it).
   const std::vector<std::function<void()>> runs = {
       [&] {
@@ -184,6 +204,14 @@ int main(int argc, char** argv) {
                       durableTarget.string()});
         durableTarTimes.push_back(durableTar.milliseconds);
       },
+      [&] {
+        const fs::path placedTarget = runDirectory("tar");
+        fs::create_directories(placedTarget);
+        placementRefused = !placeChildrenAsTreeTops(placedTarget) || placementRefused;
+        const ChildRun placedTar =
+            runChild({"bsdtar", "-x", "-f", book.string(), "-C", placedTarget.string()});
+        placedTarTimes.push_back(placedTar.milliseconds);
+      },
   };
   for (int round = 0; round < rounds; ++round) {
     for (std::size_t index = 0; index < runs.size(); ++index) {
@@ -205,9 +233,14 @@ int main(int argc, char** argv) {
   std::printf("bsdtar -x    (median of %d): %.1f ms\n", rounds, tarMedian);
   std::printf("bsdtar -x, then sync -f of its tree (median of %d): %.1f ms\n", rounds,
               durableTarMedian);
+  std::printf("bsdtar -x, its folders placed as the prepare's are%s (median of %d): %.1f ms\n",
+              placementRefused ? " (the file system refused the placement)" : "", rounds,
+              median(placedTarTimes));
   std::printf("ratio cold prepare / bsdtar -x: %.2f\n", prepareMedian / tarMedian);
   std::printf("ratio cold prepare / bsdtar -x with the same durability: %.2f\n",
               prepareMedian / durableTarMedian);
+  std::printf("ratio cold prepare / bsdtar -x with the same placement: %.2f\n",
+              prepareMedian / median(placedTarTimes));
   std::printf("peak RSS: prepare process %ld KiB, bsdtar %ld KiB\n", preparePeak, tarPeak);
   fs::remove_all(work);
   return 0;

@@ -1,6 +1,9 @@
 #include "intake/ExtractionStaging.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <set>
 
@@ -32,6 +35,25 @@ void synchronizeFileSystemOf(const fs::path& staging) {
   }
 }
 
+// Asks the file system to place each directory made inside `directory` as the
+// top of a tree of its own: ext4 then puts a book's folders, and the files in
+// them, in a lightly used block group rather than in the group of the caches.
+// There, many inodes freed in the last minutes (an evicted book, the last
+// extraction's staging) make ext4 without a journal read the deletion time of
+// each of them before it reuses one, on every file it creates; a book of
+// thousands of files paid for that scan thousands of times. Only a hint: a file
+// system without the flag refuses it, and nothing depends on it.
+void placeChildrenAsTreeTops(const fs::path& directory) {
+  const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
+  if (descriptor < 0) return;
+  int flags = 0;
+  if (::ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_TOPDIR_FL) == 0) {
+    flags |= FS_TOPDIR_FL;
+    ::ioctl(descriptor, FS_IOC_SETFLAGS, &flags);
+  }
+  ::close(descriptor);
+}
+
 }  // namespace
 
 ExtractionStaging::ExtractionStaging(const fs::path& destination)
@@ -47,6 +69,7 @@ ExtractionStaging::ExtractionStaging(const fs::path& destination)
     staging_.clear();
     fail(ExtractionFailure::cannotCreateOutput);
   }
+  placeChildrenAsTreeTops(staging_);
   stagingPrefix_ = staging_.native() + "/";
 }
 
