@@ -237,9 +237,10 @@ SinglePassExtraction EPUBArchiveSinglePass::extract(const fs::path& archivePath,
       fail(EPUBArchiveExtractionFailure::unreadableArchive);
     }
     const std::span<const std::uint8_t> bytes(block->data(), wanted);
-    hash.update(bytes);
     checkUnchanged(central, bytes, position);
+    // The writers have the block before it is hashed, so they work while this thread hashes.
     walker.consume(block, wanted, position);
+    hash.update(bytes);
     position += wanted;
     if (observer.streamed) observer.streamed(position, central.fileSize);
   }
