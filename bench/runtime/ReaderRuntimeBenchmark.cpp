@@ -272,6 +272,12 @@ int main() {
   const std::filesystem::path directory = pattern;
 
   auto host = ReaderWebViewHost::create();
+  // With TOMEKEEPER_BENCH_PAGE_CONSOLE set, the page's console messages (timing marks of a
+  // profiling build of the runtime, say) are written to standard output.
+  if (g_getenv("TOMEKEEPER_BENCH_PAGE_CONSOLE") != nullptr) {
+    webkit_settings_set_enable_write_console_messages_to_stdout(
+        webkit_web_view_get_settings(host->webView()), TRUE);
+  }
   GtkWidget* window = gtk_window_new();
   gtk_window_set_default_size(GTK_WINDOW(window), 900, 700);
   gtk_window_set_child(GTK_WINDOW(window), GTK_WIDGET(host->webView()));

@@ -7,6 +7,7 @@ import { SectionDocuments, textRoot } from './publication/SectionDocuments';
 import { Reader } from './reader/Reader';
 import { makeMethodHandlers, type ReaderOperations } from './reader/ReaderOperations';
 import { makeHighlightAndSearchHandlers, type AnnotationOperations, type SearchOperations } from './reader/HighlightAndSearchHandlers';
+import { loadSectionBatch } from './search/SectionBatchReading';
 import { SearchRunner, type SearchSource } from './search/SearchRunner';
 import { SelectionTracker } from './selection/SelectionTracker';
 
@@ -44,6 +45,13 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
   let search: SearchRunner | undefined;
   const reader: Reader = new Reader({
     loadText,
+    loadSectionBatch,
+    // The weighing after an open prepares each section as a search does, and keeps it for the
+    // search: the book is read and prepared once for both.
+    sectionLength: async (spineIndex) => {
+      if (search === undefined) throw new Error('the search is not made yet');
+      return (await search.preparedSection(spineIndex)).text.length;
+    },
     loadBinary,
     loadBlob,
     viewport,
@@ -123,6 +131,10 @@ function makeRuntime(viewport: HTMLElement, stage: HTMLElement): Runtime {
       const item = reader.packageDocument?.spine[spineIndex];
       if (item === undefined) throw new Error(`no spine item ${spineIndex}`);
       return { text: await reader.loadSectionText(item.url), mediaType: item.mediaType };
+    },
+    prefetch: (spineIndices) => {
+      const spine = reader.packageDocument?.spine ?? [];
+      reader.prefetchSectionTexts(spineIndices.flatMap((spineIndex) => spine[spineIndex] ?? []));
     },
     isLive: (spineIndex) => liveDocument(reader, spineIndex) !== undefined,
     totalProgression: (spineIndex, progression) => reader.totalProgression(spineIndex, progression),

@@ -201,5 +201,63 @@ TEST_F(PublicationSchemeDisplayTest, ABooksAudioPlaysAndSeeks) {
       << last.dump();
 }
 
+// The batch route as the runtime page reads it: the sections asked for, in one response that
+// carries the content policy; a batch naming anything but the spine's documents is refused whole.
+TEST_F(PublicationSchemeDisplayTest, ABatchOfSectionsComesInOneResponseAndOnlyForTheSpine) {
+  ::tomekeeper::testing::PackageDescription package;
+  package.withChapters(2);
+  package.manifest.emplace_back("photo", "images/photo.png", "image/png");
+  ::tomekeeper::testing::EpubBuilder book;
+  const auto chapter = [](const std::string& words) {
+    return "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><title>T</title></head><body><p>" +
+           words + "</p></body></html>";
+  };
+  book.withPackageDocument(package)
+      .replaceFile("OEBPS/chapter1.xhtml", chapter("The first words"))
+      .addFile("OEBPS/chapter2.xhtml", chapter("The second words"))
+      .addFile("OEBPS/images/photo.png", portableNetworkGraphic());
+  const std::string base = registerBook(book);
+  std::filesystem::create_directories(directory_ / "Runtime");
+  std::ofstream(directory_ / "Runtime/host.html") << "<!DOCTYPE html><title>host</title>";
+  handler_->setRuntimeProvider(PublicationResourceProvider(directory_ / "Runtime"));
+  load("tomekeeper://publication/runtime/host.html");
+
+  const auto read = [&](const std::string& query) {
+    return evaluate(
+        "return await new Promise((resolve) => {"
+        "  const request = new XMLHttpRequest();"
+        "  request.open('GET', " +
+        nlohmann::json(base + "?" + query).dump() +
+        ");"
+        "  request.onload = () => resolve({status: request.status,"
+        "    policy: request.getResponseHeader('Content-Security-Policy'),"
+        "    body: request.responseText});"
+        "  request.onerror = () => resolve({status: -1});"
+        "  request.send(); });");
+  };
+  const std::string second = "section=" + std::string("OEBPS%2Fchapter2.xhtml");
+  const std::string first = "section=" + std::string("OEBPS%2Fchapter1.xhtml");
+  const struct {
+    const char* behaviour;
+    std::string query;
+    int status;
+  } cases[] = {
+      {"ServesTheSectionsAsked", second + "&" + first, 200},
+      {"RefusesAnImageOfTheManifest", first + "&section=OEBPS%2Fimages%2Fphoto.png", 403},
+      {"RefusesTheContainerDocument", "section=META-INF%2Fcontainer.xml", 403},
+  };
+  for (const auto& testCase : cases) {
+    SCOPED_TRACE(testCase.behaviour);
+    const nlohmann::json answer = read(testCase.query);
+    ASSERT_EQ(answer.value("status", 0), testCase.status);
+    EXPECT_EQ(answer.value("policy", ""), std::string(kPublicationContentSecurityPolicy));
+    if (testCase.status != 200) continue;
+    const nlohmann::json texts = nlohmann::json::parse(answer.value("body", "null"));
+    ASSERT_EQ(texts.size(), 2U);
+    EXPECT_EQ(texts[0].get<std::string>(), chapter("The second words"));
+    EXPECT_EQ(texts[1].get<std::string>(), chapter("The first words"));
+  }
+}
+
 }  // namespace
 }  // namespace tomekeeper

@@ -29,7 +29,7 @@ import { SectionWeights } from '../locator/Progression';
 import { containerRootURL, resolveURL, resourceKey, splitFragment } from '../publication/hrefs';
 import type { PackageDocument, PageProgression, SpineItem } from '../publication/PackageDocument';
 import type { ObfuscatedFonts } from '../publication/ObfuscatedFonts';
-import { TextCache, type BinaryLoader, type BlobLoader, type TextLoader } from '../publication/ResourceLoader';
+import type { BinaryLoader, BlobLoader, TextLoader } from '../publication/ResourceLoader';
 import { readTableOfContents } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
 import { BookmarkVisibility } from './BookmarkVisibility';
@@ -37,7 +37,8 @@ import { computedBodyMaxInlineSize, computedColors, computedTypography } from '.
 import { isLocatorOnScreen, locatorOnScreen, placeFragment, placeLocator, readerPosition, sectionOfLocator, sectionToShow, type BookPlaces, type SectionPlace } from './LocatorPlacement';
 import { loadPublication, openResult, prepareSectionDocument } from './PublicationLoading';
 import { SectionClickHandler } from './SectionClicks';
-import { weighSections } from './SectionWeighing';
+import { documentTextLength, weighSections } from './SectionWeighing';
+import { SectionTexts, type SectionBatchLoader } from '../search/SectionBatchReading';
 
 interface OpenState {
   descriptor: PublicationDescriptor;
@@ -49,6 +50,10 @@ interface OpenState {
 
 export interface ReaderEnvironment {
   loadText: TextLoader;
+  // Reads many sections in one request; without it each is read alone.
+  loadSectionBatch?: SectionBatchLoader;
+  // A section's text length for the weighing after an open; without it its document is parsed.
+  sectionLength?(spineIndex: number): Promise<number>;
   // Reads the book's obfuscated fonts; without it they are left as the book's CSS loads them.
   loadBinary?: BinaryLoader;
   // Reads the audio and video of a section for its media elements; without it they stay
@@ -76,7 +81,7 @@ export interface ReaderEnvironment {
 export class Reader implements ReaderOperations {
   private readonly environment: ReaderEnvironment;
   // The sections' source texts, read once for the weighing at open and the searches that follow.
-  private readonly sectionTexts: TextCache;
+  private readonly sectionTexts: SectionTexts;
   private state: OpenState | undefined;
   private settings: PresentationSettings = { ...defaultPresentation };
   private revision = 0;
@@ -101,7 +106,7 @@ export class Reader implements ReaderOperations {
 
   constructor(environment: ReaderEnvironment) {
     this.environment = environment;
-    this.sectionTexts = new TextCache(environment.loadText);
+    this.sectionTexts = new SectionTexts(environment.loadText, environment.loadSectionBatch);
     this.bookmarks = new BookmarkVisibility(
       (locator) => this.isBookmarkOnScreen(locator),
       (visible) => this.environment.emitBookmarkVisibilityChanged?.(visible),
@@ -128,6 +133,11 @@ export class Reader implements ReaderOperations {
   // The source text of a section of the open book, read over the scheme at most once while it
   // stays in the cache.
   readonly loadSectionText: TextLoader = (url) => this.sectionTexts.load(url);
+
+  // Starts reading the texts of these sections of the open book together into the cache.
+  prefetchSectionTexts(items: readonly { url: string }[]): void {
+    if (this.state !== undefined) this.sectionTexts.prefetch(containerRootURL(this.state.descriptor.packageURL), items.map((item) => item.url));
+  }
 
   private opened(): OpenState {
     if (this.state === undefined) throw new BridgeRequestError('publication-not-open', 'no publication is open');
@@ -156,7 +166,8 @@ export class Reader implements ReaderOperations {
     this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined, fonts };
     applyPageChrome(this.environment.viewport, this.settings, this.viewportMeasures());
     const opened = this.state;
-    void weighSections(packageDocument.spine, opened.weights, this.loadSectionText, () => this.state === opened);
+    const length = (item: SpineItem): Promise<number> => this.environment.sectionLength?.(item.index) ?? documentTextLength(this.loadSectionText, item.url);
+    void weighSections(packageDocument.spine, opened.weights, { length, prefetch: (items) => this.prefetchSectionTexts(items) }, () => this.state === opened);
     const first = this.linearIndices()[0] ?? 0;
     const declared = packageDocument.pageProgressionDirection;
     this.progression = declared === 'default' ? undefined : declared;

@@ -4,18 +4,71 @@
 import type { SectionWeights } from '../locator/Progression';
 import type { SpineItem } from '../publication/PackageDocument';
 import type { TextLoader } from '../publication/ResourceLoader';
+import { makeTaskYield } from '../search/TaskYield';
 
-// Reads every section's text to weigh it; stops once `isCurrent` says the book was closed. A
-// section that cannot be read keeps the estimated weight.
-export async function weighSections(spine: readonly SpineItem[], weights: SectionWeights, loadText: TextLoader, isCurrent: () => boolean): Promise<void> {
-  for (const item of spine) {
+// How the sections are weighed.
+export interface SectionMeasure {
+  // The length of the section's text.
+  length(item: SpineItem): Promise<number>;
+  // Starts reading these sections together, ahead of length(); a hint only.
+  prefetch?(items: readonly SpineItem[]): void;
+}
+
+export interface WeighingOptions {
+  // How many sections are asked for together, the next read while the last is weighed.
+  sectionsPerRead?: number;
+  // The weighing gives the page a turn once it has worked this long since the page last had one.
+  workMillisecondsPerTurn?: number;
+  yieldToPage?: () => Promise<void>;
+  now?: () => number;
+}
+
+// The length of the text of the section's document parsed as XML: its body's, or its root's.
+export async function documentTextLength(loadText: TextLoader, url: string): Promise<number> {
+  const text = await loadText(url);
+  const parsed = new DOMParser().parseFromString(text, 'application/xhtml+xml');
+  return (parsed.body ?? parsed.documentElement)?.textContent?.length ?? text.length;
+}
+
+// Weighs every section in spine order; stops once `isCurrent` says the book was closed. A section
+// that cannot be weighed keeps the estimated weight.
+export async function weighSections(
+  spine: readonly SpineItem[],
+  weights: SectionWeights,
+  measure: SectionMeasure,
+  isCurrent: () => boolean,
+  options: WeighingOptions = {},
+): Promise<void> {
+  const sectionsPerRead = Math.max(1, options.sectionsPerRead ?? 64);
+  const workMillisecondsPerTurn = options.workMillisecondsPerTurn ?? 8;
+  const yieldToPage = options.yieldToPage ?? makeTaskYield();
+  const now = options.now ?? (() => Date.now());
+  let prefetched = 0;
+  let lastTurn = now();
+  // Lengths are handed over at each turn rather than one by one: every change makes the weights
+  // sum the book again, which a search running meanwhile would pay for at each of its sections.
+  const measured: [number, number][] = [];
+  const handOver = (): void => {
+    for (const [index, length] of measured) weights.setLength(index, length);
+    measured.length = 0;
+  };
+  for (let position = 0; position < spine.length; position += 1) {
     if (!isCurrent()) return;
+    while (prefetched < spine.length && prefetched <= position + sectionsPerRead) {
+      measure.prefetch?.(spine.slice(prefetched, prefetched + sectionsPerRead));
+      prefetched += sectionsPerRead;
+    }
+    const item = spine[position] as SpineItem;
     try {
-      const text = await loadText(item.url);
-      const parsed = new DOMParser().parseFromString(text, 'application/xhtml+xml');
-      weights.setLength(item.index, (parsed.body ?? parsed.documentElement)?.textContent?.length ?? text.length);
+      measured.push([item.index, await measure.length(item)]);
     } catch {
       // A section that can't be read keeps the estimated weight.
     }
+    if (now() - lastTurn >= workMillisecondsPerTurn) {
+      handOver();
+      await yieldToPage();
+      lastTurn = now();
+    }
   }
+  if (isCurrent()) handOver();
 }

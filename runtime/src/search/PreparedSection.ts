@@ -206,6 +206,11 @@ export class PreparedSections {
     return this.heldBytes;
   }
 
+  // Whether a section is kept, without counting as a use of it.
+  has(spineIndex: number): boolean {
+    return this.sections.has(spineIndex);
+  }
+
   get(spineIndex: number): PreparedSection | undefined {
     const section = this.sections.get(spineIndex);
     if (section !== undefined) {

@@ -12,6 +12,7 @@ import { excerptAround } from '../text/SectionText';
 import { findFoldedMatches, TextFolder } from '../text/TextFolding';
 import { prepareSectionFromMarkup } from './MarkupPreparation';
 import { cfiForSpan, prepareSection, PreparedSections, type PreparedSection } from './PreparedSection';
+import { makeTaskYield } from './TaskYield';
 
 export interface PublicationSearchResult {
   id: string;
@@ -37,6 +38,8 @@ export interface SearchSource {
   // without a document when it can be (see MarkupPreparation); load() serves the rest. A source
   // without it has every section read through load().
   markup?(spineIndex: number): Promise<{ text: string; mediaType: string }>;
+  // Starts reading the sources of these sections together, ahead of markup(); a hint only.
+  prefetch?(spineIndices: readonly number[]): void;
   totalProgression(spineIndex: number, sectionProgression: number): number;
   language(): string | undefined;
 }
@@ -52,6 +55,8 @@ export interface SearchOptions {
   // How many sections are fetched ahead of the one being searched. A fetch mostly waits on the
   // resource scheme, not on this page, so several in flight hide one another's latency.
   sectionsAhead?: number;
+  // How many sections' sources are asked for together (see SearchSource.prefetch).
+  sectionsPerRead?: number;
   // The search gives the page a turn once it has worked this long since the page last had one, so
   // that a page turn asked for meanwhile waits no longer than that; 0 gives one after every section.
   workMillisecondsPerTurn?: number;
@@ -106,32 +111,6 @@ interface RunningSearch {
   cancelled: boolean;
 }
 
-// Gives the page a turn: resolves in a task of its own, after the tasks already queued. A message
-// the window posts to itself is used: setTimeout is clamped to 4 ms once timers nest, which over a
-// search of a book of many short sections added up to a second of idle waiting, and a message
-// channel's messages took milliseconds each to arrive.
-function makeTaskYield(): () => Promise<void> {
-  if (typeof window === 'undefined' || typeof window.postMessage !== 'function') {
-    return () => new Promise((resolve) => setTimeout(resolve, 0));
-  }
-  const token = `tomekeeper-search-turn-${Math.random().toString(36).slice(2)}`;
-  const waiting: (() => void)[] = [];
-  let listening = false;
-  return () =>
-    new Promise<void>((resolve) => {
-      if (!listening) {
-        listening = true;
-        window.addEventListener('message', (event) => {
-          if (event.source !== window || event.data !== token) return;
-          event.stopImmediatePropagation();
-          waiting.shift()?.();
-        });
-      }
-      waiting.push(resolve);
-      window.postMessage(token, '*');
-    });
-}
-
 export class SearchRunner {
   private readonly source: SearchSource;
   private readonly emit: SearchResultsEmitter;
@@ -139,10 +118,14 @@ export class SearchRunner {
   private readonly batchIntervalMilliseconds: number;
   private readonly maximumResults: number;
   private readonly sectionsAhead: number;
+  private readonly sectionsPerRead: number;
   private readonly workMillisecondsPerTurn: number;
   private readonly yieldToPage: () => Promise<void>;
   private readonly now: () => number;
   private readonly prepared: PreparedSections;
+  // Sections being prepared from their source, shared by whoever asks meanwhile.
+  private readonly preparing = new Map<number, { epoch: number; language: string | undefined; load: PendingLoad }>();
+  private readonly folders = new Map<string | undefined, TextFolder>();
   private running: RunningSearch | undefined;
 
   constructor(source: SearchSource, emit: SearchResultsEmitter, options: SearchOptions = {}) {
@@ -152,6 +135,7 @@ export class SearchRunner {
     this.batchIntervalMilliseconds = options.batchIntervalMilliseconds ?? 150;
     this.maximumResults = options.maximumResults ?? 10000;
     this.sectionsAhead = Math.max(1, options.sectionsAhead ?? 8);
+    this.sectionsPerRead = Math.max(1, options.sectionsPerRead ?? 64);
     this.workMillisecondsPerTurn = options.workMillisecondsPerTurn ?? 8;
     this.yieldToPage = options.yieldToPage ?? makeTaskYield();
     this.now = options.now ?? (() => Date.now());
@@ -186,17 +170,51 @@ export class SearchRunner {
   // Lets go of the sections kept from earlier searches; for when another publication opens.
   forgetSections(): void {
     this.prepared.forget();
+    this.preparing.clear();
   }
 
-  // A section ready for searching: the one kept from an earlier search, or else loaded and
-  // prepared (and kept, unless it is live in a frame).
-  private prepare(spineIndex: number, folder: TextFolder, language: string | undefined): PendingLoad {
-    const live = this.source.isLive?.(spineIndex) ?? false;
+  // The section prepared from its source for the book's language, as a search would find it:
+  // kept from before, being prepared, or prepared now (and kept). What the weighing of the book
+  // reads, so that a section is read and prepared once for both.
+  async preparedSection(spineIndex: number): Promise<PreparedSection> {
+    const language = this.source.language();
+    const loaded = await this.prepare(spineIndex, this.folderFor(language), language, 'kept').result;
+    if (!loaded.ok) throw loaded.error;
+    return loaded.value;
+  }
+
+  // Starts reading the sources of sections[from, to) that are neither kept, being prepared nor
+  // live, as one hint to the source.
+  private prefetch(sections: readonly SearchSection[], from: number, to: number): void {
+    if (this.source.prefetch === undefined) return;
+    const wanted: number[] = [];
+    for (let position = from; position < Math.min(to, sections.length); position += 1) {
+      const spineIndex = (sections[position] as SearchSection).spineIndex;
+      if (!this.prepared.has(spineIndex) && !this.preparing.has(spineIndex) && this.source.isLive?.(spineIndex) !== true) wanted.push(spineIndex);
+    }
+    if (wanted.length > 0) this.source.prefetch(wanted);
+  }
+
+  private folderFor(language: string | undefined): TextFolder {
+    let folder = this.folders.get(language);
+    if (folder === undefined) {
+      folder = new TextFolder(language);
+      this.folders.set(language, folder);
+    }
+    return folder;
+  }
+
+  // A section ready for searching: the one kept from an earlier search or being prepared, or else
+  // loaded and prepared (and kept, unless it is live in a frame and `use` is 'live').
+  private prepare(spineIndex: number, folder: TextFolder, language: string | undefined, use: 'live' | 'kept' = 'live'): PendingLoad {
+    const live = use === 'live' && (this.source.isLive?.(spineIndex) ?? false);
+    const epoch = this.prepared.epoch;
     if (!live) {
       const kept = this.prepared.get(spineIndex);
       if (kept !== undefined && kept.language === language) return { settled: true, result: Promise.resolve({ ok: true, value: kept }) };
+      const underWay = this.preparing.get(spineIndex);
+      if (underWay !== undefined && underWay.epoch === epoch && underWay.language === language) return underWay.load;
     }
-    const epoch = this.prepared.epoch;
     const throughDocument = (): Promise<PreparedSection> =>
       this.source.load(spineIndex).then(({ index, root }) => prepareSection(index, root, folder, language));
     const markup = live ? undefined : this.source.markup?.(spineIndex);
@@ -204,12 +222,20 @@ export class SearchRunner {
       markup === undefined
         ? throughDocument()
         : markup.then(({ text, mediaType }) => prepareSectionFromMarkup(text, mediaType, folder, language) ?? throughDocument());
-    return startLoad(
+    const load = startLoad(
       preparing.then((section) => {
         if (!live) this.prepared.keep(spineIndex, section, epoch);
         return section;
       }),
     );
+    if (!live) {
+      const entry = { epoch, language, load };
+      this.preparing.set(spineIndex, entry);
+      void load.result.then(() => {
+        if (this.preparing.get(spineIndex) === entry) this.preparing.delete(spineIndex);
+      });
+    }
+    return load;
   }
 
   private send(search: RunningSearch, results: PublicationSearchResult[], isComplete: boolean): void {
@@ -222,7 +248,7 @@ export class SearchRunner {
     // The reply to startSearch goes first; the work begins on a later turn.
     await this.yieldToPage();
     const language = this.source.language();
-    const folder = new TextFolder(language);
+    const folder = this.folderFor(language);
     const foldedQuery = folder.foldQuery(query);
     if (foldedQuery.length === 0) {
       this.send(search, [], true);
@@ -236,7 +262,13 @@ export class SearchRunner {
     const loads: (PendingLoad | undefined)[] = [];
     let requested = 0;
     let lastTurn = this.now();
+    // Sources are asked for in reads of sectionsPerRead, the next one while the last is searched.
+    let prefetched = 0;
     for (let position = 0; position < sections.length && total < this.maximumResults; position += 1) {
+      while (prefetched < sections.length && prefetched <= position + this.sectionsAhead + this.sectionsPerRead) {
+        this.prefetch(sections, prefetched, prefetched + this.sectionsPerRead);
+        prefetched += this.sectionsPerRead;
+      }
       for (; requested < sections.length && requested <= position + this.sectionsAhead; requested += 1) {
         loads[requested] = this.prepare((sections[requested] as SearchSection).spineIndex, folder, language);
       }

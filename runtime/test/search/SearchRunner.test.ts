@@ -26,6 +26,7 @@ class FakeSource implements SearchSource {
   readonly documents = new Map<number, Document>();
   isLive?: (spineIndex: number) => boolean;
   markup?: (spineIndex: number) => Promise<{ text: string; mediaType: string }>;
+  prefetch?: (spineIndices: readonly number[]) => void;
 
   constructor(private readonly bodies: (string | Error)[], private readonly bookLanguage?: string) {}
 
@@ -306,5 +307,54 @@ describe('SearchRunner', () => {
     runner.forgetSections();
     await runner.start('S2', 'whale');
     expect(source.loads).toEqual([0, 1, 0, 1]);
+  });
+
+  it('PreparesEachSectionOnceForTheWeighingAndTheSearchThatRunTogether', async () => {
+    const bodies = ['<p>whale one</p>', '<p>two</p>', '<p>whale three</p>', '<p>four whale</p>', '<p>five</p>'];
+    const source = new FakeSource(bodies);
+    const markupRead: number[] = [];
+    const gate = deferred();
+    source.markup = async (spineIndex) => {
+      markupRead.push(spineIndex);
+      await gate.promise;
+      return { text: xhtmlText(bodies[spineIndex] as string), mediaType: 'application/xhtml+xml' };
+    };
+    const hints: number[][] = [];
+    source.prefetch = (spineIndices) => hints.push([...spineIndices]);
+    const { batches, emit } = recorder();
+    const runner = new SearchRunner(source, emit, { ...everySection, sectionsAhead: 2, sectionsPerRead: 2 });
+    const weighed = Promise.all(bodies.map((_body, spineIndex) => runner.preparedSection(spineIndex)));
+    const searched = runner.start('S', 'whale');
+    gate.resolve();
+    const [lengths] = await Promise.all([weighed.then((sections) => sections.map((section) => section.text.length)), searched]);
+    expect(lengths).toEqual(bodies.map((body) => body.length - '<p></p>'.length));
+    expect(markupRead).toEqual([0, 1, 2, 3, 4]);
+    expect(source.loads).toEqual([]);
+    // Every section was being prepared for the weighing before the search began: nothing to hint.
+    expect(hints).toEqual([]);
+    expect(batches.flatMap((batch) => batch.results.map((result) => result.id))).toEqual(['0:0-5', '2:0-5', '3:5-10']);
+  });
+
+  it('HintsTheSectionsItWillReadInReadsOfSectionsPerReadAheadOfTheSearch', async () => {
+    const bodies = ['<p>a</p>', '<p>b</p>', '<p>c</p>', '<p>d</p>', '<p>e</p>', '<p>f</p>', '<p>g</p>'];
+    const source = new FakeSource(bodies);
+    source.markup = (spineIndex) => Promise.resolve({ text: xhtmlText(bodies[spineIndex] as string), mediaType: 'application/xhtml+xml' });
+    source.isLive = (spineIndex) => spineIndex === 4;
+    const hints: number[][] = [];
+    const searched: number[] = [];
+    source.prefetch = (spineIndices) => hints.push([...spineIndices]);
+    const runner = new SearchRunner(source, recorder().emit, { ...everySection, sectionsAhead: 1, sectionsPerRead: 3 });
+    await runner.preparedSection(1);
+    const markup = source.markup;
+    source.markup = (spineIndex) => {
+      searched.push(spineIndex);
+      // The hint for a section comes before the section is read.
+      expect(hints.flat()).toContain(spineIndex);
+      return markup(spineIndex);
+    };
+    await runner.start('S', 'a');
+    // Section 1 is kept from before and 4 is live: neither is asked for.
+    expect(hints).toEqual([[0, 2], [3, 5], [6]]);
+    expect(searched).toEqual([0, 2, 3, 5, 6]);
   });
 });
