@@ -165,14 +165,15 @@ export class Reader implements ReaderOperations {
     this.environment.publicationOpening?.();
     this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined, fonts };
     applyPageChrome(this.environment.viewport, this.settings, this.viewportMeasures());
-    const opened = this.state;
-    const length = (item: SpineItem): Promise<number> => this.environment.sectionLength?.(item.index) ?? documentTextLength(this.loadSectionText, item.url);
-    void weighSections(packageDocument.spine, opened.weights, { length, prefetch: (items) => this.prefetchSectionTexts(items) }, () => this.state === opened);
     const first = this.linearIndices()[0] ?? 0;
     const declared = packageDocument.pageProgressionDirection;
     this.progression = declared === 'default' ? undefined : declared;
+    const opened = this.state;
     const firstView = await this.display(first, () => 0);
     this.progression ??= firstView.contentProgression();
+    // Weighed once the first page is shown, which it would otherwise compete with.
+    const length = (item: SpineItem): Promise<number> => this.environment.sectionLength?.(item.index) ?? documentTextLength(this.loadSectionText, item.url);
+    void weighSections(packageDocument.spine, opened.weights, { length, prefetch: (items) => this.prefetchSectionTexts(items) }, () => this.state === opened);
     return openResult(packageDocument, first, this.progression);
   }
 
