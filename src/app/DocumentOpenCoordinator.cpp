@@ -7,8 +7,11 @@
 #include <stop_token>
 #include <system_error>
 
+#include "async/MainContext.h"
+#include "async/OperationCancelled.h"
 #include "async/Sleep.h"
 #include "async/Spawn.h"
+#include "library/PackageMetadata.h"
 #include "opening/DocumentOpenErrorPresentation.h"
 #include "opening/OpeningFailures.h"
 #include "opening/PublicationFingerprintService.h"
@@ -84,7 +87,38 @@ class DelayedOpenProgress {
   std::shared_ptr<std::unique_ptr<ShownIndicator>> shown_;
 };
 
+// The names of a book as its package document gives them; none when it cannot be parsed (the
+// window is then named after its file). Any thread.
+std::optional<PublicationTitle> titleOfPackage(const std::string& path,
+                                               const std::string& document) {
+  try {
+    PackageMetadata metadata = parsePackageMetadata(document, path);
+    PublicationTitle title;
+    if (!metadata.title.empty()) title.title = std::move(metadata.title);
+    title.authors = std::move(metadata.authors);
+    return title;
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
 }  // namespace
+
+// One open on its way to a window: the progress shown elsewhere until the book has a window,
+// the window shown while the book is prepared, and the cancellation that closing it asks for.
+struct DocumentOpenCoordinator::OpeningBook {
+  std::filesystem::path sourceURL;
+  std::unique_ptr<DelayedOpenProgress> progress;
+  std::shared_ptr<ShellWindow> window;
+  // The names the package document gave, once the window shows.
+  std::optional<PublicationTitle> title;
+  std::stop_source cancellation;
+  // The preparation has ended: news of it that comes later is dropped.
+  bool prepared = false;
+  bool closedByUser = false;
+  // The open window was closed for this book's window, and comes back if the open fails.
+  bool replacedOpenDocumentWindow = false;
+};
 
 void logOpenFailure(const std::string& diagnostic) {
   const std::string message = "Open failed: " + diagnostic;
@@ -269,22 +303,81 @@ async::Task<void> DocumentOpenCoordinator::open(std::filesystem::path url,
   const std::shared_ptr<DocumentOpenCoordinator> keepAlive = shared_from_this();
   OpenOperationCount count(activeOpenOperations_);
 
-  DelayedOpenProgress progress(platform_, url.filename().string(), kOpenProgressDelay);
-  const OpenPublicationDecision decision =
-      co_await openPublication()->prepare(url, std::move(expectedFingerprint));
-  progress.end();
+  auto opening = std::make_shared<OpeningBook>();
+  opening->sourceURL = url;
+  opening->progress =
+      std::make_unique<DelayedOpenProgress>(platform_, url.filename().string(), kOpenProgressDelay);
+  openings_.push_back(opening);
+  std::exception_ptr failure;
+  try {
+    co_await prepareAndCreateWindow(std::move(url), recentDocumentUse,
+                                    std::move(expectedFingerprint), opening);
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  std::erase(openings_, opening);
+  if (!failure) co_return;
+  closeOpeningWindow(*opening);
+  if (opening->replacedOpenDocumentWindow && !isTerminating_) showOpenDocumentWindow();
+  // Whatever else went wrong, the user who closed the window has no more to hear of it.
+  if (opening->closedByUser) throw async::OperationCancelled();
+  std::rethrow_exception(failure);
+}
 
-  if (const auto* existing = std::get_if<ActivateExisting>(&decision)) {
+async::Task<void> DocumentOpenCoordinator::prepareAndCreateWindow(
+    std::filesystem::path url, RecentDocumentUse recentDocumentUse,
+    std::optional<std::string> expectedFingerprint, std::shared_ptr<OpeningBook> opening) {
+  // The observer runs on the thread that reads the book; the window is the main executor's.
+  PreparationObserver observer;
+  observer.packageDocumentRead = [weakSelf = weak_from_this(),
+                                  weakOpening = std::weak_ptr<OpeningBook>(opening)](
+                                     const std::string& path, const std::string& document) {
+    async::postToMain([weakSelf, weakOpening, title = titleOfPackage(path, document)] {
+      const auto self = weakSelf.lock();
+      const auto opening = weakOpening.lock();
+      if (self && opening) self->showOpeningWindow(*opening, title);
+    });
+  };
+  observer.progressed = [weakOpening = std::weak_ptr<OpeningBook>(opening)](double fraction) {
+    async::postToMain([weakOpening, fraction] {
+      const auto opening = weakOpening.lock();
+      if (opening && opening->window && !opening->prepared) {
+        opening->window->showOpenProgress(fraction);
+      }
+    });
+  };
+
+  // The preparation stops when the window is closed, or when whoever awaits this open stops.
+  const async::TaskContext parent = co_await async::currentContext();
+  const std::stop_callback forwardStop(parent.stopToken,
+                                       [opening] { opening->cancellation.request_stop(); });
+  std::optional<OpenPublicationDecision> decision;
+  std::exception_ptr failure;
+  try {
+    decision = co_await openPublication()
+                   ->prepare(url, std::move(expectedFingerprint), std::move(observer))
+                   .withContext(async::TaskContext{opening->cancellation.get_token(),
+                                                   parent.performanceTrace});
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  opening->prepared = true;
+  opening->progress->end();
+  if (failure) std::rethrow_exception(failure);
+
+  if (const auto* existing = std::get_if<ActivateExisting>(&*decision)) {
+    closeOpeningWindow(*opening);
     closeOpenDocumentWindow();
     registry()->activate(existing->fingerprint);
     logOpenEvent("Brought the window of " + existing->fingerprint + " forward");
     if (recentDocumentUse == RecentDocumentUse::remember) rememberRecentDocument(url);
     co_return;
   }
-  const CreateWindow& create = std::get<CreateWindow>(decision);
-  std::exception_ptr failure;
+  const CreateWindow& create = std::get<CreateWindow>(*decision);
   try {
-    co_await createWindow(create);
+    // Closed in the moment between the end of the preparation and this.
+    if (opening->closedByUser) throw async::OperationCancelled();
+    co_await createWindow(create, *opening);
   } catch (...) {
     failure = std::current_exception();
   }
@@ -295,7 +388,35 @@ async::Task<void> DocumentOpenCoordinator::open(std::filesystem::path url,
   if (recentDocumentUse == RecentDocumentUse::remember) rememberRecentDocument(url);
 }
 
-async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
+void DocumentOpenCoordinator::showOpeningWindow(OpeningBook& opening,
+                                                const std::optional<PublicationTitle>& title) {
+  if (opening.prepared || opening.window || opening.closedByUser || isTerminating_) return;
+  opening.title = title;
+  opening.progress->end();
+  const std::string name = windowTitle(title, opening.sourceURL);
+  opening.window = windowFactory_->makeOpeningWindow(
+      *this, OpeningWindowRequest{opening.sourceURL, name,
+                                  ReaderWindowFrame::place(platform_->storedReaderWindowFrame(),
+                                                           platform_->screens())});
+  opening.replacedOpenDocumentWindow = openDocumentWindow_ != nullptr;
+  closeOpenDocumentWindow();
+  opening.window->present();
+  logOpenEvent("Showed the window of " + opening.sourceURL.filename().string() +
+               " while it is prepared, titled " + name);
+}
+
+void DocumentOpenCoordinator::closeOpeningWindow(OpeningBook& opening) {
+  // Taken out first: the close that follows is no user's.
+  if (auto window = std::exchange(opening.window, nullptr)) window->close();
+}
+
+std::size_t DocumentOpenCoordinator::openingWindowCount() const {
+  return static_cast<std::size_t>(std::count_if(
+      openings_.begin(), openings_.end(), [](const auto& opening) { return opening->window; }));
+}
+
+async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision,
+                                                        OpeningBook& opening) {
   if (!environment_.runtimeRoot) throwFailure(DocumentOpenFailure::sourceUnavailable);
   const std::filesystem::path runtimeRoot = *environment_.runtimeRoot;
   const std::string fingerprint = decision.fingerprint;
@@ -313,7 +434,10 @@ async::Task<void> DocumentOpenCoordinator::createWindow(CreateWindow decision) {
         const auto strongSession = weakSession.lock();
         return strongSession && strongSession->handlePaginationKey(direction);
       };
+  request.openingWindow = std::exchange(opening.window, nullptr);
+  const bool tookOver = request.openingWindow != nullptr;
   std::shared_ptr<ShellWindow> window = windowFactory_->makeReaderWindow(*this, std::move(request));
+  if (tookOver) window->setTitle(windowTitle(opening.title, decision.sourceURL));
 
   openWindows_[fingerprint] = ReaderWindowEntry{window, session};
   updateActiveReaderWindowCount();
@@ -387,8 +511,15 @@ async::Task<void> DocumentOpenCoordinator::runRequestedOpen(
   } catch (...) {
     failure = std::current_exception();
   }
-  // An open that quitting cut short is no failure the user needs to hear about.
-  if (failure && !self->isTerminating_) self->present(failure);
+  // An open that quitting or its closed window cut short is no failure to hear about.
+  if (!failure || self->isTerminating_) co_return;
+  try {
+    std::rethrow_exception(failure);
+  } catch (const async::OperationCancelled&) {
+    co_return;
+  } catch (...) {
+  }
+  self->present(failure);
 }
 
 void DocumentOpenCoordinator::present(const std::exception_ptr& error) {
@@ -485,6 +616,16 @@ void DocumentOpenCoordinator::updateActiveReaderWindowCount() {
 }
 
 void DocumentOpenCoordinator::windowWillClose(ShellWindow& window) {
+  for (const auto& opening : openings_) {
+    if (!opening->window || opening->window.get() != &window) continue;
+    opening->closedByUser = true;
+    opening->cancellation.request_stop();
+    // Kept until the end: the window may be inside its own close().
+    const auto closing = std::exchange(opening->window, nullptr);
+    logOpenEvent("The window of " + opening->sourceURL.filename().string() +
+                 " closed while it was prepared; its open stops");
+    return;
+  }
   if (openDocumentWindow_ && openDocumentWindow_.get() == &window) {
     openDocumentWindow_.reset();
     return;

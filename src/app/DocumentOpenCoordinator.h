@@ -84,9 +84,13 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
   // or shows the open window.
   void start(const std::vector<std::filesystem::path>& urls);
 
-  // The open road, to an activated or a new window. Throws maintenanceInProgress while the cache
-  // is being cleared, and whatever the road or the session's open throws; a reservation that
-  // did not become a window is released.
+  // The open road, to an activated or a new window. A book read for the first time gets its
+  // window as soon as its package document is known, titled and showing the progress of the
+  // rest; that window becomes the book's reader window, or closes when the open fails or finds
+  // the book's window already open. Closing it cancels the open, which then throws
+  // async::OperationCancelled. Throws maintenanceInProgress while the cache is being cleared,
+  // and whatever the road or the session's open throws; a reservation that did not become a
+  // window is released.
   async::Task<void> open(std::filesystem::path url, RecentDocumentUse recentDocumentUse,
                          std::optional<std::string> expectedFingerprint);
 
@@ -139,6 +143,8 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
   sigc::signal<void()> activeReaderWindowCountChanged;
 
   const std::map<std::string, ReaderWindowEntry>& openWindows() const { return openWindows_; }
+  // Windows of books still being prepared.
+  std::size_t openingWindowCount() const;
   const std::shared_ptr<ShellWindow>& openDocumentWindow() const { return openDocumentWindow_; }
   bool isTerminating() const { return isTerminating_; }
   int activeOpenOperations() const { return activeOpenOperations_; }
@@ -159,7 +165,14 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
                           std::shared_ptr<ReaderWindowFactory> windowFactory,
                           std::shared_ptr<WindowSessionFactory> sessionFactory);
 
-  async::Task<void> createWindow(CreateWindow decision);
+  struct OpeningBook;
+  async::Task<void> prepareAndCreateWindow(std::filesystem::path url,
+                                           RecentDocumentUse recentDocumentUse,
+                                           std::optional<std::string> expectedFingerprint,
+                                           std::shared_ptr<OpeningBook> opening);
+  void showOpeningWindow(OpeningBook& opening, const std::optional<PublicationTitle>& title);
+  void closeOpeningWindow(OpeningBook& opening);
+  async::Task<void> createWindow(CreateWindow decision, OpeningBook& opening);
   void rememberRecentDocument(const std::filesystem::path& url);
   void closeOpenDocumentWindow();
   void updateActiveReaderWindowCount();
@@ -181,6 +194,7 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
 
   std::map<std::string, ReaderWindowEntry> openWindows_;
   std::shared_ptr<ShellWindow> openDocumentWindow_;
+  std::vector<std::shared_ptr<OpeningBook>> openings_;
   bool isTerminating_ = false;
   int activeOpenOperations_ = 0;
   bool isClearingReadingCache_ = false;

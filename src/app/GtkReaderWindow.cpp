@@ -43,23 +43,35 @@ void logReaderWindowEvent(const std::string& message) {
   g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
 }
 
+// The window a reader window lives in: the one shown while its book was prepared, taken over,
+// or a new one.
+GObjectHandle<GtkWindow> readerGtkWindow(GtkApplication* application,
+                                         const ReaderWindowRequest& request) {
+  if (const auto opening = std::dynamic_pointer_cast<GtkShellWindow>(request.openingWindow)) {
+    if (auto taken = opening->handOver()) return taken;
+  }
+  return GObjectHandle<GtkWindow>::retain(GTK_WINDOW(adw_application_window_new(application)));
+}
+
 // The reader window: header bar, web view, page label and error banner, the page keys and the
 // window actions of the Reading menu.
 class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommands {
  public:
   GtkReaderWindow(ShellWindowDelegate& delegate, GtkApplication* application,
                   GMenuModel* primaryMenu, ReaderWindowRequest request)
-      : GtkShellWindow(delegate, request.fingerprint,
-                       GTK_WINDOW(adw_application_window_new(application))) {
+      : GtkShellWindow(delegate, request.fingerprint, readerGtkWindow(application, request).get()) {
     const auto applicationSession =
         std::dynamic_pointer_cast<ApplicationWindowSession>(request.session);
     if (applicationSession) session_ = applicationSession->session();
     applicationSession_ = applicationSession;
     GtkWindow* gtkWindow = window();
-    gtk_window_set_title(gtkWindow, request.sourceURL.stem().c_str());
-    gtk_widget_set_size_request(GTK_WIDGET(gtkWindow), 680, 500);
-    gtk_window_set_default_size(gtkWindow, request.frame.width, request.frame.height);
-    if (request.frame.isMaximized) gtk_window_maximize(gtkWindow);
+    // A window taken over keeps its title and the size it has on the screen.
+    if (!request.openingWindow) {
+      gtk_window_set_title(gtkWindow, request.sourceURL.stem().c_str());
+      gtk_widget_set_size_request(GTK_WIDGET(gtkWindow), 680, 500);
+      gtk_window_set_default_size(gtkWindow, request.frame.width, request.frame.height);
+      if (request.frame.isMaximized) gtk_window_maximize(gtkWindow);
+    }
     installShortcutsWindow(gtkWindow);
 
     headerBar_ = adw_header_bar_new();

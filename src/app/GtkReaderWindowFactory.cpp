@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/GtkOpenDocumentWindow.h"
+#include "app/GtkOpeningWindow.h"
 #include "app/GtkReaderWindow.h"
 
 namespace tomekeeper {
@@ -29,6 +30,11 @@ std::shared_ptr<ShellWindow> GtkReaderWindowFactory::makeOpenDocumentWindow(
 std::shared_ptr<ShellWindow> GtkReaderWindowFactory::makeReaderWindow(ShellWindowDelegate& delegate,
                                                                       ReaderWindowRequest request) {
   return makeGtkReaderWindow(delegate, application_, primaryMenu_.get(), std::move(request));
+}
+
+std::shared_ptr<ShellWindow> GtkReaderWindowFactory::makeOpeningWindow(
+    ShellWindowDelegate& delegate, OpeningWindowRequest request) {
+  return makeGtkOpeningWindow(delegate, application_, primaryMenu_.get(), std::move(request));
 }
 
 }  // namespace tomekeeper

@@ -27,6 +27,8 @@ class GtkReaderWindowFactory final : public ReaderWindowFactory {
   // `request.session` must be an ApplicationWindowSession.
   std::shared_ptr<ShellWindow> makeReaderWindow(ShellWindowDelegate& delegate,
                                                 ReaderWindowRequest request) override;
+  std::shared_ptr<ShellWindow> makeOpeningWindow(ShellWindowDelegate& delegate,
+                                                 OpeningWindowRequest request) override;
 
  private:
   // Not owned: the application outlives its windows' factory.

@@ -39,6 +39,15 @@ void GtkShellWindow::close() {
   gtk_window_destroy(window_.get());
 }
 
+GObjectHandle<GtkWindow> GtkShellWindow::handOver() {
+  if (closed_) return {};
+  closed_ = true;
+  lifetime_.request_stop();
+  windowClosing();
+  g_signal_handlers_disconnect_by_data(window_.get(), this);
+  return GObjectHandle<GtkWindow>::retain(window_.get());
+}
+
 WindowFrame GtkShellWindow::frame() const {
   int width = 0;
   int height = 0;

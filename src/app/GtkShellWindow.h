@@ -32,6 +32,12 @@ class GtkShellWindow : public ShellWindow, public std::enable_shared_from_this<G
 
   GtkWindow* window() const { return window_.get(); }
 
+  // Gives the GtkWindow to a window that takes this one's place on the screen (the reader
+  // window of the book this window was made for while it was prepared): its tasks stop, its
+  // views let go, its delegate hears nothing, and this handle does nothing from then on. Empty
+  // when the window has closed.
+  GObjectHandle<GtkWindow> handOver();
+
  protected:
   // The window is going: views let go of what they observe. Its tasks are stopped already.
   virtual void windowClosing() {}

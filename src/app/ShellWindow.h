@@ -41,6 +41,9 @@ class ShellWindow {
   virtual void close() = 0;
   virtual WindowFrame frame() const = 0;
   virtual bool isVisible() const = 0;
+  // The share of its book prepared so far, from 0 to 1: a window made while its book is being
+  // prepared shows it; other windows ignore it.
+  virtual void showOpenProgress(double /*fraction*/) {}
 };
 
 }  // namespace tomekeeper

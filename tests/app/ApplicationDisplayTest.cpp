@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <random>
 #include <string>
 
 #include "ApplicationDisplaySupport.h"
@@ -32,8 +33,11 @@ class ApplicationDisplayTest : public ApplicationDisplayFixture {
         .writeTo(book);
   }
 
-  bool waitForBookWindow() const {
-    return waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 1; });
+  // The window takes the book's title as soon as its package document is read; the book is open
+  // once the log says so, for the `opens`-th time.
+  bool waitForBookWindow(std::size_t opens = 1) const {
+    return waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 1; }) &&
+           waitForLog("Opened the window of", opens);
   }
 
   std::filesystem::path book = home / "books" / "book.epub";
@@ -112,11 +116,44 @@ TEST_F(ApplicationDisplayTest, PageKeysTurnPagesAndTheRelaunchRestoresTheBookAtI
   ASSERT_EQ(visibleWindowsTitled(kWindowTitle), 0);
 
   ApplicationProcess relaunched(home, {}, logFile);
-  ASSERT_TRUE(waitForBookWindow()) << log();
+  ASSERT_TRUE(waitForBookWindow(2)) << log();
   EXPECT_EQ(visibleWindowsTitled("Tomekeeper"), 0);
   ASSERT_TRUE(typeInto(relaunched.pid(), {"Prior"}));
   // Back from the restored third chapter, not from the first.
   EXPECT_TRUE(waitForSavedPosition("chapter2.xhtml")) << savedPositions();
+}
+
+// A book read for the first time has its window, titled, while the rest of it is prepared: the
+// title shows before the first page. Its stored, incompressible images make the preparation take
+// long enough to look at.
+TEST_F(ApplicationDisplayTest, ShowsTheTitledWindowBeforeTheFirstPage) {
+  EpubBuilder builder;
+  builder.withPackageDocument({.identifier = "urn:uuid:3b9f6c0e-2d41-4a7b-9e85-6f1c2a7d4e93",
+                               .title = "Title",
+                               .creators = {"Author"},
+                               .manifest = {{"chapter", "chapter1.xhtml"}},
+                               .spine = {"chapter"}});
+  std::mt19937 generator(7);
+  for (int image = 0; image < 40; ++image) {
+    std::string bytes(1 << 20, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(generator());
+    builder.addFile("OEBPS/Images/image" + std::to_string(image) + ".jpg", std::move(bytes),
+                    ZipArchiveBuilder::kStored);
+  }
+  builder.writeTo(book);
+
+  ApplicationProcess application(home, {book.string()}, logFile);
+  ASSERT_TRUE(waitUntil([] { return visibleWindowsTitled(kWindowTitle) == 1; })) << log();
+  const std::string whenTitled = log();
+  // (The log has the title's dash in the locale's characters.)
+  EXPECT_NE(whenTitled.find("Opening window of book.epub is titled Title"), std::string::npos)
+      << whenTitled;
+  EXPECT_EQ(whenTitled.find("Opened the window of"), std::string::npos) << whenTitled;
+  ASSERT_TRUE(waitForLog("Opened the window of")) << log();
+  // The same window, now the reader's, with the progress it showed on the way.
+  EXPECT_EQ(visibleWindowsTitled(kWindowTitle), 1);
+  EXPECT_NE(log().find("Opening window of book.epub shows"), std::string::npos) << log();
+  EXPECT_EQ(log().find("Open failed"), std::string::npos) << log();
 }
 
 }  // namespace

@@ -45,6 +45,7 @@ class FakeWindow final : public ShellWindow, public std::enable_shared_from_this
   }
   WindowFrame frame() const override { return currentFrame; }
   bool isVisible() const override { return visible; }
+  void showOpenProgress(double fraction) override { progress.push_back(fraction); }
 
   // The user resized the window.
   void resize(WindowFrame frame) {
@@ -56,6 +57,9 @@ class FakeWindow final : public ShellWindow, public std::enable_shared_from_this
   int presentCount = 0;
   bool visible = false;
   bool closed = false;
+  // A reader window took this one's place on the screen.
+  bool takenOver = false;
+  std::vector<double> progress;
   WindowFrame currentFrame;
   std::function<void(std::filesystem::path)> open;
 
@@ -131,11 +135,25 @@ class FakeWindowFactory final : public ReaderWindowFactory {
     auto window = std::make_shared<FakeWindow>(delegate, request.fingerprint,
                                                request.sourceURL.stem().string());
     window->currentFrame = request.frame;
+    if (const auto opening = std::dynamic_pointer_cast<FakeWindow>(request.openingWindow)) {
+      // The same window on the screen from now on, under its new handle.
+      opening->takenOver = true;
+      window->visible = opening->visible;
+      opening->visible = false;
+    }
     readerWindows.push_back(window);
     requests.push_back(std::move(request));
     return window;
   }
+  std::shared_ptr<ShellWindow> makeOpeningWindow(ShellWindowDelegate& delegate,
+                                                 OpeningWindowRequest request) override {
+    auto window = std::make_shared<FakeWindow>(delegate, "", request.title);
+    window->currentFrame = request.frame;
+    openingWindows.push_back(window);
+    return window;
+  }
   std::vector<std::shared_ptr<FakeWindow>> openDocumentWindows;
+  std::vector<std::shared_ptr<FakeWindow>> openingWindows;
   std::vector<std::shared_ptr<FakeWindow>> readerWindows;
   std::vector<ReaderWindowRequest> requests;
 };
