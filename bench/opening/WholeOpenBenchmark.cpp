@@ -12,7 +12,10 @@
 // The book: 2 000 chapters in the spine and 400 incompressible images, about 100 MB.
 // Needs a display and a session bus:
 //   xvfb-run -a -s "-screen 0 1280x1024x24" dbus-run-session -- \
-//     build/<dir>/bench/opening/bench_whole_open [ROUNDS]
+//     build/<dir>/bench/opening/bench_whole_open [ROUNDS [LOG]]
+// With LOG, the application's log of the first round (GLib stamps each line with the time of
+// day) goes to that file, after a line with the time of day the application was started: where
+// the time of an open goes.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -24,9 +27,11 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 #include <sstream>
@@ -151,7 +156,23 @@ std::vector<ProcessMemory> memoryOf(pid_t root) {
 struct OpenRun {
   double milliseconds = 0;
   std::vector<ProcessMemory> memory;
+  // The application's log up to the first page, after the time of day it was started.
+  std::string log;
 };
+
+// The time of day as GLib stamps its log lines, to the millisecond.
+std::string timeOfDay() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char text[32];
+  const std::size_t length = std::strftime(text, sizeof text, "%H:%M:%S", &local);
+  const auto milliseconds =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(milliseconds));
+  return text;
+}
 
 // Starts the application on `book` with `home` as its data, cache and configuration, waits for
 // its window to show the first page, reads its memory, and ends it.
@@ -173,6 +194,7 @@ OpenRun openOnce(const fs::path& executable, const fs::path& schemas, const fs::
   }
   int pipeEnds[2];
   if (pipe2(pipeEnds, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+  const std::string startedAt = timeOfDay();
   const auto start = Clock::now();
   const pid_t application = spawn({executable.string(), book.string()}, environment, pipeEnds[1]);
   close(pipeEnds[1]);
@@ -190,6 +212,7 @@ OpenRun openOnce(const fs::path& executable, const fs::path& schemas, const fs::
     opened = log.find("Opened the window of") != std::string::npos;
   }
   run.milliseconds = millisecondsSince(start);
+  run.log = "started at " + startedAt + "\n" + log;
   if (opened) {
     // The log keeps flowing; a full pipe would stall the application.
     std::thread drain([descriptor = pipeEnds[0]] {
@@ -217,6 +240,8 @@ OpenRun openOnce(const fs::path& executable, const fs::path& schemas, const fs::
 
 int main(int argc, char** argv) {
   const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+  const std::optional<fs::path> logFile =
+      argc > 2 ? std::optional<fs::path>(argv[2]) : std::nullopt;
   const fs::path executable = TOMEKEEPER_BENCH_EXECUTABLE;
   const fs::path schemas = TOMEKEEPER_BENCH_SCHEMA_DIRECTORY;
 
@@ -239,6 +264,7 @@ int main(int argc, char** argv) {
       const OpenRun open =
           openOnce(executable, schemas, book, work / ("home" + std::to_string(round)));
       opens.push_back(open.milliseconds);
+      if (round == 0 && logFile) std::ofstream(*logFile) << open.log;
       std::map<std::string, ProcessMemory>& byCommand = memory.emplace_back();
       for (const ProcessMemory& process : open.memory) {
         ProcessMemory& sum = byCommand[process.command];
