@@ -15,8 +15,10 @@ export interface SectionMeasure {
 }
 
 export interface WeighingOptions {
-  // How many sections are asked for together, the next read while the last is weighed.
+  // How many sections are asked for together, and how many such reads run ahead of the section
+  // weighed: the native side reads several at once on its pool while this page prepares.
   sectionsPerRead?: number;
+  readsAhead?: number;
   // The weighing gives the page a turn once it has worked this long since the page last had one.
   workMillisecondsPerTurn?: number;
   yieldToPage?: () => Promise<void>;
@@ -40,6 +42,7 @@ export async function weighSections(
   options: WeighingOptions = {},
 ): Promise<void> {
   const sectionsPerRead = Math.max(1, options.sectionsPerRead ?? 64);
+  const readsAhead = Math.max(1, options.readsAhead ?? 3);
   const workMillisecondsPerTurn = options.workMillisecondsPerTurn ?? 8;
   const yieldToPage = options.yieldToPage ?? makeTaskYield();
   const now = options.now ?? (() => Date.now());
@@ -54,7 +57,7 @@ export async function weighSections(
   };
   for (let position = 0; position < spine.length; position += 1) {
     if (!isCurrent()) return;
-    while (prefetched < spine.length && prefetched <= position + sectionsPerRead) {
+    while (prefetched < spine.length && prefetched <= position + readsAhead * sectionsPerRead) {
       measure.prefetch?.(spine.slice(prefetched, prefetched + sectionsPerRead));
       prefetched += sectionsPerRead;
     }

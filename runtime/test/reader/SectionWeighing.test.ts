@@ -45,7 +45,7 @@ describe('SectionWeighing', () => {
       reads.push(asked.map((item) => item.index));
     };
     // The weighing's promise ending is the sentinel: nothing after section 4 was weighed.
-    await weighSections(items, new SectionWeights(items.length), { length, prefetch }, () => open, { sectionsPerRead: 2, yieldToPage: () => Promise.resolve() });
+    await weighSections(items, new SectionWeights(items.length), { length, prefetch }, () => open, { sectionsPerRead: 2, readsAhead: 1, yieldToPage: () => Promise.resolve() });
     expect(weighed).toEqual([0, 1, 2, 3, 4]);
     expect(reads).toEqual([[0, 1], [2, 3], [4, 5], [6]]);
   });
