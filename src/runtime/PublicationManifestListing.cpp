@@ -23,11 +23,12 @@ constexpr std::string_view kPackageMediaType = "application/oebps-package+xml";
 }
 
 // What the parse of one document gathers: the attribute `attributeName` of each element
-// `elementName` in `elementNamespace`, with the media-type and id attributes beside it.
+// `elementName` in `elementNamespace`, with the media-type, id and fallback attributes beside it.
 struct GatheredElement {
   std::string value;
   std::string mediaType;
   std::string id;
+  std::string fallback;
 };
 
 struct AttributeGathering {
@@ -42,14 +43,17 @@ void XMLCALL startElement(void* data, const XML_Char* name, const XML_Char** att
   std::optional<std::string> value;
   std::string mediaType;
   std::string id;
+  std::string fallback;
   for (const XML_Char** attribute = attributes; attribute[0] != nullptr; attribute += 2) {
     const std::string_view attributeName(attribute[0]);
     if (attributeName == gathering.attributeName) value = attribute[1];
     if (attributeName == "media-type") mediaType = attribute[1];
     if (attributeName == "id") id = attribute[1];
+    if (attributeName == "fallback") fallback = attribute[1];
   }
   if (value) {
-    gathering.values.push_back({std::move(*value), std::move(mediaType), std::move(id)});
+    gathering.values.push_back(
+        {std::move(*value), std::move(mediaType), std::move(id), std::move(fallback)});
   }
 }
 
@@ -156,7 +160,9 @@ std::optional<PublicationManifestListing> PublicationManifestListing::read(
   AttributeGathering items{qualified(kPackageNamespace, "item"), "href", {}};
   gather(packageText, items);
   std::map<std::string, std::filesystem::path> filesByID;
+  std::map<std::string, std::string> fallbacksByID;
   for (const GatheredElement& item : items.values) {
+    if (!item.id.empty() && !item.fallback.empty()) fallbacksByID.emplace(item.id, item.fallback);
     const std::optional<std::string> path =
         resolvedPublicationReference(encodedPackagePath, item.value);
     if (!path) continue;
@@ -171,9 +177,17 @@ std::optional<PublicationManifestListing> PublicationManifestListing::read(
   }
   AttributeGathering itemrefs{qualified(kPackageNamespace, "itemref"), "idref", {}};
   gather(packageText, itemrefs);
+  // An itemref's document and the documents of its fallback chain, any of which a reader may
+  // show in its place.
   for (const GatheredElement& itemref : itemrefs.values) {
-    const auto found = filesByID.find(itemref.value);
-    if (found != filesByID.end()) listing.spineFiles_.insert(found->second);
+    std::set<std::string> seen;
+    for (std::string id = itemref.value; seen.insert(id).second;) {
+      const auto found = filesByID.find(id);
+      if (found != filesByID.end()) listing.spineFiles_.insert(found->second);
+      const auto fallback = fallbacksByID.find(id);
+      if (fallback == fallbacksByID.end()) break;
+      id = fallback->second;
+    }
   }
   return listing;
 }

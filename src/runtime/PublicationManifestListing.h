@@ -33,7 +33,7 @@ class PublicationManifestListing {
   bool lists(const std::filesystem::path& file) const;
 
   // Whether `file`, a path as PublicationResource::fileURL gives it, is the document of an
-  // itemref of the spine (whatever its type).
+  // itemref of the spine or of its manifest fallback chain (whatever their types).
   bool isSpineItem(const std::filesystem::path& file) const;
 
   // The package document's path from the root, as the container names it.

@@ -245,16 +245,26 @@ TEST_F(PublicationSchemeHandlerTest, ServesSpineSectionsInOneBatchAndRefusesTheR
                       {"two", "text/two%20b.xhtml"},
                       {"big", "text/big.xhtml"},
                       {"aside", "text/aside.xhtml"},
+                      {"scroll", "text/scroll.dtb", "application/x-dtbook+xml"},
+                      {"scrollText", "text/scroll.xhtml"},
                       {"photo", "images/photo.png", "image/png"}};
-  package.spine = {"one", "two", "big"};
+  package.spine = {"one", "two", "big", "scroll"};
   testing::EpubBuilder book;
   book.withPackageDocument(package)
       .addFile("OEBPS/text/one.xhtml", section("One \xC3\xA9t\xC3\xA9"))
       .addFile("OEBPS/text/two b.xhtml", section("Two \xFF broken"))
       .addFile("OEBPS/text/big.xhtml", section(bigBody))
       .addFile("OEBPS/text/aside.xhtml", section("Aside"))
+      .addFile("OEBPS/text/scroll.dtb", "<dtbook/>")
+      .addFile("OEBPS/text/scroll.xhtml", section("Scroll"))
       .addFile("OEBPS/text/unlisted.xhtml", section("Unlisted"))
       .addFile("OEBPS/images/photo.png", "photo");
+  // The spine's dtbook item is shown through the XHTML of its fallback.
+  std::string packageText = package.text();
+  const std::string scrollItem = "id=\"scroll\"";
+  packageText.replace(packageText.find(scrollItem), scrollItem.size(),
+                      scrollItem + " fallback=\"scrollText\"");
+  book.replaceFile(testing::EpubBuilder::kPackageDocumentPath, packageText);
   book.writeTo(directory_ / "book.epub");
   const std::filesystem::path root =
       EPUBArchiveExtractor()
@@ -295,6 +305,10 @@ TEST_F(PublicationSchemeHandlerTest, ServesSpineSectionsInOneBatchAndRefusesTheR
        {"OEBPS/images/../text/one.xhtml"},
        200,
        {"OEBPS/text/one.xhtml"}},
+      {"ServesTheFallbackOfASpineItem",
+       {"OEBPS/text/scroll.xhtml"},
+       200,
+       {"OEBPS/text/scroll.xhtml"}},
       {"RefusesAManifestItemOutsideTheSpine",
        {"OEBPS/text/one.xhtml", "OEBPS/text/aside.xhtml"},
        403,
