@@ -4,7 +4,7 @@
 // any span of the text is written from these alone, the same as cfiForRange writes it from the
 // document, so a section searched once is searched again without reading, parsing or walking it.
 import type { CfiSpinePosition } from '../cfi/CfiDocument';
-import { writeCfi, type CfiOffset, type CfiPath, type CfiStep } from '../cfi/CfiSyntax';
+import { escapeCfiText, type CfiStep } from '../cfi/CfiSyntax';
 import { isRuntimeNode, isTextLike } from '../cfi/ignoredNodes';
 import type { TextIndex } from '../cfi/TextIndex';
 import { blockBoundaries } from '../text/SectionText';
@@ -142,48 +142,58 @@ function placeAt(section: PreparedSection, position: number, preferEarlier: bool
 
 const assertionLength = 10;
 
-function pathAt(section: PreparedSection, place: TextPlace, spine: CfiSpinePosition): CfiPath {
-  const steps = [...(section.parentSteps[place.node] as readonly CfiStep[]), { index: section.runSteps[place.node] as number }];
-  const offset: CfiOffset = { character: (section.runOffsets[place.node] as number) + place.offset };
+// The written form of each step of a shared list of parent steps, kept beside the list: every
+// result of a search writes two paths, and their steps are few and shared by the section's nodes.
+const writtenSteps = new WeakMap<readonly CfiStep[], readonly string[]>();
+
+function writeStep(step: CfiStep): string {
+  return step.id === undefined ? `/${step.index}` : `/${step.index}[${escapeCfiText(step.id)}]`;
+}
+
+function writtenStepsOf(steps: readonly CfiStep[]): readonly string[] {
+  let written = writtenSteps.get(steps);
+  if (written === undefined) {
+    written = steps.map(writeStep);
+    writtenSteps.set(steps, written);
+  }
+  return written;
+}
+
+// The character offset of a place with its text assertion, as writeCfi writes a path's offset.
+function writtenOffset(section: PreparedSection, place: TextPlace): string {
   const textPosition = (section.starts[place.node] as number) + place.offset;
   const before = section.text.slice(Math.max(0, textPosition - assertionLength), textPosition);
   const after = section.text.slice(textPosition, textPosition + assertionLength);
-  if (before.length > 0 || after.length > 0) {
-    offset.assertion = {};
-    if (before.length > 0) offset.assertion.before = before;
-    if (after.length > 0) offset.assertion.after = after;
-  }
-  return { segments: [[{ index: spine.spineCfiStep }, { index: spine.itemCfiStep, id: spine.idref }], steps], offset };
+  let offset = `:${(section.runOffsets[place.node] as number) + place.offset}`;
+  if (before.length > 0 || after.length > 0) offset += `[${escapeCfiText(before)}${after.length > 0 ? `,${escapeCfiText(after)}` : ''}]`;
+  return offset;
 }
 
 // The range CFI of text[start, end), as cfiForRange writes it for rangeForSpan of the same span;
-// undefined for a section without text nodes.
+// undefined for a section without text nodes. Written straight from the prepared steps, to the
+// same text that writeCfi gives for the parsed form of those paths.
 export function cfiForSpan(section: PreparedSection, start: number, end: number, spine: CfiSpinePosition): string | undefined {
   const from = placeAt(section, start, false);
   const to = placeAt(section, end, true);
   if (from === undefined || to === undefined) return undefined;
-  const startPath = pathAt(section, from, spine);
-  if (from.node === to.node && from.offset === to.offset) return writeCfi({ path: startPath });
-  const endPath = pathAt(section, to, spine);
-  const startSteps = startPath.segments[1] as CfiStep[];
-  const endSteps = endPath.segments[1] as CfiStep[];
-  // The common part holds element steps only and leaves each side at least its last step.
+  const spinePath = `${writeStep({ index: spine.spineCfiStep })}${writeStep({ index: spine.itemCfiStep, id: spine.idref })}!`;
+  const fromParents = section.parentSteps[from.node] as readonly CfiStep[];
+  const fromWritten = writtenStepsOf(fromParents);
+  const fromRun = `/${section.runSteps[from.node] as number}`;
+  if (from.node === to.node && from.offset === to.offset) return `epubcfi(${spinePath}${fromWritten.join('')}${fromRun}${writtenOffset(section, from)})`;
+  const toParents = section.parentSteps[to.node] as readonly CfiStep[];
+  const toWritten = writtenStepsOf(toParents);
+  const toRun = `/${section.runSteps[to.node] as number}`;
+  // The common part holds element steps only (a run's step is the last of each path) and leaves
+  // each side at least its last step.
   let common = 0;
-  while (
-    common < startSteps.length - 1 &&
-    common < endSteps.length - 1 &&
-    (startSteps[common] as CfiStep).index === (endSteps[common] as CfiStep).index &&
-    (startSteps[common] as CfiStep).index % 2 === 0
-  ) {
+  while (common < fromParents.length && common < toParents.length && (fromParents[common] as CfiStep).index === (toParents[common] as CfiStep).index && (fromParents[common] as CfiStep).index % 2 === 0) {
     common += 1;
   }
-  return writeCfi({
-    path: { segments: [startPath.segments[0] as CfiStep[], startSteps.slice(0, common)] },
-    range: {
-      start: { segments: [startSteps.slice(common)], offset: startPath.offset as CfiOffset },
-      end: { segments: [endSteps.slice(common)], offset: endPath.offset as CfiOffset },
-    },
-  });
+  const commonPath = fromWritten.slice(0, common).join('');
+  const startPath = fromWritten.slice(common).join('') + fromRun + writtenOffset(section, from);
+  const endPath = toWritten.slice(common).join('') + toRun + writtenOffset(section, to);
+  return `epubcfi(${spinePath}${commonPath},${startPath},${endPath})`;
 }
 
 // Prepared sections by spine index, within a budget of bytes, the least recently used going first.

@@ -55,6 +55,11 @@ describe('PreparedSection', () => {
     expectSameCfisForEverySpan(document);
   });
 
+  it('EscapesIdsAndAssertionsAsTheDocumentWould', () => {
+    const document = parseSectionDocument(xhtmlText('<p id="a[b],c">x,y;z=(w)^ [v]</p><div id="d^e"><p>(f)</p></div>'), 'application/xhtml+xml');
+    expect(expectSameCfisForEverySpan(document)).toBeGreaterThan(100);
+  });
+
   it('WritesTheCfiOfAnHtmlSectionAsTheDocumentWould', () => {
     const document = parseSectionDocument('<html><body><p>Loose <b>html</b> text<p>and more', 'text/html');
     expectSameCfisForEverySpan(document);
