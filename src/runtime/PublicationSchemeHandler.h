@@ -104,9 +104,11 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
   static Payload readPayload(const Target& target,
                              const std::optional<std::string>& rangeHeader = std::nullopt);
 
-  // What one batch may name, and what its documents may weigh together on disk.
+  // What one batch may name, and what its documents may weigh together on disk. The page parses
+  // a batch in one go on the thread that turns its pages, so a batch stays small enough to parse
+  // within a frame; a page asking for more is refused and asks for halves.
   static constexpr std::size_t kMaximumSectionBatchItems = 256;
-  static constexpr std::size_t kMaximumSectionBatchBytes = 8U * 1024U * 1024U;
+  static constexpr std::size_t kMaximumSectionBatchBytes = 1024U * 1024U;
 
   // Reads the documents of `publication` that `resourcePaths` name (route paths, percent-encoded),
   // each as readPayload serves it alone, into one response: status 200 with a JSON array of their
