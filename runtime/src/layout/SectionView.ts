@@ -373,9 +373,11 @@ export class SectionView {
     if (rect.width === 0 && rect.height === 0) return 'unplaced';
     const band = this.visibleBand(container);
     if (this.mode === 'scrolled' && !this.scrollsAcross) {
-      // A line belongs to the screen when its top is on it, as showPoint places a line: glyphs
-      // of the line above may reach below its top without that line being the first one read.
-      if (rect.top < band.start - 1) return 'before';
+      // A line belongs to the screen when it stands on it by more than half, as showPoint places a
+      // line at the top: glyphs of the line above may reach below its top without that line being
+      // the first one read. The middle, not the top: the characters of one line stand a few pixels
+      // apart (a raised letter, a larger word), and one line must fall on one side.
+      if ((rect.top + rect.bottom) / 2 < band.start) return 'before';
       if (rect.top >= band.end) return 'after';
       return 'visible';
     }
@@ -386,9 +388,10 @@ export class SectionView {
     }
     if (this.scrollsAcross) {
       // Lines of a scrolled section don't break at page edges: a line belongs to the page that
-      // holds its start (right) side, as pageOfRect counts it. The line that showPoint brought to
-      // the edge may end a fraction of a pixel past it once the scroll offset is rounded.
-      if (rect.right > band.end + 1) return 'before';
+      // holds its start (right) side, as pageOfRect counts it. Judged by the middle of each
+      // character: the glyphs of one vertical line differ in width (a bracket, a rotated Latin
+      // letter), and the line that showPoint brought to the edge must not lose its narrow ones.
+      if ((rect.left + rect.right) / 2 > band.end) return 'before';
       if (rect.right <= band.start) return 'after';
       return 'visible';
     }
