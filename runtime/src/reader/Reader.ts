@@ -84,6 +84,7 @@ export class Reader implements ReaderOperations {
   private readonly sectionTexts: SectionTexts;
   private state: OpenState | undefined;
   private settings: PresentationSettings = { ...defaultPresentation };
+  private requestedMode: ReadingMode = defaultPresentation.mode;
   private revision = 0;
   private current: SectionView | undefined;
   // The reader's anchor: the place they went to, or the first visible character when they last
@@ -164,6 +165,7 @@ export class Reader implements ReaderOperations {
     this.bookmarks.reset();
     this.environment.publicationOpening?.();
     this.state = { descriptor, packageDocument, weights: new SectionWeights(packageDocument.spine.length), tableOfContents: undefined, fonts };
+    this.settings = { ...this.settings, mode: this.effectiveMode() };
     applyPageChrome(this.environment.viewport, this.settings, this.viewportMeasures());
     const first = this.linearIndices()[0] ?? 0;
     const declared = packageDocument.pageProgressionDirection;
@@ -509,13 +511,14 @@ export class Reader implements ReaderOperations {
     return { configurationRevision: this.revision, ...computedColors(this.current?.document) };
   }
 
-  // Pre-paginated books have no scrolled form; they stay paginated whatever is asked.
-  private isFixedLayout(): boolean {
-    return this.state?.packageDocument.layout === 'pre-paginated';
+  // The mode asked for, but pre-paginated books have no scrolled form: they stay paginated.
+  private effectiveMode(): ReadingMode {
+    return this.state?.packageDocument.layout === 'pre-paginated' ? 'paginated' : this.requestedMode;
   }
 
   async configureReadingMode(mode: ReadingMode): Promise<ConfigureReadingModeResult> {
-    const effectiveMode: ReadingMode = this.isFixedLayout() ? 'paginated' : mode;
+    this.requestedMode = mode;
+    const effectiveMode = this.effectiveMode();
     this.settings = { ...this.settings, mode: effectiveMode };
     await this.relayout();
     this.revision += 1;
