@@ -172,16 +172,27 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
   }
 
   // Unpacks the book, then opens it as openExtracted does.
-  OpenPublicationResult openArchive(const std::filesystem::path& archive) {
-    return openExtracted(extractBook(archive, directory_ / "Extracted"));
+  // Whether a book is opened in a freshly loaded runtime page, as a new window opens it, or in the
+  // page that showed the last book.
+  enum class RuntimePage { load, keep };
+
+  OpenPublicationResult openArchive(const std::filesystem::path& archive,
+                                    RuntimePage page = RuntimePage::load) {
+    // Each book of a test unpacks to a folder of its own: a test may open several.
+    const std::string folder =
+        openedArchives_++ == 0 ? "Extracted" : "Extracted" + std::to_string(openedArchives_);
+    return openExtracted(extractBook(archive, directory_ / folder), page);
   }
 
   // Registers a book already unpacked at `root`, loads the runtime and opens the book through
   // the bridge, as the application opens a book again from its cache.
-  OpenPublicationResult openExtracted(const std::filesystem::path& root) {
+  OpenPublicationResult openExtracted(const std::filesystem::path& root,
+                                      RuntimePage page = RuntimePage::load) {
     const Uuid publicationID = Uuid::random();
     host_->registerPublication(publicationID, root);
-    async::runUntilDone(host_->prepareRuntime(TOMEKEEPER_RUNTIME_PAGE_DIRECTORY, 10s), 20s);
+    if (page == RuntimePage::load) {
+      async::runUntilDone(host_->prepareRuntime(TOMEKEEPER_RUNTIME_PAGE_DIRECTORY, 10s), 20s);
+    }
     const std::string base = "tomekeeper://publication/" + publicationID.string() + "/";
     const std::string packagePath = packageDocumentPath(root);
     const std::string packageDirectory = packagePath.find('/') == std::string::npos
@@ -194,10 +205,10 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
     return run(bridge().open(request));
   }
 
-  OpenPublicationResult openBook(const std::string& epub) {
+  OpenPublicationResult openBook(const std::string& epub, RuntimePage page = RuntimePage::load) {
     const std::filesystem::path archive = directory_ / "book.epub";
     std::ofstream(archive, std::ios::binary) << epub;
-    return openArchive(archive);
+    return openArchive(archive, page);
   }
 
   // The rootfile path of container.xml; a test book has one rootfile.
@@ -358,6 +369,7 @@ class ReaderRuntimeDisplayTest : public ::testing::Test {
   }
 
   testing::TemporaryDirectory directory_;
+  int openedArchives_ = 0;
   std::shared_ptr<ReaderWebViewHost> host_;
   GtkWidget* window_ = nullptr;
 };

@@ -367,6 +367,36 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, AVerticalBookScrollsSidewaysAndKeepsItsPl
   expectStillShown(further, "vertical, paginated again");
 }
 
+// A sentence with a smaller-set aside: in vertical text, where a line starts in the aside, the
+// characters of that line do not all end at one edge.
+std::string japaneseSentenceWithAside(int number) {
+  return "わたしは" + std::to_string(number) +
+         "番の本<span style=\"font-size: 70%\">（東民のエッセイ集『市長随筆』）</span>"
+         "によって教えられたと鎌田はいう。";
+}
+
+// At every screen of a book scrolled sideways, larger type and back leave the screen's place.
+TEST_F(ReaderRuntimeLayoutDisplayTest, EveryScreenOfASidewaysScrolledBookKeepsItsPlaceThroughRelayout) {
+  openBook(directionalBook("ja",
+                           "html, body { writing-mode: vertical-rl; }\nbody { line-height: 1.7; }\n",
+                           {japaneseSentenceWithAside}, 16));
+  run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
+  ConfigureTypographyRequest typography;
+  typography.fontScale = {ResolvedTypographyFontScale::Mode::value, 1.0};
+  int screens = 0;
+  for (bool atEnd = false; !atEnd && screens < 60; ++screens) {
+    const Locator here = run(bridge().currentLocator());
+    ASSERT_TRUE(here.cfi) << "screen " << screens;
+    for (const double scale : {1.21, 1.0}) {
+      typography.fontScale.value = scale;
+      run(bridge().configureTypography(typography));
+    }
+    EXPECT_EQ(run(bridge().currentLocator()).cfi, here.cfi) << "screen " << screens;
+    atEnd = run(bridge().next()).atEnd;
+  }
+  EXPECT_GT(screens, 4);
+}
+
 // ---- Fixed-layout books ----------------------------------------------------------------------
 
 std::string fixedLayoutPage(int number) {
@@ -430,6 +460,21 @@ TEST_F(ReaderRuntimeLayoutDisplayTest, AFixedLayoutPageIsScaledToFitTheView) {
       EXPECT_TRUE(position.atEnd);
     }
   }
+}
+
+// The page keeps the mode asked for: a fixed-layout book shows pages, and the next book opened in
+// the same page scrolls again without being asked twice.
+TEST_F(ReaderRuntimeLayoutDisplayTest, AFixedLayoutBookLeavesTheScrolledModeToTheNextBook) {
+  openBook(fixedLayoutBook());
+  EXPECT_EQ(run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}))
+                .effectiveMode,
+            ReadingMode::paginated);
+  openBook(leftToRightBook(), RuntimePage::keep);
+  EXPECT_EQ(evaluate(R"(
+    const frame = document.querySelector('iframe.section-frame:not(.preparing)');
+    return frame.offsetHeight > document.getElementById('reader-viewport').clientHeight;
+  )"),
+            true);
 }
 
 // ---- Manifest fallbacks ------------------------------------------------------------------------
