@@ -330,6 +330,11 @@ class Driver {
         ({ preparing: frame.classList.contains('preparing'), width: frame.offsetWidth, height: frame.offsetHeight,
            writing: frame.contentDocument && frame.contentDocument.body ? getComputedStyle(frame.contentDocument.body).writingMode : null,
            inner: frame.contentWindow ? frame.contentWindow.innerWidth : null,
+           innerScroll: frame.contentDocument && frame.contentDocument.scrollingElement
+             ? [frame.contentDocument.scrollingElement.scrollLeft, frame.contentDocument.scrollingElement.scrollTop] : null,
+           body: frame.contentDocument && frame.contentDocument.body
+             ? [frame.contentDocument.body.scrollWidth, frame.contentDocument.body.scrollHeight] : null,
+           root: frame.contentDocument ? frame.contentDocument.documentElement.style.cssText : null,
            url: frame.src.replace(/.*\//, '') }));
       return { top: viewport.scrollTop, left: viewport.scrollLeft, clientWidth: viewport.clientWidth,
                clientHeight: viewport.clientHeight, scrollHeight: viewport.scrollHeight, frames };
@@ -474,11 +479,16 @@ int main(int argc, char** argv) {
 
     const std::optional<Locator> saved = driver.told();
     const Locator shown = driver.run(driver.bridge().currentLocator());
+    const std::size_t driftsBefore = drifts.size();
     if (!saved || saved->cfi != before.cfi) {
       drifts.push_back({book.name, changes, "saved", describe(before), describe(saved)});
     }
     if (shown.cfi != before.cfi) {
       drifts.push_back({book.name, changes, "shown", describe(before), describe(shown)});
+    }
+    if (drifts.size() != driftsBefore) {
+      drifts.back().after += " " + driver.measures();
+      drifts.back().before += " " + measuredBefore;
     }
     // Closed and opened again, as the application does with the saved place.
     driver.run(driver.bridge().open(book.request));
@@ -496,6 +506,13 @@ int main(int argc, char** argv) {
         drifts.push_back({book.name, changes, "highlight", highlight.selectedText,
                           rendered.rendered ? "resolved by " + rendered.resolution : "not placed"});
       }
+    }
+    // As found, with the cycle's number: a long run's findings can be looked at while it goes on.
+    for (std::size_t index = driftsBefore; index < drifts.size(); ++index) {
+      std::printf("drift in cycle %d (%s, after %s): %s place %s, was %s\n", cyclesRun,
+                  drifts[index].book.c_str(), drifts[index].changes.c_str(),
+                  drifts[index].what.c_str(), drifts[index].after.c_str(),
+                  drifts[index].before.c_str());
     }
   }
 
