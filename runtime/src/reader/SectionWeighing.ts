@@ -16,8 +16,11 @@ export interface SectionMeasure {
 
 export interface WeighingOptions {
   // How many sections are asked for together, and how many such reads run ahead of the section
-  // weighed: the native side reads several at once on its pool while this page prepares.
+  // weighed: the native side reads several at once on its pool while this page prepares. The
+  // first read asks for firstRead sections and each next one for twice as many, up to
+  // sectionsPerRead, so that the first sections arrive soon after the open.
   sectionsPerRead?: number;
+  firstRead?: number;
   readsAhead?: number;
   // The weighing gives the page a turn once it has worked this long since the page last had one.
   workMillisecondsPerTurn?: number;
@@ -43,6 +46,7 @@ export async function weighSections(
 ): Promise<void> {
   const sectionsPerRead = Math.max(1, options.sectionsPerRead ?? 64);
   const readsAhead = Math.max(1, options.readsAhead ?? 3);
+  let nextRead = Math.min(sectionsPerRead, Math.max(1, options.firstRead ?? 8));
   const workMillisecondsPerTurn = options.workMillisecondsPerTurn ?? 8;
   const yieldToPage = options.yieldToPage ?? makeTaskYield();
   const now = options.now ?? (() => Date.now());
@@ -57,9 +61,10 @@ export async function weighSections(
   };
   for (let position = 0; position < spine.length; position += 1) {
     if (!isCurrent()) return;
-    while (prefetched < spine.length && prefetched <= position + readsAhead * sectionsPerRead) {
-      measure.prefetch?.(spine.slice(prefetched, prefetched + sectionsPerRead));
-      prefetched += sectionsPerRead;
+    while (prefetched < spine.length && prefetched <= position + readsAhead * nextRead) {
+      measure.prefetch?.(spine.slice(prefetched, prefetched + nextRead));
+      prefetched += nextRead;
+      nextRead = Math.min(sectionsPerRead, nextRead * 2);
     }
     const item = spine[position] as SpineItem;
     try {

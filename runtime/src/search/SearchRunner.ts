@@ -55,8 +55,11 @@ export interface SearchOptions {
   // How many sections are fetched ahead of the one being searched. A fetch mostly waits on the
   // resource scheme, not on this page, so several in flight hide one another's latency.
   sectionsAhead?: number;
-  // How many sections' sources are asked for together (see SearchSource.prefetch).
+  // How many sections' sources are asked for together (see SearchSource.prefetch): firstRead in
+  // the first hint, twice as many in each next, up to sectionsPerRead, so that the search can
+  // begin while the later sections are still on their way.
   sectionsPerRead?: number;
+  firstRead?: number;
   // The search gives the page a turn once it has worked this long since the page last had one, so
   // that a page turn asked for meanwhile waits no longer than that; 0 gives one after every section.
   workMillisecondsPerTurn?: number;
@@ -119,6 +122,7 @@ export class SearchRunner {
   private readonly maximumResults: number;
   private readonly sectionsAhead: number;
   private readonly sectionsPerRead: number;
+  private readonly firstRead: number;
   private readonly workMillisecondsPerTurn: number;
   private readonly yieldToPage: () => Promise<void>;
   private readonly now: () => number;
@@ -136,6 +140,7 @@ export class SearchRunner {
     this.maximumResults = options.maximumResults ?? 10000;
     this.sectionsAhead = Math.max(1, options.sectionsAhead ?? 8);
     this.sectionsPerRead = Math.max(1, options.sectionsPerRead ?? 64);
+    this.firstRead = Math.min(this.sectionsPerRead, Math.max(1, options.firstRead ?? 8));
     this.workMillisecondsPerTurn = options.workMillisecondsPerTurn ?? 8;
     this.yieldToPage = options.yieldToPage ?? makeTaskYield();
     this.now = options.now ?? (() => Date.now());
@@ -262,12 +267,14 @@ export class SearchRunner {
     const loads: (PendingLoad | undefined)[] = [];
     let requested = 0;
     let lastTurn = this.now();
-    // Sources are asked for in reads of sectionsPerRead, the next one while the last is searched.
+    // Sources are asked for in growing reads, the next one while the last is searched.
     let prefetched = 0;
+    let nextRead = this.firstRead;
     for (let position = 0; position < sections.length && total < this.maximumResults; position += 1) {
-      while (prefetched < sections.length && prefetched <= position + this.sectionsAhead + this.sectionsPerRead) {
-        this.prefetch(sections, prefetched, prefetched + this.sectionsPerRead);
-        prefetched += this.sectionsPerRead;
+      while (prefetched < sections.length && prefetched <= position + this.sectionsAhead + nextRead) {
+        this.prefetch(sections, prefetched, prefetched + nextRead);
+        prefetched += nextRead;
+        nextRead = Math.min(this.sectionsPerRead, nextRead * 2);
       }
       for (; requested < sections.length && requested <= position + this.sectionsAhead; requested += 1) {
         loads[requested] = this.prepare((sections[requested] as SearchSection).spineIndex, folder, language);

@@ -31,23 +31,24 @@ describe('SectionWeighing', () => {
     expect(items.map((item) => weights.weight(item.index))).toEqual([100, 300, 1000 / 3, 600]);
   });
 
-  it('AsksForTheSectionsInReadsAheadOfTheOneWeighedAndStopsOnceTheBookIsClosed', async () => {
-    const items = spine(7);
+  it('AsksForTheSectionsInGrowingReadsAheadOfTheOneWeighedAndStopsOnceTheBookIsClosed', async () => {
+    const items = spine(12);
     const weighed: number[] = [];
     const reads: number[][] = [];
     let open = true;
     const length = (item: SpineItem): Promise<number> => {
       weighed.push(item.index);
-      if (item.index === 4) open = false;
+      if (item.index === 9) open = false;
       return Promise.resolve(10);
     };
     const prefetch = (asked: readonly SpineItem[]): void => {
       reads.push(asked.map((item) => item.index));
     };
-    // The weighing's promise ending is the sentinel: nothing after section 4 was weighed.
-    await weighSections(items, new SectionWeights(items.length), { length, prefetch }, () => open, { sectionsPerRead: 2, readsAhead: 1, yieldToPage: () => Promise.resolve() });
-    expect(weighed).toEqual([0, 1, 2, 3, 4]);
-    expect(reads).toEqual([[0, 1], [2, 3], [4, 5], [6]]);
+    // The weighing's promise ending is the sentinel: nothing after section 9 was weighed.
+    const options = { firstRead: 1, sectionsPerRead: 4, readsAhead: 1, yieldToPage: () => Promise.resolve() };
+    await weighSections(items, new SectionWeights(items.length), { length, prefetch }, () => open, options);
+    expect(weighed).toEqual([0, 1, 2, 3, 4, 5, 6, 7, 8, 9]);
+    expect(reads).toEqual([[0], [1, 2], [3, 4, 5, 6], [7, 8, 9, 10], [11]]);
   });
 
   it('GivesThePageATurnOnceItHasWorkedForAWhile', async () => {

@@ -335,15 +335,15 @@ describe('SearchRunner', () => {
     expect(batches.flatMap((batch) => batch.results.map((result) => result.id))).toEqual(['0:0-5', '2:0-5', '3:5-10']);
   });
 
-  it('HintsTheSectionsItWillReadInReadsOfSectionsPerReadAheadOfTheSearch', async () => {
-    const bodies = ['<p>a</p>', '<p>b</p>', '<p>c</p>', '<p>d</p>', '<p>e</p>', '<p>f</p>', '<p>g</p>'];
+  it('HintsTheSectionsItWillReadInGrowingReadsAheadOfTheSearch', async () => {
+    const bodies = ['<p>a</p>', '<p>b</p>', '<p>c</p>', '<p>d</p>', '<p>e</p>', '<p>f</p>', '<p>g</p>', '<p>h</p>', '<p>i</p>', '<p>j</p>'];
     const source = new FakeSource(bodies);
     source.markup = (spineIndex) => Promise.resolve({ text: xhtmlText(bodies[spineIndex] as string), mediaType: 'application/xhtml+xml' });
     source.isLive = (spineIndex) => spineIndex === 4;
     const hints: number[][] = [];
     const searched: number[] = [];
     source.prefetch = (spineIndices) => hints.push([...spineIndices]);
-    const runner = new SearchRunner(source, recorder().emit, { ...everySection, sectionsAhead: 1, sectionsPerRead: 3 });
+    const runner = new SearchRunner(source, recorder().emit, { ...everySection, sectionsAhead: 1, firstRead: 2, sectionsPerRead: 3 });
     await runner.preparedSection(1);
     const markup = source.markup;
     source.markup = (spineIndex) => {
@@ -354,7 +354,7 @@ describe('SearchRunner', () => {
     };
     await runner.start('S', 'a');
     // Section 1 is kept from before and 4 is live: neither is asked for.
-    expect(hints).toEqual([[0, 2], [3, 5], [6]]);
-    expect(searched).toEqual([0, 2, 3, 5, 6]);
+    expect(hints).toEqual([[0], [2, 3], [5, 6, 7], [8, 9]]);
+    expect(searched).toEqual([0, 2, 3, 5, 6, 7, 8, 9]);
   });
 });
