@@ -403,6 +403,11 @@ void DocumentOpenCoordinator::showOpeningWindow(OpeningBook& opening,
   opening.window->present();
   logOpenEvent("Showed the window of " + opening.sourceURL.filename().string() +
                " while it is prepared, titled " + name);
+  // The reader's web view starts while the rest of the book is prepared; after the window, which
+  // comes first.
+  if (environment_.startReaderAhead && environment_.runtimeRoot) {
+    environment_.startReaderAhead(*environment_.runtimeRoot);
+  }
 }
 
 void DocumentOpenCoordinator::closeOpeningWindow(OpeningBook& opening) {

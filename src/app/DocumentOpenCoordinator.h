@@ -64,6 +64,10 @@ class DocumentOpenCoordinator final : public ShellWindowDelegate,
     // came from. The application records the book for its library there. Optional.
     std::function<void(const PreparedPublicationResources&, const std::filesystem::path&)>
         bookOpened;
+    // Told, with `runtimeRoot`, when the window of a book still being prepared shows: the
+    // application starts the reader's web view and its runtime page then, while the rest of the
+    // book is prepared. Optional.
+    std::function<void(const std::filesystem::path&)> startReaderAhead;
   };
 
   // The file of the books open at quit, under supportDirectory.

@@ -19,7 +19,9 @@
 #include "async/Spawn.h"
 #include "library/LibraryRecording.h"
 #include "platform/GLibString.h"
+#include "runtime/ReaderBridgeCatalogue.h"
 #include "session/ReadingStateDirectory.h"
+#include "session/WebKitReaderHosting.h"
 
 namespace tomekeeper {
 
@@ -104,6 +106,9 @@ void TomekeeperApplication::start() {
   if (!environment.runtimeRoot) {
     g_warning("The reader runtime page was not found beside the executable; books cannot open");
   }
+  environment.startReaderAhead = [](const std::filesystem::path& runtimeRoot) {
+    startWebKitReaderHostingAhead(runtimeRoot, kReaderBridgeRequestTimeout);
+  };
   auto sessions = std::make_shared<ApplicationWindowSessionFactory>(environment.supportDirectory);
   auto windows =
       std::make_shared<GtkReaderWindowFactory>(application, G_MENU_MODEL(primaryMenu_.get()));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -34,7 +36,16 @@ class WebKitReaderHosting : public ReaderHosting {
   std::function<void(AnnotationMenuRequest request)> onAnnotationMenuRequest;
 };
 
-// A new host with a new web view; `webView()` is ready to be put in a window.
+// A new host with a new web view; `webView()` is ready to be put in a window. The host started
+// ahead, when one waits and its load has not failed.
 std::shared_ptr<WebKitReaderHosting> makeWebKitReaderHosting();
+
+// Makes the host that the next makeWebKitReaderHosting() gives and starts loading the runtime
+// page of `runtimeDirectory` into its web view: its web process starts and the page loads while
+// a book is prepared, and the session's prepareRuntime of that directory awaits that load (within
+// `timeout` of its start). Does nothing while such a host waits. A host that no window takes
+// waits, its page loaded, for the next one. Main executor only.
+void startWebKitReaderHostingAhead(std::filesystem::path runtimeDirectory,
+                                   std::chrono::steady_clock::duration timeout);
 
 }  // namespace tomekeeper

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "app/DocumentOpenCoordinator.h"
 #include "app/ShellFakes.h"
@@ -70,6 +71,9 @@ class EarlyReaderWindowTest : public ::testing::TestWithParam<EarlyWindowCase> {
     environment.cachesRoot = directory / "caches";
     environment.runtimeRoot = directory / "runtime";
     environment.publicationCache = cache;
+    environment.startReaderAhead = [this](const std::filesystem::path& runtimeRoot) {
+      readersStartedAhead.push_back(runtimeRoot);
+    };
     coordinator = DocumentOpenCoordinator::create(environment, platform, windows, sessions);
   }
 
@@ -111,6 +115,7 @@ class EarlyReaderWindowTest : public ::testing::TestWithParam<EarlyWindowCase> {
   std::shared_ptr<FakeWindowFactory> windows = std::make_shared<FakeWindowFactory>();
   std::shared_ptr<FakeSessionFactory> sessions = std::make_shared<FakeSessionFactory>();
   std::shared_ptr<DocumentOpenCoordinator> coordinator;
+  std::vector<std::filesystem::path> readersStartedAhead;
 };
 
 TEST_P(EarlyReaderWindowTest, ShowsTheTitledWindowBeforeTheBookIsReadyAndEndsItRight) {
@@ -127,6 +132,7 @@ TEST_P(EarlyReaderWindowTest, ShowsTheTitledWindowBeforeTheBookIsReadyAndEndsItR
     ASSERT_EQ(windows->readerWindows.size(), 1u);
     existing = windows->readerWindows.front();
     windows->openingWindows.clear();
+    readersStartedAhead.clear();
   }
   // Its first open extracted the book; this open reads the other file in a pass of its own.
   coordinator->requestOpen(book);
@@ -141,6 +147,8 @@ TEST_P(EarlyReaderWindowTest, ShowsTheTitledWindowBeforeTheBookIsReadyAndEndsItR
     EXPECT_TRUE(sessions->sessions.empty());
     EXPECT_EQ(coordinator->openingWindowCount(), 1u);
   }
+  // The reader's web view starts with the window, while the book is still prepared.
+  EXPECT_EQ(readersStartedAhead, std::vector<std::filesystem::path>{directory / "runtime"});
   if (testCase.whileWaiting == WhileWaiting::userClosesTheWindow) early->close();
   cache->gate->resolve();
   ASSERT_TRUE(iterateUntil([&] { return coordinator->activeOpenOperations() == 0; }));
