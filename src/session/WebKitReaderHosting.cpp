@@ -49,8 +49,8 @@ class RuntimeWebKitReaderHosting final
                   std::chrono::steady_clock::duration timeout) {
     ahead_ = AheadLoad{runtimeDirectory, std::make_shared<async::Completion<void>>(),
                        std::make_shared<bool>(false)};
-    async::spawn(loadAhead(host_, std::move(runtimeDirectory), timeout, ahead_->loaded,
-                           ahead_->failed));
+    async::spawn(
+        loadAhead(host_, std::move(runtimeDirectory), timeout, ahead_->loaded, ahead_->failed));
   }
 
   // Whether the load started ahead has failed: such a host is not handed out.
