@@ -12,7 +12,7 @@ import type { CfiStep } from '../cfi/CfiSyntax';
 import { runtimeNodeAttribute } from '../cfi/ignoredNodes';
 import { blockElements } from '../text/SectionText';
 import type { TextFolder } from '../text/TextFolding';
-import { preparedSectionBytes, type PreparedSection } from './PreparedSection';
+import { preparedSection, type PreparedSection } from './PreparedSection';
 
 const xhtmlNamespace = 'http://www.w3.org/1999/xhtml';
 
@@ -148,18 +148,17 @@ export function prepareSectionFromMarkup(
   }
   if (!textRootSeen) return undefined;
 
-  const text = pieces.join('');
-  const folded = folder.fold(text, boundaries);
-  return {
-    text,
-    boundaries,
-    folded,
-    language,
-    starts,
-    lengths: Uint32Array.from(lengths),
-    parentSteps,
-    runSteps: Uint32Array.from(runSteps),
-    runOffsets: Uint32Array.from(runOffsets),
-    bytes: preparedSectionBytes(text.length, lengths.length, boundaries.length, folded.text.length),
-  };
+  return preparedSection(
+    {
+      text: pieces.join(''),
+      boundaries,
+      language,
+      starts,
+      lengths: Uint32Array.from(lengths),
+      parentSteps,
+      runSteps: Uint32Array.from(runSteps),
+      runOffsets: Uint32Array.from(runOffsets),
+    },
+    folder,
+  );
 }

@@ -13,6 +13,7 @@ import type { FoldedText, TextFolder } from '../text/TextFolding';
 export interface PreparedSection {
   readonly text: string;
   readonly boundaries: readonly number[];
+  // Folded at the first search that reads it: a section prepared only to be weighed never is.
   readonly folded: FoldedText;
   // The language whose folding `folded` is.
   readonly language: string | undefined;
@@ -86,9 +87,26 @@ class StepFinder {
   }
 }
 
-// What a prepared section of these sizes takes in memory, roughly.
-export function preparedSectionBytes(textLength: number, nodes: number, boundaries: number, foldedLength: number): number {
-  return textLength * 2 + nodes * 40 + boundaries * 8 + foldedLength * 10 + 256;
+// What a prepared section of these sizes takes in memory once it is folded, roughly (its folded
+// text about as long as its text).
+export function preparedSectionBytes(textLength: number, nodes: number, boundaries: number): number {
+  return textLength * 12 + nodes * 40 + boundaries * 8 + 256;
+}
+
+// A prepared section of these parts, folded when `folded` is first read.
+export function preparedSection(
+  parts: Omit<PreparedSection, 'folded' | 'bytes'>,
+  folder: TextFolder,
+): PreparedSection {
+  let folded: FoldedText | undefined;
+  return {
+    ...parts,
+    get folded(): FoldedText {
+      folded ??= folder.fold(parts.text, parts.boundaries);
+      return folded;
+    },
+    bytes: preparedSectionBytes(parts.text.length, parts.lengths.length, parts.boundaries.length),
+  };
 }
 
 // Prepares a section from the TextIndex of its text root. Throws when a text node of the index
@@ -112,9 +130,7 @@ export function prepareSection(index: TextIndex, root: Node, folder: TextFolder,
   }
   const text = index.text;
   const boundaries = blockBoundaries(root);
-  const folded = folder.fold(text, boundaries);
-  const bytes = preparedSectionBytes(text.length, count, boundaries.length, folded.text.length);
-  return { text, boundaries, folded, language, starts: index.starts, lengths, parentSteps, runSteps, runOffsets, bytes };
+  return preparedSection({ text, boundaries, language, starts: index.starts, lengths, parentSteps, runSteps, runOffsets }, folder);
 }
 
 interface TextPlace {

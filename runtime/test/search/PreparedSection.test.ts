@@ -3,6 +3,7 @@ import { cfiForRange } from '../../src/cfi/CfiDocument';
 import { runtimeNodeAttribute } from '../../src/cfi/ignoredNodes';
 import { TextIndex } from '../../src/cfi/TextIndex';
 import { parseSectionDocument, textRoot } from '../../src/publication/SectionDocuments';
+import { prepareSectionFromMarkup } from '../../src/search/MarkupPreparation';
 import { cfiForSpan, prepareSection, PreparedSections, type PreparedSection } from '../../src/search/PreparedSection';
 import { blockBoundaries, rangeForSpan } from '../../src/text/SectionText';
 import { TextFolder } from '../../src/text/TextFolding';
@@ -72,6 +73,28 @@ describe('PreparedSection', () => {
     expect(section.boundaries).toEqual(blockBoundaries(textRoot(document)));
     expect(section.folded.text).toBe('the whale. cafe');
     expect(section.language).toBe('en');
+  });
+
+  it('FoldsItsTextOnlyOnceASearchFirstReadsIt', () => {
+    let folds = 0;
+    class CountingFolder extends TextFolder {
+      override fold(original: string, boundaries: readonly number[] = []) {
+        folds += 1;
+        return super.fold(original, boundaries);
+      }
+    }
+    const folder = new CountingFolder('en');
+    const document = parseSectionDocument(xhtmlText('<p>The Whale.</p>'), 'application/xhtml+xml');
+    const root = textRoot(document);
+    const sections = [prepareSection(new TextIndex(root), root, folder, 'en'), prepareSectionFromMarkup(xhtmlText('<p>The Whale.</p>'), 'application/xhtml+xml', folder, 'en') as PreparedSection];
+    for (const section of sections) {
+      folds = 0;
+      expect(section.text).toBe('The Whale.');
+      expect(folds).toBe(0);
+      expect(section.folded.text).toBe('the whale.');
+      expect(section.folded.text).toBe('the whale.');
+      expect(folds).toBe(1);
+    }
   });
 
   it('HasNoCfiForASectionWithoutText', () => {
