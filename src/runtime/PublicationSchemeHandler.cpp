@@ -154,6 +154,27 @@ StyleCarrier servedStyleCarrier(std::string_view mimeType) {
   return StyleCarrier::none;
 }
 
+// A document's bytes as the page's decoding of it alone gives its text, in UTF-8: a byte order
+// mark decides the encoding and goes (UTF-16 is converted), anything else is taken as UTF-8.
+// Absent for UTF-16 that does not convert.
+std::optional<std::string> textAsThePageDecodesIt(std::string bytes) {
+  const auto startsWith = [&](std::string_view mark) {
+    return std::string_view(bytes).substr(0, mark.size()) == mark;
+  };
+  if (startsWith("\xEF\xBB\xBF")) return bytes.substr(3);
+  const char* encoding = startsWith("\xFF\xFE")   ? "UTF-16LE"
+                         : startsWith("\xFE\xFF") ? "UTF-16BE"
+                                                  : nullptr;
+  if (encoding == nullptr) return bytes;
+  gsize written = 0;
+  gchar* converted = g_convert(bytes.data() + 2, static_cast<gssize>(bytes.size() - 2), "UTF-8",
+                               encoding, nullptr, &written, nullptr);
+  if (converted == nullptr) return std::nullopt;
+  std::string text(converted, written);
+  g_free(converted);
+  return text;
+}
+
 }  // namespace
 
 std::shared_ptr<PublicationSchemeHandler> PublicationSchemeHandler::create() {
@@ -369,7 +390,11 @@ PublicationSchemeHandler::Payload PublicationSchemeHandler::readSectionBatch(
     targets.push_back(std::move(target));
   }
   nlohmann::json texts = nlohmann::json::array();
-  for (const Target& target : targets) texts.push_back(readPayload(target).data);
+  for (const Target& target : targets) {
+    std::optional<std::string> text = textAsThePageDecodesIt(readPayload(target).data);
+    if (!text) return refusal(422, "a section does not decode: " + target.path);
+    texts.push_back(std::move(*text));
+  }
   return Payload{texts.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace),
                  "application/json",
                  std::string(kPublicationContentSecurityPolicy),

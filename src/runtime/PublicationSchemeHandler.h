@@ -112,12 +112,13 @@ class PublicationSchemeHandler : public std::enable_shared_from_this<Publication
 
   // Reads the documents of `publication` that `resourcePaths` name (route paths, percent-encoded),
   // each as readPayload serves it alone, into one response: status 200 with a JSON array of their
-  // texts in the order asked (bytes that are not UTF-8 become U+FFFD, as the page's decoding of
-  // a single document makes them). Refused whole, with a plain-text reason: 400 for no path or
-  // more than kMaximumSectionBatchItems; 403 for a path that is not the document of an itemref
-  // of the spine, or one that is missing (or a publication without a manifest listing); 413 when
-  // the files together pass kMaximumSectionBatchBytes. Every answer carries the content policy.
-  // Runs off the main executor; throws std::system_error when a file cannot be read.
+  // texts in the order asked, decoded as the page decodes a single document (a byte order mark
+  // chooses UTF-8 or UTF-16 and goes; bytes that are not UTF-8 become U+FFFD). Refused whole, with
+  // a plain-text reason: 400 for no path or more than kMaximumSectionBatchItems; 403 for a path
+  // that is not the document of an itemref of the spine, or one that is missing (or a publication
+  // without a manifest listing); 413 when the files together pass kMaximumSectionBatchBytes; 422
+  // for UTF-16 that does not convert. Every answer carries the content policy. Runs off the main
+  // executor; throws std::system_error when a file cannot be read.
   static Payload readSectionBatch(const Publication& publication,
                                   const std::vector<std::string>& resourcePaths);
 

@@ -205,7 +205,7 @@ TEST_F(PublicationSchemeDisplayTest, ABooksAudioPlaysAndSeeks) {
 // carries the content policy; a batch naming anything but the spine's documents is refused whole.
 TEST_F(PublicationSchemeDisplayTest, ABatchOfSectionsComesInOneResponseAndOnlyForTheSpine) {
   ::tomekeeper::testing::PackageDescription package;
-  package.withChapters(2);
+  package.withChapters(4);
   package.manifest.emplace_back("photo", "images/photo.png", "image/png");
   ::tomekeeper::testing::EpubBuilder book;
   const auto chapter = [](const std::string& words) {
@@ -216,6 +216,12 @@ TEST_F(PublicationSchemeDisplayTest, ABatchOfSectionsComesInOneResponseAndOnlyFo
       .replaceFile("OEBPS/chapter1.xhtml", chapter("The first words"))
       .addFile("OEBPS/chapter2.xhtml", chapter("The second words"))
       .addFile("OEBPS/images/photo.png", portableNetworkGraphic());
+  // A byte order mark and a byte that is no UTF-8; UTF-16 with a letter beyond ASCII.
+  book.addFile("OEBPS/chapter3.xhtml", "\xEF\xBB\xBF" + chapter("Marked \xC3 bytes"));
+  std::string wide = "\xFF\xFE";
+  for (const char character : chapter("Wide _")) wide += std::string{character, '\0'};
+  wide.replace(wide.find('_'), 2, std::string("\xE9\0", 2));
+  book.addFile("OEBPS/chapter4.xhtml", wide);
   const std::string base = registerBook(book);
   std::filesystem::create_directories(directory_ / "Runtime");
   std::ofstream(directory_ / "Runtime/host.html") << "<!DOCTYPE html><title>host</title>";
@@ -257,6 +263,28 @@ TEST_F(PublicationSchemeDisplayTest, ABatchOfSectionsComesInOneResponseAndOnlyFo
     EXPECT_EQ(texts[0].get<std::string>(), chapter("The second words"));
     EXPECT_EQ(texts[1].get<std::string>(), chapter("The first words"));
   }
+
+  // Each text of a batch is the one the page reads of the section alone, however it is encoded.
+  const nlohmann::json compared = evaluate(
+      "const read = (url, type) => new Promise((resolve) => {"
+      "  const request = new XMLHttpRequest();"
+      "  request.open('GET', url);"
+      "  request.overrideMimeType(type);"
+      "  request.onload = () => resolve(request.responseText);"
+      "  request.send(); });"
+      "const paths = [1, 2, 3, 4].map((n) => `OEBPS/chapter${n}.xhtml`);"
+      "const base = " +
+      nlohmann::json(base).dump() +
+      ";"
+      "const batch = JSON.parse(await read(base + '?' + paths.map((path) =>"
+      "  'section=' + encodeURIComponent(path)).join('&'), 'application/json; charset=utf-8'));"
+      "const alone = await Promise.all(paths.map((path) =>"
+      "  read(base + path, 'text/plain; charset=utf-8')));"
+      "return {same: paths.map((path, index) => batch[index] === alone[index]),"
+      "  wide: alone[3].includes('Wide \u00e9'), marked: alone[2].charCodeAt(0)};");
+  EXPECT_EQ(compared.value("same", nlohmann::json()), nlohmann::json({true, true, true, true}));
+  EXPECT_TRUE(compared.value("wide", false)) << "the page reads UTF-16 by its byte order mark";
+  EXPECT_EQ(compared.value("marked", 0), '<') << "the page drops the byte order mark";
 }
 
 }  // namespace

@@ -247,8 +247,12 @@ TEST_F(PublicationSchemeHandlerTest, ServesSpineSectionsInOneBatchAndRefusesTheR
                       {"aside", "text/aside.xhtml"},
                       {"scroll", "text/scroll.dtb", "application/x-dtbook+xml"},
                       {"scrollText", "text/scroll.xhtml"},
+                      {"bom", "text/bom.xhtml"},
+                      {"wide", "text/wide.xhtml"},
                       {"photo", "images/photo.png", "image/png"}};
-  package.spine = {"one", "two", "big", "scroll"};
+  package.spine = {"one", "two", "big", "scroll", "bom", "wide"};
+  std::string wide = "\xFF\xFE";
+  for (const char character : section("Wide")) wide += std::string{character, '\0'};
   testing::EpubBuilder book;
   book.withPackageDocument(package)
       .addFile("OEBPS/text/one.xhtml", section("One \xC3\xA9t\xC3\xA9"))
@@ -257,6 +261,8 @@ TEST_F(PublicationSchemeHandlerTest, ServesSpineSectionsInOneBatchAndRefusesTheR
       .addFile("OEBPS/text/aside.xhtml", section("Aside"))
       .addFile("OEBPS/text/scroll.dtb", "<dtbook/>")
       .addFile("OEBPS/text/scroll.xhtml", section("Scroll"))
+      .addFile("OEBPS/text/bom.xhtml", "\xEF\xBB\xBF" + section("Bom"))
+      .addFile("OEBPS/text/wide.xhtml", wide)
       .addFile("OEBPS/text/unlisted.xhtml", section("Unlisted"))
       .addFile("OEBPS/images/photo.png", "photo");
   // The spine's dtbook item is shown through the XHTML of its fallback.
@@ -344,6 +350,15 @@ TEST_F(PublicationSchemeHandlerTest, ServesSpineSectionsInOneBatchAndRefusesTheR
       EXPECT_EQ(texts[index].get<std::string>(), expected);
     }
   }
+  // A byte order mark decides how the page decodes a document read alone; the batch holds the
+  // text so decoded, the mark gone.
+  const auto decoded = PublicationSchemeHandler::readSectionBatch(
+      publication, {"OEBPS/text/bom.xhtml", "OEBPS/text/wide.xhtml"});
+  ASSERT_EQ(decoded.status, 200u);
+  ASSERT_EQ(alone("OEBPS/text/bom.xhtml").data.substr(0, 3), "\xEF\xBB\xBF");
+  ASSERT_EQ(alone("OEBPS/text/wide.xhtml").data, wide);
+  EXPECT_EQ(nlohmann::json::parse(decoded.data),
+            nlohmann::json::array({alone("OEBPS/text/bom.xhtml").data.substr(3), section("Wide")}));
 }
 
 TEST_F(PublicationSchemeHandlerTest, RegisteringAnUnusableRootFails) {
