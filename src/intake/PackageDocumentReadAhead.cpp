@@ -69,8 +69,9 @@ std::optional<std::string> inflated(std::span<std::uint8_t> compressed, std::uin
 }
 
 // The bytes of entry `index`, checked against its size and CRC-32.
-std::optional<std::string> readEntry(ArchiveFile& archive, const CentralDirectoryInspection& central,
-                                     std::size_t index, std::uint64_t maximumSize) {
+std::optional<std::string> readEntry(ArchiveFile& archive,
+                                     const CentralDirectoryInspection& central, std::size_t index,
+                                     std::uint64_t maximumSize) {
   const EPUBArchiveEntry& entry = central.inspection.entries[index];
   const LocalHeaderExpectation& expected = central.localHeaders[index];
   if (entry.uncompressedSize > maximumSize || entry.compressedSize > maximumSize) {
@@ -104,9 +105,8 @@ std::optional<PackageDocumentInArchive> readPackageDocumentAhead(
   try {
     const std::optional<std::size_t> containerIndex = findEntry(central, kContainerPath);
     if (!containerIndex) return std::nullopt;
-    const std::optional<std::string> container =
-        readEntry(archive, central, *containerIndex,
-                  EPUBContainerValidator::kStandardMaximumMetadataSize);
+    const std::optional<std::string> container = readEntry(
+        archive, central, *containerIndex, EPUBContainerValidator::kStandardMaximumMetadataSize);
     if (!container) return std::nullopt;
     const std::string rootfile = EPUBContainerValidator::chooseRootfilePath(*container);
     const std::optional<std::size_t> packageIndex = findEntry(central, rootfile);
