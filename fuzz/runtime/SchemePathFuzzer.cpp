@@ -60,6 +60,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (route->resourcePath.empty()) std::abort();
     checkServed(route->resourcePath);
   }
+  if (const auto batch = parsePublicationSectionBatchRoute(input)) {
+    if (batch->resourcePaths.empty()) std::abort();
+    for (const std::string& path : batch->resourcePaths) {
+      if (path.empty()) std::abort();
+      checkServed(withDotPiecesResolved(path));
+    }
+  }
   if (const auto runtimePath = parseRuntimeResourcePath(input)) {
     if (runtimePath->empty()) std::abort();
     checkServed(*runtimePath);
