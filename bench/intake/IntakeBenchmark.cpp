@@ -16,6 +16,13 @@
 // directory has its folders placed (each the top of a tree, FS_TOPDIR_FL), so
 // that the comparison shows what that placement alone is worth.
 //
+// Files created by ext4 without a journal in a block group where many inodes
+// were freed in the last minute (six while the group's inode table is being
+// written to) each cost a scan of those inodes' deletion times: a run started
+// soon after an earlier one, or after the intake tests, is charged for their
+// deletions, which can multiply a tool's time several times over. Start it six
+// minutes after anything deleted many files on the same file system.
+//
 //   bench_intake_prepare [ROUNDS]                 the whole comparison
 //   bench_intake_prepare --generate BOOK          writes the book (used by the above)
 //   bench_intake_prepare --prepare BOOK DIR MODE  one cold prepare; MODE is once, each or
