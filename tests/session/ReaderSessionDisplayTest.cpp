@@ -307,6 +307,35 @@ TEST_F(ReaderSessionDisplayTest, AReopenedBookShowsThePageWhereTheLastSessionClo
   EXPECT_EQ(second.session->pageLabel(), "Page 3 / " + std::to_string(before.pageCount));
 }
 
+// Text size up twice and down twice through the session, as Ctrl+plus and Ctrl+minus do, a few
+// pages into a chapter: the place the session holds, and the one its close saves, stay the place
+// from before, in pages and scrolled.
+TEST_F(ReaderSessionDisplayTest, SizeChangesThatEndWhereTheyBeganKeepTheSavedPlace) {
+  placeBook(ledgerBook());
+  ReaderWindow& entry = openWindow();
+  for (const ReadingMode mode : {ReadingMode::paginated, ReadingMode::scrolled}) {
+    SCOPED_TRACE(mode == ReadingMode::paginated ? "paginated" : "scrolled");
+    run(entry.session->setReadingMode(mode));
+    run(entry.session->nextSection());
+    for (int turn = 0; turn < 4; ++turn) run(entry.session->nextPage());
+    ASSERT_TRUE(entry.session->locator().value());
+    const Locator before = *entry.session->locator().value();
+    ASSERT_TRUE(before.cfi);
+    for (const double scale : {1.1, 1.21, 1.1, 1.0}) {
+      run(entry.session->setFontScale(TypographyFontScaleSelection::value(scale)));
+      ASSERT_TRUE(entry.session->locator().value());
+      EXPECT_EQ(entry.session->locator().value()->cfi, before.cfi) << "after scale " << scale;
+    }
+    ASSERT_TRUE(before.excerpt);
+    EXPECT_TRUE(isTextOnScreen(entry, *before.excerpt));
+  }
+  const Locator kept = *entry.session->locator().value();
+  closeWindow(CloseSave::expected);
+  const std::optional<Locator> saved = run(entry.positions->locator(fingerprint_));
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(saved->cfi, kept.cfi);
+}
+
 TEST_F(ReaderSessionDisplayTest, AHighlightAndItsNoteMadeFromASelectionAreThereAfterAReopen) {
   placeBook(ledgerBook());
   ReaderWindow& first = openWindow();

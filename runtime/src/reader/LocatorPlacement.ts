@@ -131,6 +131,26 @@ export function locatorOnScreen(
   return locator;
 }
 
+// The reader's place in `view`: their anchor while it stands on the page shown (its progression in
+// the book weighed again, as the weighing may have moved on since), else what the screen shows. A
+// page holds more than its first character; a reader who went to a place mid-page, or whose page
+// was laid out again around their place, keeps that place and not the page's start.
+export function readersPlace(
+  anchor: Locator | undefined,
+  view: SectionView,
+  item: SpineItem,
+  spinePosition: CfiSpinePosition,
+  book: BookPlaces,
+  viewport: HTMLElement,
+  fallback: number,
+): Locator {
+  if (anchor?.cfi === undefined || !isLocatorOnScreen(anchor, view, book, viewport, fallback)) {
+    return locatorOnScreen(view, item, spinePosition, book.weights, viewport);
+  }
+  if (anchor.sectionProgression === undefined) return anchor;
+  return { ...anchor, totalProgression: book.weights.totalProgression(view.spineIndex, anchor.sectionProgression) };
+}
+
 // Whether the locator's place is on the page (or spread) that `view` shows; a locator that names
 // no section stands in `fallback`.
 export function isLocatorOnScreen(locator: Locator, view: SectionView, book: BookPlaces, viewport: HTMLElement, fallback: number): boolean {

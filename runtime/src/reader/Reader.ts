@@ -34,7 +34,7 @@ import { readTableOfContents } from '../publication/TableOfContents';
 import type { ReaderOperations } from './ReaderOperations';
 import { BookmarkVisibility } from './BookmarkVisibility';
 import { computedBodyMaxInlineSize, computedColors, computedTypography } from './ComputedPresentation';
-import { isLocatorOnScreen, locatorOnScreen, placeFragment, placeLocator, readerPosition, sectionOfLocator, sectionToShow, type BookPlaces, type SectionPlace } from './LocatorPlacement';
+import { isLocatorOnScreen, placeFragment, placeLocator, readerPosition, readersPlace, sectionOfLocator, sectionToShow, type BookPlaces, type SectionPlace } from './LocatorPlacement';
 import { loadPublication, openResult, prepareSectionDocument } from './PublicationLoading';
 import { SectionClickHandler } from './SectionClicks';
 import { documentTextLength, weighSections } from './SectionWeighing';
@@ -295,12 +295,12 @@ export class Reader implements ReaderOperations {
     return readerPosition(view, this.linearIndices(), this.environment.viewport, locatorResolution);
   }
 
-  // After a move of the reader's: the place on screen becomes the anchor, or `target` when the
-  // move went to a stored place that resolved by its CFI, which a relayout finds again exactly.
+  // After a move of the reader's: `target` becomes the anchor when the move went to a stored place
+  // that resolved by its CFI, which a relayout finds again exactly; else the place on screen does.
   private async afterMove(locatorResolution?: string, target?: Locator): Promise<ReaderPositionResult> {
     const result = this.position(locatorResolution);
+    this.anchor = locatorResolution === 'cfi' || locatorResolution === 'cfi-text-assertion' ? target : undefined;
     await this.takePlaceOnScreen();
-    if (target !== undefined && (locatorResolution === 'cfi' || locatorResolution === 'cfi-text-assertion')) this.anchor = target;
     this.announcePlacement();
     return result;
   }
@@ -419,12 +419,12 @@ export class Reader implements ReaderOperations {
     return { spineCfiStep: this.opened().packageDocument.spineCfiStep, itemCfiStep: item.cfiStep, idref: item.idref };
   }
 
+  // The reader's place (see readersPlace), which the native side shows, saves and goes back to.
   async currentLocator(): Promise<Locator> {
-    const state = this.opened();
     const view = this.current;
     if (view === undefined) throw new BridgeRequestError('publication-not-open', 'no section is shown');
-    const item = state.packageDocument.spine[view.spineIndex] as SpineItem;
-    return locatorOnScreen(view, item, this.spinePosition(item), state.weights, this.environment.viewport);
+    const item = this.opened().packageDocument.spine[view.spineIndex] as SpineItem;
+    return readersPlace(this.anchor, view, item, this.spinePosition(item), this.places(), this.environment.viewport, this.linearIndices()[0] ?? 0);
   }
 
   // The selection in the section on screen. Its length is not limited here: the callout shows for
@@ -463,7 +463,7 @@ export class Reader implements ReaderOperations {
     this.announcePlacement();
   }
 
-  // Takes the place on screen as the reader's anchor and tells it.
+  // Takes the reader's place (see readersPlace) as the anchor, and tells it.
   private async takePlaceOnScreen(): Promise<Locator> {
     const locator = await this.currentLocator();
     this.anchor = locator;
