@@ -17,6 +17,7 @@
 #include "opening/PublicationFingerprintService.h"
 #include "opening/PublicationIdentityCache.h"
 #include "platform/AtomicFileWriter.h"
+#include "platform/EventLog.h"
 
 namespace tomekeeper {
 
@@ -121,27 +122,13 @@ struct DocumentOpenCoordinator::OpeningBook {
 };
 
 void logOpenFailure(const std::string& diagnostic) {
-  const std::string message = "Open failed: " + diagnostic;
-  // Priority 3 is the journal's error level; GLib's own error level would abort the program.
-  const GLogField fields[] = {
-      {"GLIB_DOMAIN", "Tomekeeper", -1},
-      {"PRIORITY", "3", -1},
-      {"TOMEKEEPER_CATEGORY", "DocumentOpen", -1},
-      {"MESSAGE", message.c_str(), -1},
-  };
-  g_log_structured_array(G_LOG_LEVEL_WARNING, fields, G_N_ELEMENTS(fields));
+  logEvent(EventLogLevel::error, "DocumentOpen", "Open failed: " + diagnostic);
 }
 
 // An informational line of category "DocumentOpen": shown with G_MESSAGES_DEBUG=Tomekeeper,
 // which is how the application's own tests follow what it did.
 void logOpenEvent(const std::string& message) {
-  const GLogField fields[] = {
-      {"GLIB_DOMAIN", "Tomekeeper", -1},
-      {"PRIORITY", "6", -1},
-      {"TOMEKEEPER_CATEGORY", "DocumentOpen", -1},
-      {"MESSAGE", message.c_str(), -1},
-  };
-  g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
+  logEvent(EventLogLevel::information, "DocumentOpen", message);
 }
 
 DocumentOpenCoordinator::DocumentOpenCoordinator(

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "app/GtkShellWindow.h"
+#include "platform/EventLog.h"
 
 namespace tomekeeper {
 namespace {
@@ -12,13 +13,7 @@ namespace {
 // An informational line of category "ReaderWindow", as the reader window writes them: the
 // application's display tests follow what the window shows through them.
 void logOpeningWindowEvent(const std::string& message) {
-  const GLogField fields[] = {
-      {"GLIB_DOMAIN", "Tomekeeper", -1},
-      {"PRIORITY", "6", -1},
-      {"TOMEKEEPER_CATEGORY", "ReaderWindow", -1},
-      {"MESSAGE", message.c_str(), -1},
-  };
-  g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
+  logEvent(EventLogLevel::information, "ReaderWindow", message);
 }
 
 class GtkOpeningWindow final : public GtkShellWindow {

@@ -18,6 +18,7 @@
 #include "app/SidebarVisibilitySetting.h"
 #include "async/Spawn.h"
 #include "model/StringEnumeration.h"
+#include "platform/EventLog.h"
 #include "session/BookSafetySummary.h"
 #include "views/BookSafetyDialog.h"
 #include "views/BookmarkButton.h"
@@ -34,13 +35,7 @@ constexpr double kTextSizeStep = 0.1;
 // An informational line of category "ReaderWindow": shown with G_MESSAGES_DEBUG=Tomekeeper. It
 // says what a reader window shows, which is how the application's display tests follow it.
 void logReaderWindowEvent(const std::string& message) {
-  const GLogField fields[] = {
-      {"GLIB_DOMAIN", "Tomekeeper", -1},
-      {"PRIORITY", "6", -1},
-      {"TOMEKEEPER_CATEGORY", "ReaderWindow", -1},
-      {"MESSAGE", message.c_str(), -1},
-  };
-  g_log_structured_array(G_LOG_LEVEL_INFO, fields, G_N_ELEMENTS(fields));
+  logEvent(EventLogLevel::information, "ReaderWindow", message);
 }
 
 // The window a reader window lives in: the one shown while its book was prepared, taken over,

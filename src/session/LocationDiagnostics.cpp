@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "model/StringEnumeration.h"
+#include "platform/EventLog.h"
 
 namespace tomekeeper {
 
@@ -29,14 +30,7 @@ bool GSettingsLocationDiagnosticsSetting::isEnabled() {
 }
 
 void GLibLocationLog::write(const std::string& line) {
-  const std::string category(kCategory);
-  const GLogField fields[] = {
-      {"GLIB_DOMAIN", G_LOG_DOMAIN, -1},
-      {"PRIORITY", "5", -1},
-      {"TOMEKEEPER_CATEGORY", category.c_str(), -1},
-      {"MESSAGE", line.c_str(), -1},
-  };
-  g_log_structured_array(G_LOG_LEVEL_MESSAGE, fields, G_N_ELEMENTS(fields));
+  logEvent(EventLogLevel::notice, kCategory, line);
 }
 
 std::string cleanedCFIForLog(const std::optional<std::string>& cfi) {
