@@ -265,8 +265,8 @@ class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommand
     if (!applicationSession_ || !applicationSession_->readingDataMaintenance()) return;
     HighlightCarryOverPresentation presentation{
         [this](std::vector<Annotation> notFound) {
-          logReaderWindowEvent("Highlights of " + identifier() + " not found in this edition: " +
-                               std::to_string(notFound.size()));
+          logReaderWindowEvent("Highlights of " + identifier() +
+                               " not found in this edition: " + std::to_string(notFound.size()));
           if (!screen_ || notFound.empty()) return;
           screen_->sidebar().showHighlightsNotFound(std::move(notFound));
           screen_->sidebar().setSection(SidebarSection::highlights);
@@ -275,8 +275,8 @@ class GtkReaderWindow final : public GtkShellWindow, private ReaderWindowCommand
           logReaderWindowEvent("Toast of " + identifier() + ": " + text);
           controls_->showToast(text);
         }};
-    async::spawn(runHighlightCarryOverOffer(
-                     window(), applicationSession_->readingDataMaintenance(), presentation),
+    async::spawn(runHighlightCarryOverOffer(window(), applicationSession_->readingDataMaintenance(),
+                                            presentation),
                  lifetime());
   }
 

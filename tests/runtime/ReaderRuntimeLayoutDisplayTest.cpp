@@ -376,10 +376,11 @@ std::string japaneseSentenceWithAside(int number) {
 }
 
 // At every screen of a book scrolled sideways, larger type and back leave the screen's place.
-TEST_F(ReaderRuntimeLayoutDisplayTest, EveryScreenOfASidewaysScrolledBookKeepsItsPlaceThroughRelayout) {
-  openBook(directionalBook("ja",
-                           "html, body { writing-mode: vertical-rl; }\nbody { line-height: 1.7; }\n",
-                           {japaneseSentenceWithAside}, 16));
+TEST_F(ReaderRuntimeLayoutDisplayTest,
+       EveryScreenOfASidewaysScrolledBookKeepsItsPlaceThroughRelayout) {
+  openBook(directionalBook(
+      "ja", "html, body { writing-mode: vertical-rl; }\nbody { line-height: 1.7; }\n",
+      {japaneseSentenceWithAside}, 16));
   run(bridge().configureReadingMode(ConfigureReadingModeRequest{ReadingMode::scrolled}));
   ConfigureTypographyRequest typography;
   typography.fontScale = {ResolvedTypographyFontScale::Mode::value, 1.0};
