@@ -389,8 +389,8 @@ export class SectionView {
     if (this.scrollsAcross) {
       // Lines of a scrolled section don't break at page edges: a line belongs to the page that
       // holds its start (right) side, as pageOfRect counts it. Judged by the middle of each
-      // character: the glyphs of one vertical line differ in width (a bracket, a rotated Latin
-      // letter), and the line that showPoint brought to the edge must not lose its narrow ones.
+      // character: the glyphs of one vertical line differ in width (smaller type, a bracket, a rotated
+      // Latin letter), and the line that showPoint brought to the edge must not lose its wide ones.
       if ((rect.left + rect.right) / 2 > band.end) return 'before';
       if (rect.right <= band.start) return 'after';
       return 'visible';
