@@ -26,6 +26,20 @@ class PublicationSchemeHandlerTest : public ::testing::Test {
     handler_->registerPublication(kRegistered, directory_ / "Book");
   }
 
+  // Unpacks `book` as the application does and serves it from a new handler under a new id.
+  std::filesystem::path serveBook(const testing::EpubBuilder& book, const Uuid& bookID) {
+    book.writeTo(directory_ / "book.epub");
+    const std::filesystem::path root =
+        EPUBArchiveExtractor()
+            .extract(directory_ / "book.epub",
+                     EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
+                     directory_ / "Extracted")
+            .rootURL;
+    handler_ = PublicationSchemeHandler::create();
+    handler_->registerPublication(bookID, root);
+    return root;
+  }
+
   testing::TemporaryDirectory directory_;
   std::shared_ptr<PublicationSchemeHandler> handler_ = PublicationSchemeHandler::create();
 };
@@ -156,16 +170,8 @@ TEST_F(PublicationSchemeHandlerTest, ServesOnlyWhatTheManifestListsOfABook) {
   book.withPackageDocument(package)
       .addFile("OEBPS/images/photo.png", "photo")
       .addFile("OEBPS/images/red.png", "red");
-  book.writeTo(directory_ / "book.epub");
-  const std::filesystem::path root =
-      EPUBArchiveExtractor()
-          .extract(directory_ / "book.epub",
-                   EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
-                   directory_ / "Extracted")
-          .rootURL;
   const Uuid bookID = Uuid::random();
-  handler_ = PublicationSchemeHandler::create();
-  handler_->registerPublication(bookID, root);
+  serveBook(book, bookID);
   const std::string base = "tomekeeper://publication/" + bookID.string() + "/";
   const auto read = [&](const std::string& url) {
     return PublicationSchemeHandler::readPayload(*handler_->target(url)).data;
@@ -271,16 +277,8 @@ TEST_F(PublicationSchemeHandlerTest, ServesSpineSectionsInOneBatchAndRefusesTheR
   packageText.replace(packageText.find(scrollItem), scrollItem.size(),
                       scrollItem + " fallback=\"scrollText\"");
   book.replaceFile(testing::EpubBuilder::kPackageDocumentPath, packageText);
-  book.writeTo(directory_ / "book.epub");
-  const std::filesystem::path root =
-      EPUBArchiveExtractor()
-          .extract(directory_ / "book.epub",
-                   EPUBArchiveInspector().inspectBlocking(directory_ / "book.epub"),
-                   directory_ / "Extracted")
-          .rootURL;
   const Uuid bookID = Uuid::random();
-  handler_ = PublicationSchemeHandler::create();
-  handler_->registerPublication(bookID, root);
+  const std::filesystem::path root = serveBook(book, bookID);
   const auto publication = [&] {
     return PublicationSchemeHandler::Publication{
         PublicationResourceProvider(root),
