@@ -6,6 +6,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "app/GatedPublicationCache.h"
 #include "app/ShellFakes.h"
 #include "async/RunUntilDone.h"
 #include "intake/PublicationExtractionCache.h"
@@ -43,24 +44,6 @@ CapturedLog& capturedLog() {
   }();
   return *log;
 }
-
-// The cache, held before it starts until the test releases it.
-class GatedPublicationCache final : public PublicationCachePreparing {
- public:
-  explicit GatedPublicationCache(std::filesystem::path cachesRoot)
-      : cache_(std::move(cachesRoot)) {}
-  async::Task<PreparedPublicationResources> prepare(std::filesystem::path sourceURL,
-                                                    std::string fingerprint) const override {
-    // The gate of the moment the open asked: a later gate holds only later opens.
-    const auto heldBy = gate;
-    co_await *heldBy;
-    co_return co_await cache_.prepare(std::move(sourceURL), std::move(fingerprint));
-  }
-  std::shared_ptr<async::Completion<void>> gate = std::make_shared<async::Completion<void>>();
-
- private:
-  PublicationExtractionCache cache_;
-};
 
 class DocumentOpenCoordinatorTest : public ::testing::Test {
  protected:

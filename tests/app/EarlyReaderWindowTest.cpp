@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/DocumentOpenCoordinator.h"
+#include "app/GatedPublicationCache.h"
 #include "app/ShellFakes.h"
 #include "async/Completion.h"
 #include "async/OperationCancelled.h"
@@ -20,32 +21,6 @@
 
 namespace tomekeeper::testing {
 namespace {
-
-// The real cache, whose prepare waits at a gate once the single pass has read the book: the
-// window made from the package document can be looked at meanwhile.
-class GatedAfterReadingCache final : public PublicationCachePreparing {
- public:
-  explicit GatedAfterReadingCache(std::filesystem::path cachesRoot)
-      : cache_(std::move(cachesRoot)) {}
-  async::Task<PreparedPublicationResources> prepare(std::filesystem::path sourceURL,
-                                                    std::string fingerprint) const override {
-    const auto heldBy = gate;
-    co_await *heldBy;
-    co_return co_await cache_.prepare(std::move(sourceURL), std::move(fingerprint));
-  }
-  bool extractsWhileFingerprinting() const override { return true; }
-  async::Task<std::string> fingerprintWhileExtracting(std::filesystem::path sourceURL,
-                                                      PreparationObserver observer) const override {
-    return cache_.fingerprintWhileExtracting(std::move(sourceURL), std::move(observer));
-  }
-  void discardStaged(const std::string& fingerprint) const override {
-    cache_.discardStaged(fingerprint);
-  }
-  std::shared_ptr<async::Completion<void>> gate = std::make_shared<async::Completion<void>>();
-
- private:
-  PublicationExtractionCache cache_;
-};
 
 // What the book is, and what happens while its window waits for the rest of the preparation.
 enum class Book { plain, packageDocumentLast, alreadyOpen, refusedForDRM };
@@ -65,7 +40,8 @@ class EarlyReaderWindowTest : public ::testing::TestWithParam<EarlyWindowCase> {
  protected:
   void SetUp() override {
     std::filesystem::create_directories(directory / "runtime");
-    cache = std::make_shared<GatedAfterReadingCache>(directory / "caches");
+    cache = std::make_shared<GatedPublicationCache>(directory / "caches",
+                                                    GatedPublicationCache::SinglePass::offered);
     DocumentOpenCoordinator::Environment environment;
     environment.supportDirectory = directory / "support";
     environment.cachesRoot = directory / "caches";
@@ -110,7 +86,7 @@ class EarlyReaderWindowTest : public ::testing::TestWithParam<EarlyWindowCase> {
   }
 
   TemporaryDirectory directory;
-  std::shared_ptr<GatedAfterReadingCache> cache;
+  std::shared_ptr<GatedPublicationCache> cache;
   std::shared_ptr<FakePlatform> platform = std::make_shared<FakePlatform>();
   std::shared_ptr<FakeWindowFactory> windows = std::make_shared<FakeWindowFactory>();
   std::shared_ptr<FakeSessionFactory> sessions = std::make_shared<FakeSessionFactory>();
